@@ -1,0 +1,110 @@
+#pragma once
+// The console's command layer: one command line in, one outcome out.
+//
+// A command is parsed completely before anything runs; a malformed one
+// throws UsageError and runs nothing. A command that ran yields an Outcome:
+// the manager's int result, the framework's error message when that result
+// is not 0, and the command's payload (JSON fields, and the same for the
+// readable form).
+#include "KQC/Access.h"
+#include "KQC/GUID.h"
+#include "KQS/EnvM.h"
+
+#include <boost/json.hpp>
+#include <functional>
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace kqagent {
+
+struct UsageError : std::runtime_error {
+    explicit UsageError(const std::string& text) : std::runtime_error(text) {}
+};
+
+struct Outcome {
+    int rc = 0;
+    std::string error;
+    boost::json::object payload;
+};
+
+// The arguments of one command after its name, consumed front to back.
+class Args {
+public:
+    explicit Args(std::vector<std::string> words) : m_words(std::move(words)) {}
+    bool empty() const { return m_pos >= m_words.size(); }
+    const std::string& peek() const;
+    // The next positional word; UsageError naming `what` when there is none.
+    std::string next(const char* what);
+    // Whether the next word is `flag` (then it is consumed).
+    bool take(const std::string& flag);
+    // The value after option `flag` when the next word is `flag`.
+    bool takeValue(const std::string& flag, std::string& value);
+    void expectEnd() const;
+
+private:
+    std::vector<std::string> m_words;
+    size_t m_pos = 0;
+};
+
+// A decimal or 0x-prefixed hexadecimal number; UsageError naming `what`.
+long long parseNumber(const std::string& text, const char* what);
+
+// The console's client: the rights it was denied, and its progress and
+// notifications printed to standard error as they come.
+class ConsoleAccessProvider : public KQC::KQCAccessProviderPrototype {
+public:
+    ConsoleAccessProvider(std::set<int> denied, bool verbose);
+    void progress(const std::string& line) override;
+    void notify(const std::string& event, const std::string& text) override;
+
+private:
+    bool m_verbose;
+};
+
+class Session {
+public:
+    Session(std::set<int> denied, bool verbose);
+    const KQC::KQCAccessProvider& access() const { return m_access; }
+    // The managers, made through the framework's multiplexers for this
+    // host's environment type. UsageError never; a missing manager throws
+    // std::runtime_error (the plug-in is not loaded).
+    KQC::KQCEnvM& envM();
+    KQS::KQSEnvM& kqsEnvM();
+    // 0 with the EID of the CT, or the registry's result (and the outcome
+    // filled) when its VEID is unknown.
+    int resolve(const struct CtRef& ct, KQC::KQCEID& eid, Outcome& outcome);
+
+private:
+    KQC::KQCAccessProvider m_access;
+    boost::shared_ptr<KQC::KQCEnvM> m_envM;
+    boost::shared_ptr<KQS::KQSEnvM> m_kqsEnvM;
+};
+
+// A CT of the command line: an environment identifier or a VEID.
+struct CtRef {
+    bool byVeid = false;
+    int veid = 0;
+    KQC::KQCEID eid;
+};
+// UsageError when the text is neither a GUID nor a decimal VEID.
+CtRef parseCT(const std::string& text);
+
+// A command is handled in two steps: parsing its arguments (which may throw
+// UsageError and runs nothing) gives a Runner, which then does the work.
+typedef std::function<Outcome(Session&)> Runner;
+typedef std::function<Runner(Args&)> CommandHandler;
+
+// Every command of the console, by its first word (and for grouped
+// commands such as "veid allocate", the handler reads the second word).
+const std::map<std::string, CommandHandler>& commandTable();
+
+// Parses one command line (name and arguments); UsageError when malformed.
+Runner parseCommand(const std::vector<std::string>& words);
+
+// Fills `outcome` from a manager's result.
+Outcome resultOf(int rc);
+
+} // namespace kqagent

@@ -1,0 +1,35 @@
+#pragma once
+// The management library's kit and its life.
+#include "KQC/Functionality.h"
+#include "KQS/EnvM.h"
+#include "KQS/ProcessM.h"
+
+namespace KQS {
+
+class KQSLibFunctionality {
+public:
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSEnvM>>& getKQSEnvMMultiplexer() { return m_envM; }
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessM>>& getKQSProcessMMultiplexer() { return m_processM; }
+
+private:
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSEnvM>> m_envM;
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessM>> m_processM;
+};
+
+// Bring the management library up and down; calls nest (a counter).
+void initKQSFunctionalityAgent();
+void finiKQSFunctionalityAgent();
+// How many initKQSFunctionalityAgent calls are not yet matched.
+int functionalityAgentUsers();
+
+} // namespace KQS
+
+namespace KQC {
+template <>
+KQS::KQSLibFunctionality& KQCFunctionality<KQS::KQSLibFunctionality>::kit();
+}
+
+// The server-group service of the agent; calls nest like the above.
+void initKQCServerGroupLocal();
+void finiKQCServerGroupLocal();
+int serverGroupLocalUsers();

@@ -1,0 +1,112 @@
+// The plug-in's entry and exit points.
+//
+// The agent calls init once per client and fini when a client goes; only
+// the first init and the last fini do any work. The two must not run at
+// the same time: the counter is a plain integer on purpose, the agent
+// serialises plug-in loading.
+#include "KQSAuthMVELocal.h"
+#include "KQSBasicFunctionalityCommon.h"
+#include "KQSEnvMLocal.h"
+#include "KQSProcessMLocal.h"
+
+#include "KQC/EnvCache.h"
+#include "KQC/Error.h"
+#include "KQC/Functionality.h"
+#include "KQS/Functionality.h"
+#include "KQS/TemplateCache.h"
+
+#include <cassert>
+#include <cstdlib>
+#include <cstdio>
+
+namespace {
+
+int clientsNum = 0;
+
+typedef boost::shared_ptr<KQC::KQCEnvM> EnvMPtr;
+typedef boost::shared_ptr<KQS::KQSEnvM> KQSEnvMPtr;
+typedef boost::shared_ptr<KQS::KQSProcessM> ProcessMPtr;
+
+void registerFactories()
+{
+    KQC::KQCLibFunctionality& kqcKit = KQC::KQCFunctionality<KQC::KQCLibFunctionality>::kit();
+    KQS::KQSLibFunctionality& kqsKit = KQC::KQCFunctionality<KQS::KQSLibFunctionality>::kit();
+
+    boost::shared_ptr<KQC::KQCFunctionalFactoryLocal<EnvMPtr>> envM(
+        new KQC::KQCFunctionalFactoryLocalImpl<EnvMPtr, KQS::KQSEnvMLocal>);
+    kqcKit.getEnvMMultiplexer().registerLocalFactory(envM, KQS::kCorvantisKey);
+
+    // Two separate factories of the extended interface: one serves requests
+    // that name no environment type, the other those for this type.
+    boost::shared_ptr<KQC::KQCFunctionalFactoryLocal<KQSEnvMPtr>> defaultEnvM(
+        new KQC::KQCFunctionalFactoryLocalImpl<KQSEnvMPtr, KQS::KQSEnvMLocal>);
+    kqsKit.getKQSEnvMMultiplexer().registerLocalFactory(defaultEnvM, KQS::kEmptyKey);
+    boost::shared_ptr<KQC::KQCFunctionalFactoryLocal<KQSEnvMPtr>> typedEnvM(
+        new KQC::KQCFunctionalFactoryLocalImpl<KQSEnvMPtr, KQS::KQSEnvMLocal>);
+    kqsKit.getKQSEnvMMultiplexer().registerLocalFactory(typedEnvM, KQS::kCorvantisKey);
+
+    boost::shared_ptr<KQC::KQCFunctionalFactoryLocal<ProcessMPtr>> processM(
+        new KQC::KQCFunctionalFactoryLocalImpl<ProcessMPtr, KQS::KQSProcessMLocal>);
+    kqsKit.getKQSProcessMMultiplexer().registerLocalFactory(processM, KQS::kCorvantisKey);
+
+    boost::shared_ptr<KQC::KQCAuthMBaseLocalFactory::AuthMBaseLocalFactoryBase> auth(
+        new KQC::KQCAuthMBaseLocalFactory::AuthMBaseLocalFactoryImpl<KQS::KQSAuthMVELocal>);
+    KQC::KQCAuthMBaseLocalFactory::getInstance()->registerFactory(KQS::KQSAuthMVELocal::realmType, auth);
+}
+
+// Fills the agent's environment cache with every container of the host,
+// registering the ones the agent did not know yet.
+void warmEnvironmentCache()
+{
+    KQS::KQSEnvMLocal envM{KQC::KQCAccessProvider()};
+    KQC::KQCEnvVector envs;
+    if (envM.getInfoEx(KQC::KQCEIDSet(), envs, 0xffffffff, true) != 0) {
+        KQS_LOG().put(1, "[%s] Can't getInfo about existed CTs : %s", "initKQSBasicFunctionalityLocal",
+                      KQC::getErrorMessage());
+        return;
+    }
+    for (const auto& env : envs)
+        KQC::envCache()->insert(*env);
+}
+
+void unregisterFactories()
+{
+    KQC::KQCFunctionality<KQC::KQCLibFunctionality>::kit().getEnvMMultiplexer().unregisterLocalFactory(
+        KQS::kCorvantisKey);
+    KQS::KQSLibFunctionality& kqsKit = KQC::KQCFunctionality<KQS::KQSLibFunctionality>::kit();
+    // The reverse of the order they were added in.
+    kqsKit.getKQSEnvMMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
+    kqsKit.getKQSEnvMMultiplexer().unregisterLocalFactory(KQS::kEmptyKey);
+    kqsKit.getKQSProcessMMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
+    KQC::KQCAuthMBaseLocalFactory::getInstance()->unregisterFactory(KQS::KQSAuthMVELocal::realmType);
+}
+
+} // namespace
+
+extern "C" __attribute__((visibility("default"))) int initKQSBasicFunctionalityLocal()
+{
+    if (++clientsNum != 1)
+        return 0;
+    KQS::initKQSFunctionalityAgent();
+    initKQCServerGroupLocal();
+    registerFactories();
+    warmEnvironmentCache();
+    KQS::KQSTemplateCachePrototype::createInstance();
+    return 0;
+}
+
+extern "C" __attribute__((visibility("default"))) int finiKQSBasicFunctionalityLocal()
+{
+    // An unbalanced exit is a programming error of the agent; going on
+    // would drive the counter negative and unregister twice.
+    if (!clientsNum) {
+        std::fprintf(stderr, "finiKQSBasicFunctionalityLocal: Assertion `clientsNum' failed.\n");
+        std::abort();
+    }
+    if (--clientsNum != 0)
+        return 0;
+    unregisterFactories();
+    finiKQCServerGroupLocal();
+    KQS::finiKQSFunctionalityAgent();
+    return 0;
+}

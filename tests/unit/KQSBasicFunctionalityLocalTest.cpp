@@ -1,0 +1,101 @@
+// The plug-in frame, on the built shared library loaded with dlopen, as the
+// host agent loads it.
+#include "KQC/Auth.h"
+#include "KQC/Functionality.h"
+#include "KQS/Functionality.h"
+#include "KQS/TemplateCache.h"
+
+#include <cstdlib>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+class PluginFrameTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char pattern[] = "/tmp/kqframe.XXXXXX";
+        ASSERT_NE(nullptr, mkdtemp(pattern));
+        m_root = pattern;
+        setenv("KQ_HOST_ROOT", m_root.c_str(), 1);
+        m_handle = dlopen(KQ_LIB_DIR "/libKQSBasicFunctionalityLocal.so", RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(nullptr, m_handle) << dlerror();
+        m_init = reinterpret_cast<int (*)()>(dlsym(m_handle, "initKQSBasicFunctionalityLocal"));
+        m_fini = reinterpret_cast<int (*)()>(dlsym(m_handle, "finiKQSBasicFunctionalityLocal"));
+        ASSERT_TRUE(m_init && m_fini);
+    }
+
+    void TearDown() override
+    {
+        unsetenv("KQ_HOST_ROOT");
+        std::string command = "rm -rf '" + m_root + "'";
+        ASSERT_EQ(0, system(command.c_str()));
+    }
+
+    // How many of the plug-in's registrations are in place.
+    static int registrations()
+    {
+        auto& kqc = KQC::KQCFunctionality<KQC::KQCLibFunctionality>::kit();
+        auto& kqs = KQC::KQCFunctionality<KQS::KQSLibFunctionality>::kit();
+        return kqc.getEnvMMultiplexer().hasFactory("corvantis") + kqs.getKQSEnvMMultiplexer().hasFactory("") +
+               kqs.getKQSEnvMMultiplexer().hasFactory("corvantis") +
+               kqs.getKQSProcessMMultiplexer().hasFactory("corvantis") +
+               KQC::KQCAuthMBaseLocalFactory::getInstance()->isRegistered(1000);
+    }
+
+    std::string m_root;
+    void* m_handle = nullptr;
+    int (*m_init)() = nullptr;
+    int (*m_fini)() = nullptr;
+};
+
+} // namespace
+
+TEST_F(PluginFrameTest, OnlyTheFirstInitAndTheLastFiniDoAnything)
+{
+    ASSERT_EQ(0, registrations());
+    EXPECT_EQ(0, m_init());
+    EXPECT_EQ(5, registrations());
+    EXPECT_EQ(1, KQS::functionalityAgentUsers());
+    EXPECT_EQ(1, serverGroupLocalUsers());
+    EXPECT_TRUE(KQS::KQSTemplateCachePrototype::exists());
+    KQC::KQCRealm realm;
+    EXPECT_EQ(0, KQC::KQCAuthMBaseLocalFactory::getInstance()->findRealm("Corvantis Container", realm));
+    EXPECT_EQ(1000, realm.type);
+
+    EXPECT_EQ(0, m_init());
+    EXPECT_EQ(0, m_fini());
+    EXPECT_EQ(5, registrations()) << "one client is still there";
+    EXPECT_EQ(1, KQS::functionalityAgentUsers());
+
+    EXPECT_EQ(0, m_fini());
+    EXPECT_EQ(0, registrations());
+    EXPECT_EQ(0, KQS::functionalityAgentUsers());
+    EXPECT_EQ(0, serverGroupLocalUsers());
+    EXPECT_EQ(-1, KQC::KQCAuthMBaseLocalFactory::getInstance()->findRealm("Corvantis Container", realm));
+
+    // A later client registers everything again.
+    EXPECT_EQ(0, m_init());
+    EXPECT_EQ(5, registrations());
+    EXPECT_EQ(0, m_fini());
+    EXPECT_EQ(0, registrations());
+}
+
+TEST_F(PluginFrameTest, RegisteredManagersAreThePluginsOwn)
+{
+    ASSERT_EQ(0, m_init());
+    boost::shared_ptr<KQS::KQSEnvM> envM;
+    auto& mux = KQC::KQCFunctionality<KQS::KQSLibFunctionality>::kit().getKQSEnvMMultiplexer();
+    ASSERT_EQ(0, mux.create("corvantis", KQC::KQCAccessProvider(), envM));
+    KQC::KQCEID eid;
+    EXPECT_EQ(3804, envM->findByVeid(101, eid));
+    envM.reset();
+    EXPECT_EQ(0, m_fini());
+}
+
+TEST_F(PluginFrameTest, UnbalancedFiniAborts)
+{
+    EXPECT_DEATH(m_fini(), "clientsNum");
+}
