@@ -1,0 +1,129 @@
+#include "KQSEnvLock.h"
+
+#include "KQSEnvMLocal.h"
+
+#include "KQC/EnvCache.h"
+#include "KQC/Error.h"
+#include "KQS/EnvConfig.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <unistd.h>
+
+namespace KQS {
+namespace {
+
+const std::pair<int, const char*> kTransitionNames[] = {
+    {2, "creating"},         {3, "mounting"},         {4, "starting"},  {5, "stopping"},    {6, "unmounting"},
+    {7, "destroying"},       {8, "moving"},           {9, "cloning"},   {10, "migrating"},  {11, "starting-repair"},
+    {12, "stopping-repair"}, {13, "setting"},         {14, "updating"}, {15, "backing-up"}, {16, "restoring"},
+    {17, "reinstalling"},    {18, "suspending"},      {19, "resuming"}, {20, "restarting"},
+};
+
+std::map<int, std::string> buildReverseMap()
+{
+    std::map<int, std::string> names;
+    for (const auto& entry : kTransitionNames)
+        names[entry.first] = entry.second;
+    return names;
+}
+
+std::string transitionName(int state)
+{
+    auto it = VPSTransitionsReverseMapLinux.find(state);
+    return it == VPSTransitionsReverseMapLinux.end() ? "unknown" : it->second;
+}
+
+// A violated precondition is a programming error of the caller.
+void require(bool condition, const char* text)
+{
+    if (!condition) {
+        std::fprintf(stderr, "KQSEnvLock: Assertion `%s' failed.\n", text);
+        std::abort();
+    }
+}
+
+// The VEID of a cached environment: 0, or 1 with the message set.
+int veidFromCache(const KQC::KQCEID& eid, int& veid)
+{
+    if (!eid.isValid()) {
+        KQC::setErrorMessage("Both VE's id and eid are invalid");
+        return 1;
+    }
+    boost::shared_ptr<KQC::KQCEnv> env = KQC::envCache()->getEnvCopy(eid);
+    if (!env) {
+        KQC::setErrorMessage("Cannot find VE by eid '%s'", eid.toString().c_str());
+        return 1;
+    }
+    if (env->getConfig())
+        KQSEnvConfig(*env->getConfig()).getVeid(veid);
+    return 0;
+}
+
+} // namespace
+
+const std::map<int, std::string> VPSTransitionsReverseMapLinux = buildReverseMap();
+
+KQSEnvLock::KQSEnvLock(int veid, int state) : m_veid(veid), m_state(state) {}
+
+KQSEnvLock::~KQSEnvLock()
+{
+    if (m_locked)
+        unlock();
+}
+
+int KQSEnvLock::setPathLazy()
+{
+    if (!m_path.empty())
+        return 0;
+    if (m_veid == 0 && veidFromCache(eid, m_veid) != 0)
+        return 1;
+    std::string lockDir;
+    KQSEnvMLocal envm{KQC::KQCAccessProvider()};
+    if (envm.getLockDir(lockDir) != 0)
+        return 1;
+    m_path = lockDir + "/" + std::to_string(m_veid) + ".lck";
+    return 0;
+}
+
+int KQSEnvLock::lock()
+{
+    require(!m_locked, "!m_locked");
+    if (setPathLazy() != 0)
+        return -1;
+    std::fstream file(m_path.c_str(), std::ios::in);
+    if (file.is_open()) {
+        int pid = 0;
+        std::string word;
+        bool havePid = static_cast<bool>(file >> pid);
+        if (havePid && !(file >> word))
+            word = "unknown";
+        if (havePid && ::kill(pid, 0) == 0) {
+            KQC::setErrorMessage("Environment locked (in '%s' transition)", word.c_str());
+            return -1;
+        }
+    }
+    // No file, garbage in it, or a holder that is gone: the lock is ours.
+    file.close();
+    file.clear();
+    file.open(m_path.c_str(), std::ios::out | std::ios::trunc);
+    m_locked = true;
+    file << ::getpid() << "\n" << transitionName(m_state);
+    file.flush();
+    if (!file.good()) {
+        KQC::setErrorMessage("Can't create lock");
+        return -1;
+    }
+    return 0;
+}
+
+void KQSEnvLock::unlock()
+{
+    require(m_locked, "m_locked");
+    m_locked = false;
+    ::unlink(m_path.c_str());
+}
+
+} // namespace KQS
