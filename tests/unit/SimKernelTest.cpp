@@ -348,10 +348,11 @@ TEST_F(SimKernelChild, DISABLED_CpuAndSlm)
         uint32_t header = u32At(buffer.data(), 4 + cursor);
         uint32_t size = KQ_SLM_HEADER_SIZE_OF(header);
         EXPECT_EQ(KQ_SLM_HEADER_TYPE(header), types[i]) << "element " << i;
-        if (size == 4)
+        if (size == 4) {
             EXPECT_EQ(u32At(buffer.data(), 8 + cursor), values[i]) << "element " << i;
-        if (size == 8)
+        } else if (size == 8) {
             EXPECT_EQ(u64At(buffer.data(), 8 + cursor), values[i]) << "element " << i;
+        }
         cursor += size + 4;
     }
     EXPECT_EQ(cursor, KQ_SLM_HEADER_SIZE_OF(root));
