@@ -73,6 +73,16 @@ __attribute__((visibility("default"))) int __open64_2(const char* path, int flag
     return openPath(path, flags, 0);
 }
 
+__attribute__((visibility("default"))) int __openat_2(int dirfd, const char* path, int flags)
+{
+    return openPathAt(dirfd, path, flags, 0);
+}
+
+__attribute__((visibility("default"))) int __openat64_2(int dirfd, const char* path, int flags)
+{
+    return openPathAt(dirfd, path, flags, 0);
+}
+
 __attribute__((visibility("default"))) int openat(int dirfd, const char* path, int flags, ...)
 {
     mode_t mode = 0;
