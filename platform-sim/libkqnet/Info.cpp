@@ -61,14 +61,26 @@ std::set<std::string> adapterNames(int veid)
     return names;
 }
 
+// "up" or "down"; both words at once give both flags, which a broken
+// kernel could report and callers must refuse. Unknown means up.
+unsigned int stateFlags(int veid, const std::string& name)
+{
+    std::string value;
+    unsigned int flags = 0;
+    if (kqsim::readKernelValue(veid, kPrefix + name + ".state", value)) {
+        std::istringstream words(value);
+        for (std::string word; words >> word;)
+            flags |= word == "up" ? KQNET_FLAG_UP : word == "down" ? KQNET_FLAG_DOWN : 0u;
+    }
+    return flags ? flags : KQNET_FLAG_UP;
+}
+
 Adapter liveAdapter(int veid, const std::string& name, unsigned int request)
 {
     Adapter adapter{veid, name, 0, {}};
     std::string value;
-    if (request & KQNET_INFO_STATE) {
-        bool down = kqsim::readKernelValue(veid, kPrefix + name + ".state", value) && value == "down";
-        adapter.flags = down ? KQNET_FLAG_DOWN : KQNET_FLAG_UP;
-    }
+    if (request & KQNET_INFO_STATE)
+        adapter.flags = stateFlags(veid, name);
     if ((request & KQNET_INFO_ADDRESSES) && kqsim::readKernelValue(veid, kPrefix + name + ".addresses", value)) {
         std::istringstream words(value);
         std::string address;

@@ -89,6 +89,13 @@ TEST_F(LibkqnetTest, StateOfRunningContainersAdapters)
     EXPECT_EQ(addresses(up), std::vector<std::string>{"10.0.0.5/24"});
     kqnet_release_info(up);
 
+    // A state a broken kernel could report: both flags, for callers to refuse.
+    setKernel(101, "veth.eth2.state", "up down");
+    kqnet_info* both = info("eth2", 101);
+    ASSERT_NE(both, nullptr);
+    EXPECT_EQ(both->flags, KQNET_FLAG_UP | KQNET_FLAG_DOWN);
+    kqnet_release_info(both);
+
     // An adapter nothing is known of is up, as a started container's are.
     kqnet_info* unknown = info("eth9", 101);
     ASSERT_NE(unknown, nullptr);

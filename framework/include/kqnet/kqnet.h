@@ -55,7 +55,8 @@ kqnet_filter* kqnet_get_simple_filter(int kind, int index, unsigned int flags, c
 /* The adapters the filter selects, as a list, or null with errno set:
  * ENOENT when no adapter matches (containers that are not running have
  * none), EINVAL for a null filter, ENOMEM.
- * An adapter's state defaults to up when nothing else is known of it. */
+ * An adapter's state defaults to up when nothing else is known of it;
+ * a state value holding both words ("up down") gives both flags. */
 kqnet_info* kqnet_get_info(unsigned int flags, const kqnet_filter* filter);
 
 void kqnet_release_filter(kqnet_filter* filter);
