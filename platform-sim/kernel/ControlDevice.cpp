@@ -4,6 +4,7 @@
 #include "RealCalls.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <fcntl.h>
@@ -73,6 +74,10 @@ bool isControlDevicePath(const char* path)
 
 int openControlDevice(int flags)
 {
+    if (int error = deviceOpenFault()) {
+        errno = error;
+        return -1;
+    }
     // Real device opens ignore creation flags; keep only close-on-exec.
     int fd = realOpen("/dev/null", O_RDWR | (flags & O_CLOEXEC), 0);
     if (fd < 0)

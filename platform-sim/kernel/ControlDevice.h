@@ -12,7 +12,7 @@ namespace kqsim {
 bool isControlDevicePath(const char* path);
 
 // Opens the stand-in descriptor and remembers it. Returns the descriptor or
-// -1 with errno set.
+// -1 with errno set (the errno of "fault.open" when that is set).
 int openControlDevice(int flags);
 
 bool isControlDescriptor(int fd);

@@ -90,6 +90,16 @@ void rewriteFault(const char* path, const char* name, long count)
         ::unlink(temporary);
 }
 
+// A standing fault: the errno named by the first word of a host value.
+int faultOf(const char* key)
+{
+    char text[64];
+    char name[32];
+    if (!readValue(kHostScope, key, text, sizeof text) || std::sscanf(text, "%31s", name) != 1)
+        return 0;
+    return errnoFromName(name);
+}
+
 struct RunningProbe {
     uint32_t wanted;
     bool found;
@@ -210,13 +220,14 @@ int takeIoctlFault()
     return error;  // the lock goes with the descriptor
 }
 
+int deviceOpenFault()
+{
+    return faultOf("fault.open");
+}
+
 int ubstatPrimaryFault()
 {
-    char text[64];
-    char name[32];
-    if (!readValue(kHostScope, "fault.ubc503", text, sizeof text) || std::sscanf(text, "%31s", name) != 1)
-        return 0;
-    return errnoFromName(name);
+    return faultOf("fault.ubc503");
 }
 
 int errnoFromName(const char* name)

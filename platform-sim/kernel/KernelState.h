@@ -40,6 +40,10 @@ bool isRunning(uint32_t veid);
 // unit of "fault.ioctl" ("ENOTTY 2"), rewriting the file for other processes.
 int takeIoctlFault();
 
+// The errno opens of the control device fail with ("fault.open"), or 0:
+// a host whose kernel has no control device.
+int deviceOpenFault();
+
 // The errno the beancounter call under its first number fails with, or 0.
 int ubstatPrimaryFault();
 

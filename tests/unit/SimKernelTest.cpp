@@ -185,6 +185,12 @@ TEST_F(SimKernelTest, BeancounterCallAnswersUnderItsFirstNumber)
     runChild("Ubstat", {"KQ_EXPECT=PRIMARY"});
 }
 
+TEST_F(SimKernelTest, DeviceOpenFaultMakesTheDeviceMissing)
+{
+    setKernel("host", "fault.open", "ENOENT");
+    runChild("DeviceMissing", {"KQ_NO_DEVICE=1"});
+}
+
 TEST_F(SimKernelTest, UnrelatedCallsAreUntouched)
 {
     write("plain.txt", "hello");
@@ -201,6 +207,8 @@ protected:
         if (!std::getenv(kChildRole))
             GTEST_SKIP() << "runs only in a preloaded re-run";
         m_root = std::getenv("KQ_HOST_ROOT");
+        if (std::getenv("KQ_NO_DEVICE"))
+            return;
         m_device = ::open((m_root + "/dev/kqctl").c_str(), O_RDWR | O_CLOEXEC);
         ASSERT_GE(m_device, 0) << std::strerror(errno);
     }
@@ -420,6 +428,16 @@ TEST_F(SimKernelChild, DISABLED_Ubstat)
     EXPECT_EQ(u64At(buffer.data(), 16 + 64 + 24), 13u); // record 1, maxheld: the container's
     EXPECT_EQ(u64At(buffer.data(), 16 + 128 + 8), 21u); // record 2, limit: the host-wide one
     EXPECT_EQ(::syscall(number, KQ_UBSTAT_READ_FULL, 101, &notify, buffer.data(), size - 10), size - 10);
+}
+
+TEST_F(SimKernelChild, DISABLED_DeviceMissing)
+{
+    EXPECT_EQ(::open((m_root + "/dev/kqctl").c_str(), O_RDWR | O_CLOEXEC), -1);
+    EXPECT_EQ(errno, ENOENT);
+    // Ordinary files still open.
+    int directory = ::open(m_root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    EXPECT_GE(directory, 0);
+    ::close(directory);
 }
 
 TEST_F(SimKernelChild, DISABLED_Untouched)
