@@ -81,6 +81,15 @@ std::string withoutTrailingNewlines(const std::string& text)
     return end == std::string::npos ? std::string() : text.substr(0, end + 1);
 }
 
+bool hasProgram(const char* const* argv)
+{
+    if (argv != nullptr && argv[0] != nullptr)
+        return true;
+    errno = EINVAL;
+    setErrorMessage("can't execute: no program given");
+    return false;
+}
+
 // The environment vector handed to the child, built before fork.
 std::vector<const char*> environmentOf(const std::vector<std::string>& saved)
 {
@@ -101,7 +110,6 @@ public:
     {
     }
     bool timedOut() const { return m_phase != Phase::Running; }
-    bool killed() const { return m_phase == Phase::Killed; }
     bool bounded() const { return m_deadline >= 0; }
 
     int pollTimeout(int cap) const
@@ -146,8 +154,53 @@ private:
 // slices so the child's exit and the deadline are noticed.
 int stepTimeout(const Child& child, const Limit& limit)
 {
-    bool watchExit = limit.killed() || !execdetail::pipesOpen(child);
+    bool watchExit = limit.timedOut() || !execdetail::pipesOpen(child);
     return limit.pollTimeout(watchExit ? kExitPollMs : -1);
+}
+
+// Moves the child's data until it has ended (or, over its limit, until it
+// is gone), handing standard output to lines and both streams to out/err.
+// Returns 0 with the child reaped, or -1 (message set) when its output
+// could not be read; the child is then killed and reaped as well.
+int driveToEnd(Child& child, Limit& deadline, LineSplitter& lines, std::string& out, std::string& err)
+{
+    int failure = 0;
+    for (;;) {
+        bool open = execdetail::pipesOpen(child);
+        if (!child.reaped && (deadline.timedOut() || !open)) {
+            bool block = !open && !deadline.bounded();
+            if (execdetail::reapChild(child, block) < 0)
+                break;
+        }
+        // Once a child we signalled is gone, pipes still open belong to its
+        // descendants: the limit is over, we do not wait for them.
+        if (child.reaped && (!open || deadline.timedOut()))
+            break;
+        failure = execdetail::pumpStep(child, stepTimeout(child, deadline));
+        out += child.outData;
+        lines.feed(child.outData);
+        child.outData.clear();
+        err += child.errData;
+        child.errData.clear();
+        if (failure != 0 || !deadline.check(child))
+            break;
+    }
+    lines.finish();
+    if (failure != 0) {
+        // The output is incomplete, so the run has failed whatever the
+        // program does next; do not wait for it to finish on its own.
+        std::string message = getErrorMessage();
+        execdetail::signalChild(child, SIGKILL);
+        execdetail::reapChild(child, true);
+        setErrorMessage("%s", message.c_str());
+        return -1;
+    }
+    child.out.reset();
+    child.err.reset();
+    child.in.reset();
+    if (!child.reaped)
+        execdetail::reapChild(child, true);
+    return 0;
 }
 
 } // namespace
@@ -214,9 +267,7 @@ int GenExec::runToEnd(const char* const* argv, const char* const* env, const std
 {
     resetOutputs();
     m_lastStatus = -1;
-    if (argv == nullptr || argv[0] == nullptr) {
-        errno = EINVAL;
-        setErrorMessage("can't execute: no program given");
+    if (!hasProgram(argv)) {
         m_errText = getErrorMessage();
         return -1;
     }
@@ -239,47 +290,8 @@ int GenExec::runToEnd(const char* const* argv, const char* const* env, const std
 
     LineSplitter lines(m_handler);
     Limit deadline(limit);
-    int failure = 0;
-    for (;;) {
-        bool open = execdetail::pipesOpen(child);
-        if (!child.reaped && (deadline.killed() || !open)) {
-            bool block = !open && !deadline.bounded();
-            if (execdetail::reapChild(child, block) < 0)
-                break;
-        }
-        // After SIGKILL the child is gone for good; pipes still open belong
-        // to its descendants, which we do not wait for.
-        if (!open || (child.reaped && deadline.killed())) {
-            if (child.reaped)
-                break;
-        }
-        if (execdetail::pumpStep(child, stepTimeout(child, deadline)) != 0)
-            failure = -1;
-        m_out += child.outData;
-        lines.feed(child.outData);
-        child.outData.clear();
-        m_err += child.errData;
-        child.errData.clear();
-        if (failure != 0 || !deadline.check(child))
-            break;
-    }
-    lines.finish();
-    if (failure != 0) {
-        // Reading failed: the output is incomplete, so the run counts as
-        // failed whatever the program does; do not wait for it forever.
-        std::string message = getErrorMessage();
-        execdetail::signalChild(child, SIGKILL);
-        execdetail::reapChild(child, true);
-        setErrorMessage("%s", message.c_str());
-        m_errText = message;
-        return -1;
-    }
-    child.out.reset();
-    child.err.reset();
-    child.in.reset();
-    if (!child.reaped)
-        execdetail::reapChild(child, true);
-    if (child.status == -1) {  // could not be waited for (message set)
+    int rc = driveToEnd(child, deadline, lines, m_out, m_err);
+    if (rc != 0 || child.status == -1) {
         m_errText = getErrorMessage();
         return -1;
     }
@@ -316,9 +328,7 @@ int GenExec::execComplexBegin(const char* const* argv, int /*flags*/)
 {
     resetOutputs();
     m_lastStatus = -1;
-    if (argv == nullptr || argv[0] == nullptr) {
-        errno = EINVAL;
-        setErrorMessage("can't execute: no program given");
+    if (!hasProgram(argv)) {
         m_errText = getErrorMessage();
         return -1;
     }

@@ -198,43 +198,58 @@ bool inputPending(const Child& child) { return child.in.isValid() && child.input
 
 } // namespace
 
-int spawnChild(const char* const* argv, const char* const* envp, bool stdinPipe, Child& child,
-               int& failedStatus)
+namespace {
+
+// The child's ends of its three streams and of the exec report pipe.
+struct ChildEnds {
+    KQCHandle in, out, err, report;
+};
+
+// Makes the pipes; the parent's ends go into child, the others into ends.
+int makeStreams(bool stdinPipe, Child& child, ChildEnds& ends, KQCHandle& reportRead)
 {
-    failedStatus = -1;
-    KQCHandle childIn, childOut, childErr, reportRead, reportWrite;
     if (stdinPipe) {
-        if (makePipe(childIn, child.in) != 0)
+        if (makePipe(ends.in, child.in) != 0)
             return -1;
     } else {
-        childIn.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-        if (!childIn.isValid()) {
+        ends.in.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        if (!ends.in.isValid()) {
             setErrorMessage("can't open /dev/null: %m");
             return -1;
         }
     }
-    if (makePipe(child.out, childOut) != 0 || makePipe(child.err, childErr) != 0
-        || makePipe(reportRead, reportWrite) != 0)
+    if (makePipe(child.out, ends.out) != 0 || makePipe(child.err, ends.err) != 0
+        || makePipe(reportRead, ends.report) != 0)
         return -1;
-    if (moveAbove3(childIn) != 0 || moveAbove3(childOut) != 0 || moveAbove3(childErr) != 0
-        || moveAbove3(reportWrite) != 0) {
+    if (moveAbove3(ends.in) != 0 || moveAbove3(ends.out) != 0 || moveAbove3(ends.err) != 0
+        || moveAbove3(ends.report) != 0) {
         setErrorMessage("can't duplicate a descriptor: %m");
         return -1;
     }
+    return 0;
+}
 
+ChildPlan planFor(const char* const* argv, const char* const* envp, const ChildEnds& ends)
+{
     ChildPlan plan;
     plan.argv = argv;
     plan.envp = envp;
-    plan.in = childIn.get();
-    plan.out = childOut.get();
-    plan.err = childErr.get();
-    plan.report = reportWrite.get();
+    plan.in = ends.in.get();
+    plan.out = ends.out.get();
+    plan.err = ends.err.get();
+    plan.report = ends.report.get();
     plan.maxFd = highestDescriptor();
     std::memset(&plan.defaultAction, 0, sizeof plan.defaultAction);
     plan.defaultAction.sa_handler = SIG_DFL;
     sigemptyset(&plan.defaultAction.sa_mask);
     sigemptyset(&plan.emptyMask);
+    return plan;
+}
 
+// fork with every signal blocked, so that no handler of ours runs in the
+// child before it has reset them. Returns the pid, or -1 (message set).
+pid_t forkChild(const ChildPlan& plan)
+{
     sigset_t all, old;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &old);
@@ -245,14 +260,26 @@ int spawnChild(const char* const* argv, const char* const* envp, bool stdinPipe,
     pthread_sigmask(SIG_SETMASK, &old, nullptr);
     if (pid < 0) {
         errno = forkErrno;
-        setErrorMessage("can't start '%s': fork: %m", argv[0]);
-        return -1;
+        setErrorMessage("can't start '%s': fork: %m", plan.argv[0]);
     }
+    return pid;
+}
+
+} // namespace
+
+int spawnChild(const char* const* argv, const char* const* envp, bool stdinPipe, Child& child,
+               int& failedStatus)
+{
+    failedStatus = -1;
+    ChildEnds ends;
+    KQCHandle reportRead;
+    if (makeStreams(stdinPipe, child, ends, reportRead) != 0)
+        return -1;
+    pid_t pid = forkChild(planFor(argv, envp, ends));
+    if (pid < 0)
+        return -1;
     child.pid = pid;
-    childIn.reset();
-    childOut.reset();
-    childErr.reset();
-    reportWrite.reset();
+    ends = ChildEnds();  // the child has its copies; ours would hide its EOF
 
     int execErrno = readExecReport(reportRead);
     if (execErrno != 0) {

@@ -2,8 +2,8 @@
 // Running programs: argument vectors, one-shot runs that capture both
 // output streams, and interactive runs over pipes.
 //
-// How a program is started: argv[0] is looked up on PATH the way execvp
-// does (a name with a slash is used as it stands). The child gets the
+// How a program is started: argv[0] is looked up on the caller's PATH the
+// way execvp does (a name with a slash is used as it stands). The child gets the
 // saved environment (saveEnv) or, when none was saved, the caller's; its
 // signal dispositions are reset to the defaults and its signal mask is
 // emptied; no descriptor of ours other than its standard streams reaches
@@ -19,6 +19,8 @@
 // seconds later if it is still there. The run's status is then its death by
 // that signal (a program that catches SIGTERM and exits anyway is reported
 // as killed by SIGTERM), and the error text begins with "timed out after".
+// Once the signalled program is gone the run ends, even if programs it
+// started still hold its output pipes open.
 //
 // Error text of a failed run (non-zero status): the captured standard error
 // without its trailing newlines; when that is empty, statusText(status).
@@ -99,7 +101,8 @@ public:
     const std::string& getOutput(int stream) const;
 
     // Interactive runs: the child's standard input and output are pipes we
-    // hold; its standard error is captured into getOutput(ERR).
+    // hold; its standard error is captured and shows in getOutput(ERR) once
+    // the run has ended. There is no time limit.
     // Returns 0, or -1 when the program could not be started.
     int execComplexBegin(const char* const* argv, int flags);
     // One standard-output line without "\n": 0, 1 at end of output, -1 on
