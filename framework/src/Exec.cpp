@@ -4,6 +4,7 @@
 #include "KQC/Error.h"
 
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -121,6 +122,8 @@ public:
             left = 0;
         if (cap >= 0 && left > cap)
             left = cap;
+        if (left > INT_MAX)  // limits up to 497 days do not fit poll's int
+            left = INT_MAX;
         return static_cast<int>(left);
     }
 

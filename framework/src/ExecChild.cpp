@@ -196,10 +196,6 @@ void feed(Child& child)
 
 bool inputPending(const Child& child) { return child.in.isValid() && child.inputPos < child.input.size(); }
 
-} // namespace
-
-namespace {
-
 // The child's ends of its three streams and of the exec report pipe.
 struct ChildEnds {
     KQCHandle in, out, err, report;

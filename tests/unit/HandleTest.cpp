@@ -180,7 +180,7 @@ TEST_F(HandleTest, SecondProcessRole)
 
 TEST_F(HandleTest, ExcludesAnotherProcess)
 {
-    KQC::KQCHandle(::open(m_file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+    ASSERT_TRUE(openLockFile().isValid());  // the other process opens it without creating
     std::string roleHold = std::string(kRoleVariable) + "=hold";
     std::string roleTry = std::string(kRoleVariable) + "=try";
     std::string file = std::string(kFileVariable) + "=" + m_file;
