@@ -90,8 +90,10 @@ public:
 
     // Runs argv to its end with standard input from /dev/null, capturing
     // standard output (to the handler and getOutput(OUT)) and standard error
-    // (getOutput(ERR)). Returns the wait status; on a non-zero status the
-    // error text is set (see above). flags: none yet, pass 0.
+    // (getOutput(ERR)). Returns the wait status (an exit with code 127 when
+    // the program could not be executed, -1 when no process could be made
+    // at all); on a non-zero status the error text is set (see above).
+    // flags: none yet, pass 0.
     int execWithError(const char* const* argv, int flags, unsigned int limit);
     // The same; when standard error is empty the error text falls back to
     // the standard output (for tools that complain there) before the status.
