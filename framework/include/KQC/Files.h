@@ -1,0 +1,136 @@
+#pragma once
+// File helpers: whole-file reads and atomic writes, directories, temporary
+// files beside a target, backups, and number conversions.
+//
+// Failure: unless stated otherwise an operation returns 0 on success, or -1
+// with the framework's error message set and errno holding the cause, so a
+// caller may add its own message with "%m".
+// Atomicity: a file is never rewritten in place. New contents go to a
+// unique temporary file in the target's directory, are flushed to disk, and
+// the temporary is renamed over the target; on any failure the temporary is
+// removed and the target is untouched.
+// Thread safety: free functions may be called from any thread; an object is
+// used by one thread at a time.
+#include <dirent.h>
+#include <sys/types.h>
+
+#include <iosfwd>
+#include <memory>
+#include <string>
+
+namespace KQC {
+
+// Non-zero when an entry of that name exists. followLinks=0 tests the entry
+// itself (a dangling symbolic link exists); otherwise the link's target.
+int fentryExists(const std::string& path, int followLinks = 1);
+
+// Reads the whole file into out (replacing its contents). flags: none yet.
+int file2str(const std::string& path, std::string& out, int flags = 0);
+
+// Replaces the file with data atomically. An existing file keeps its
+// permission bits; a new one gets 0644.
+int str2file(const std::string& path, const std::string& data);
+
+// Replaces the file with data atomically; the result has exactly `mode`.
+int writeFileAtomic(const std::string& path, const std::string& data, mode_t mode = 0644);
+
+// Copies the contents of `from` over `to`; `to` is replaced atomically and
+// gets the permission bits of `from`.
+int copyFile(const std::string& from, const std::string& to);
+
+// Removes a file (or an empty directory).
+int removeFile(const std::string& path);
+
+// rename(2): atomic within one file system.
+int renameFile(const std::string& from, const std::string& to);
+
+enum { MKDIR_EXCLUDE_LAST = 1 };
+
+// Creates every missing directory along path with `mode` (before umask).
+// With MKDIR_EXCLUDE_LAST the last component is a file name and is not
+// created. Existing directories are fine; an existing non-directory on the
+// way fails with ENOTDIR.
+int mkDeepDir(const std::string& path, mode_t mode, int flags = 0);
+
+// A new unique file beside `target` (same directory, so the final rename is
+// atomic), named after the target with "~tmp" and a random suffix. Owns its
+// descriptor; the destructor removes the file unless commit() succeeded.
+// With create=false no file is made: getpath() is a fresh unique name the
+// caller may create itself, and commit() renames it if it exists.
+// isValid() tells whether the file was made (create=true) or a unique name
+// was found (create=false); when not, the message is set and errno kept.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(const std::string& target, bool create = true);
+    ~TemporaryFile();
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    bool isValid() const;
+    const std::string& getpath() const;
+    const std::string& target() const;
+    // Buffered stream over the file; a write error makes it bad and makes
+    // close() fail. Do not mix with raw writes to fd() without flushing.
+    std::ostream& stream();
+    int fd() const;
+    // Flush, fsync and close. 0, or -1 (message set) when any write failed.
+    int close();
+    // close() if still open, then rename over the target. 0 or -1.
+    int commit();
+
+private:
+    struct State;
+    std::unique_ptr<State> m_state;
+};
+
+// Reads the entries of one directory, "." and ".." included.
+// flags: none yet.
+class OpenDir {
+public:
+    explicit OpenDir(const std::string& path, int flags = 0);
+    ~OpenDir();
+    OpenDir(const OpenDir&) = delete;
+    OpenDir& operator=(const OpenDir&) = delete;
+
+    explicit operator bool() const;  // opened? (message set when not)
+    bool read();                     // next entry; false at the end or on error
+    std::string name() const;        // the current entry's name
+    bool isDots() const;             // "." or ".."
+
+private:
+    DIR* m_dir;
+    std::string m_name;
+};
+
+// Keeps a copy of a file while the file is rewritten. The copy lives beside
+// the file under a unique "~bak" name. Unless clear() was called, the
+// destructor puts the copy back over the file (atomically, by rename).
+class BackupFile {
+public:
+    BackupFile() = default;
+    ~BackupFile();
+    BackupFile(const BackupFile&) = delete;
+    BackupFile& operator=(const BackupFile&) = delete;
+
+    // Copies path aside. A previous backup held by this object is first
+    // dropped as by clear().
+    int backup(const std::string& path);
+    // Puts the copy back over the file; the object then holds nothing.
+    int restore();
+    // Drops the copy (the rewrite succeeded).
+    void clear();
+    const std::string& backupPath() const { return m_backup; }
+
+private:
+    std::string m_path;
+    std::string m_backup;
+};
+
+std::string intToStr(long long v);
+std::string ulongToStr(unsigned long v);
+std::string longlongToStr(long long v);
+// Strict: the whole string is decimal digits, no sign, no blanks, fits.
+// -1 with errno EINVAL (not a number) or ERANGE (too big); out unchanged.
+int strToUlong(const std::string& s, unsigned long& out);
+
+} // namespace KQC

@@ -1,0 +1,492 @@
+#include "KQC/Files.h"
+
+#include "KQC/Error.h"
+#include "KQC/Handle.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <ostream>
+#include <streambuf>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace KQC {
+namespace {
+
+// Keeps errno (and optionally the thread's message) across clean-up code,
+// so the caller still sees the cause of the original failure.
+class ErrnoKeeper {
+public:
+    ErrnoKeeper() : m_errno(errno) {}
+    ~ErrnoKeeper() { errno = m_errno; }
+
+private:
+    int m_errno;
+};
+
+int writeAll(int fd, const char* data, size_t size)
+{
+    while (size > 0) {
+        ssize_t n = ::write(fd, data, size);
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            return -1;
+        }
+        data += n;
+        size -= static_cast<size_t>(n);
+    }
+    return 0;
+}
+
+int readAll(int fd, std::string& out)
+{
+    std::string text;
+    struct stat st;
+    if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0)
+        text.reserve(static_cast<size_t>(st.st_size));
+    char chunk[65536];
+    for (;;) {
+        ssize_t n = ::read(fd, chunk, sizeof chunk);
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            return -1;
+        }
+        if (n == 0)
+            break;
+        text.append(chunk, static_cast<size_t>(n));
+    }
+    out.swap(text);
+    return 0;
+}
+
+int openReading(const std::string& path, KQCHandle& fd)
+{
+    fd.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.isValid()) {
+        setErrorMessage("can't open '%s': %m", path.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+// A unique new file "<base><tag>XXXXXX" beside base; the descriptor is
+// returned in fd and the name in path.
+int makeUniqueSibling(const std::string& base, const char* tag, KQCHandle& fd, std::string& path)
+{
+    std::vector<char> name(base.begin(), base.end());
+    for (const char* t = tag; *t; ++t)
+        name.push_back(*t);
+    for (int i = 0; i < 6; ++i)
+        name.push_back('X');
+    name.push_back('\0');
+    fd.reset(::mkostemp(name.data(), O_CLOEXEC));
+    if (!fd.isValid()) {
+        setErrorMessage("can't create a temporary file for '%s': %m", base.c_str());
+        return -1;
+    }
+    path.assign(name.data());
+    return 0;
+}
+
+void unlinkQuietly(const std::string& path)
+{
+    ErrnoKeeper keep;
+    ::unlink(path.c_str());
+}
+
+// Writes the stream's buffer to the descriptor; remembers the first write
+// error so close() can report it with its errno.
+class FdStreamBuf : public std::streambuf {
+public:
+    explicit FdStreamBuf(int fd) : m_fd(fd) { setp(m_buffer, m_buffer + sizeof m_buffer); }
+    int failedErrno() const { return m_errno; }
+
+protected:
+    int_type overflow(int_type ch) override
+    {
+        if (flushBuffer() != 0)
+            return traits_type::eof();
+        if (!traits_type::eq_int_type(ch, traits_type::eof())) {
+            *pptr() = traits_type::to_char_type(ch);
+            pbump(1);
+        }
+        return traits_type::not_eof(ch);
+    }
+    int sync() override { return flushBuffer(); }
+
+private:
+    int flushBuffer()
+    {
+        size_t pending = static_cast<size_t>(pptr() - pbase());
+        if (m_errno != 0)
+            return -1;
+        if (pending > 0 && writeAll(m_fd, pbase(), pending) != 0) {
+            m_errno = errno;
+            return -1;
+        }
+        setp(m_buffer, m_buffer + sizeof m_buffer);
+        return 0;
+    }
+
+    int m_fd;
+    int m_errno = 0;
+    char m_buffer[16384];
+};
+
+} // namespace
+
+int fentryExists(const std::string& path, int followLinks)
+{
+    ErrnoKeeper keep;
+    struct stat st;
+    int rc = followLinks ? ::stat(path.c_str(), &st) : ::lstat(path.c_str(), &st);
+    return rc == 0 ? 1 : 0;
+}
+
+int file2str(const std::string& path, std::string& out, int /*flags*/)
+{
+    KQCHandle fd;
+    if (openReading(path, fd) != 0)
+        return -1;
+    if (readAll(fd.get(), out) != 0) {
+        setErrorMessage("can't read '%s': %m", path.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int writeFileAtomic(const std::string& path, const std::string& data, mode_t mode)
+{
+    TemporaryFile tmp(path);
+    if (!tmp.isValid())
+        return -1;
+    if (writeAll(tmp.fd(), data.data(), data.size()) != 0) {
+        setErrorMessage("can't write '%s': %m", tmp.getpath().c_str());
+        return -1;
+    }
+    // mkostemp makes 0600 files; the result must carry the caller's mode.
+    if (::fchmod(tmp.fd(), mode & 07777) != 0) {
+        setErrorMessage("can't set the mode of '%s': %m", tmp.getpath().c_str());
+        return -1;
+    }
+    return tmp.commit();
+}
+
+int str2file(const std::string& path, const std::string& data)
+{
+    struct stat st;
+    mode_t mode = 0644;
+    {
+        ErrnoKeeper keep;
+        if (::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode))
+            mode = st.st_mode & 07777;
+    }
+    return writeFileAtomic(path, data, mode);
+}
+
+int copyFile(const std::string& from, const std::string& to)
+{
+    KQCHandle source;
+    if (openReading(from, source) != 0)
+        return -1;
+    struct stat st;
+    if (::fstat(source.get(), &st) != 0) {
+        setErrorMessage("can't stat '%s': %m", from.c_str());
+        return -1;
+    }
+    TemporaryFile tmp(to);
+    if (!tmp.isValid())
+        return -1;
+    char chunk[65536];
+    for (;;) {
+        ssize_t n = ::read(source.get(), chunk, sizeof chunk);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0) {
+            setErrorMessage("can't read '%s': %m", from.c_str());
+            return -1;
+        }
+        if (n == 0)
+            break;
+        if (writeAll(tmp.fd(), chunk, static_cast<size_t>(n)) != 0) {
+            setErrorMessage("can't write '%s': %m", tmp.getpath().c_str());
+            return -1;
+        }
+    }
+    if (::fchmod(tmp.fd(), st.st_mode & 07777) != 0) {
+        setErrorMessage("can't set the mode of '%s': %m", tmp.getpath().c_str());
+        return -1;
+    }
+    return tmp.commit();
+}
+
+int removeFile(const std::string& path)
+{
+    int rc = ::unlink(path.c_str());
+    if (rc != 0 && errno == EISDIR)
+        rc = ::rmdir(path.c_str());
+    if (rc != 0) {
+        setErrorMessage("can't remove '%s': %m", path.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int renameFile(const std::string& from, const std::string& to)
+{
+    if (::rename(from.c_str(), to.c_str()) != 0) {
+        setErrorMessage("can't rename '%s' to '%s': %m", from.c_str(), to.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int mkDeepDir(const std::string& path, mode_t mode, int flags)
+{
+    std::string wanted = path;
+    if (flags & MKDIR_EXCLUDE_LAST) {
+        size_t slash = wanted.find_last_of('/');
+        wanted.erase(slash == std::string::npos ? 0 : slash);
+    }
+    size_t pos = 0;
+    while (pos < wanted.size()) {
+        size_t slash = wanted.find('/', pos + 1);
+        if (slash == std::string::npos)
+            slash = wanted.size();
+        std::string prefix = wanted.substr(0, slash);
+        pos = slash;
+        if (prefix.empty() || prefix == "/")
+            continue;
+        if (::mkdir(prefix.c_str(), mode) == 0)
+            continue;
+        int mkdirErrno = errno;
+        struct stat st;
+        // An existing directory is what we want, whatever mkdir said
+        // (a read-only file system reports EROFS even for existing ones).
+        if (::stat(prefix.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+            continue;
+        errno = mkdirErrno == EEXIST ? ENOTDIR : mkdirErrno;
+        setErrorMessage("can't create directory '%s': %m", prefix.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+struct TemporaryFile::State {
+    std::string target;
+    std::string path;
+    KQCHandle fd;
+    std::unique_ptr<FdStreamBuf> buffer;
+    std::ostream stream{nullptr};
+    bool valid = false;
+    bool closed = false;
+    bool committed = false;
+};
+
+TemporaryFile::TemporaryFile(const std::string& target, bool create) : m_state(new State)
+{
+    State& s = *m_state;
+    s.target = target;
+    if (makeUniqueSibling(target, "~tmp", s.fd, s.path) != 0)
+        return;
+    s.valid = true;
+    if (!create) {
+        // Only the name was wanted: give the file up again, the name stays
+        // unique enough for the caller to create it right away.
+        unlinkQuietly(s.path);
+        s.fd.reset();
+        s.closed = true;
+        return;
+    }
+    s.buffer.reset(new FdStreamBuf(s.fd.get()));
+    s.stream.rdbuf(s.buffer.get());
+}
+
+TemporaryFile::~TemporaryFile()
+{
+    ErrnoKeeper keep;
+    State& s = *m_state;
+    s.stream.rdbuf(nullptr);
+    s.fd.reset();
+    if (s.valid && !s.committed)
+        ::unlink(s.path.c_str());
+}
+
+bool TemporaryFile::isValid() const { return m_state->valid; }
+
+const std::string& TemporaryFile::getpath() const { return m_state->path; }
+
+const std::string& TemporaryFile::target() const { return m_state->target; }
+
+std::ostream& TemporaryFile::stream() { return m_state->stream; }
+
+int TemporaryFile::fd() const { return m_state->fd.get(); }
+
+int TemporaryFile::close()
+{
+    State& s = *m_state;
+    if (!s.valid) {
+        errno = EBADF;
+        setErrorMessage("can't close the temporary file for '%s': it was not created", s.target.c_str());
+        return -1;
+    }
+    if (s.closed)
+        return 0;
+    s.closed = true;
+    s.stream.flush();
+    s.stream.rdbuf(nullptr);
+    KQCHandle fd(s.fd.release());
+    if (s.buffer && s.buffer->failedErrno() != 0) {
+        errno = s.buffer->failedErrno();
+        setErrorMessage("can't write '%s': %m", s.path.c_str());
+        return -1;
+    }
+    if (::fsync(fd.get()) != 0) {
+        setErrorMessage("can't flush '%s': %m", s.path.c_str());
+        return -1;
+    }
+    // close() is where some file systems report delayed write errors.
+    if (::close(fd.release()) != 0) {
+        setErrorMessage("can't close '%s': %m", s.path.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int TemporaryFile::commit()
+{
+    State& s = *m_state;
+    if (close() != 0)
+        return -1;
+    if (renameFile(s.path, s.target) != 0)
+        return -1;
+    s.committed = true;
+    return 0;
+}
+
+OpenDir::OpenDir(const std::string& path, int /*flags*/) : m_dir(nullptr)
+{
+    KQCHandle fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd.isValid())
+        m_dir = ::fdopendir(fd.get());
+    if (m_dir == nullptr) {
+        setErrorMessage("can't open directory '%s': %m", path.c_str());
+        return;
+    }
+    fd.release();  // the DIR stream owns it now
+}
+
+OpenDir::~OpenDir()
+{
+    if (m_dir != nullptr) {
+        ErrnoKeeper keep;
+        ::closedir(m_dir);
+    }
+}
+
+OpenDir::operator bool() const { return m_dir != nullptr; }
+
+bool OpenDir::read()
+{
+    m_name.clear();
+    if (m_dir == nullptr)
+        return false;
+    errno = 0;
+    struct dirent* entry = ::readdir(m_dir);
+    if (entry == nullptr) {
+        if (errno != 0)
+            setErrorMessage("can't read directory: %m");
+        return false;
+    }
+    m_name = entry->d_name;
+    return true;
+}
+
+std::string OpenDir::name() const { return m_name; }
+
+bool OpenDir::isDots() const { return m_name == "." || m_name == ".."; }
+
+BackupFile::~BackupFile()
+{
+    if (m_backup.empty())
+        return;
+    // Restoring runs during unwinding of a failed rewrite: keep the
+    // failure's errno and message for the caller.
+    ErrnoKeeper keep;
+    std::string message = getErrorMessage();
+    restore();
+    setErrorMessage("%s", message.c_str());
+}
+
+int BackupFile::backup(const std::string& path)
+{
+    clear();
+    KQCHandle reserved;
+    std::string backupPath;
+    if (makeUniqueSibling(path, "~bak", reserved, backupPath) != 0)
+        return -1;
+    reserved.reset();
+    if (copyFile(path, backupPath) != 0) {
+        unlinkQuietly(backupPath);
+        return -1;
+    }
+    m_path = path;
+    m_backup = backupPath;
+    return 0;
+}
+
+int BackupFile::restore()
+{
+    if (m_backup.empty()) {
+        errno = EINVAL;
+        setErrorMessage("can't restore: no backup was taken");
+        return -1;
+    }
+    if (renameFile(m_backup, m_path) != 0)
+        return -1;
+    m_backup.clear();
+    m_path.clear();
+    return 0;
+}
+
+void BackupFile::clear()
+{
+    if (!m_backup.empty())
+        unlinkQuietly(m_backup);
+    m_backup.clear();
+    m_path.clear();
+}
+
+std::string intToStr(long long v) { return std::to_string(v); }
+
+std::string ulongToStr(unsigned long v) { return std::to_string(v); }
+
+std::string longlongToStr(long long v) { return std::to_string(v); }
+
+int strToUlong(const std::string& s, unsigned long& out)
+{
+    // strtoul alone accepts blanks, signs ("-1" wraps round) and trailing
+    // garbage; a number from a file or a client must be digits only.
+    bool digitsOnly = !s.empty();
+    for (char c : s)
+        digitsOnly = digitsOnly && c >= '0' && c <= '9';
+    if (!digitsOnly) {
+        errno = EINVAL;
+        setErrorMessage("'%s' is not a decimal number", s.c_str());
+        return -1;
+    }
+    errno = 0;
+    unsigned long value = std::strtoul(s.c_str(), nullptr, 10);
+    if (errno == ERANGE) {
+        setErrorMessage("'%s' is too big a number", s.c_str());
+        return -1;
+    }
+    out = value;
+    return 0;
+}
+
+} // namespace KQC

@@ -1,0 +1,411 @@
+#include "KQC/Exec.h"
+
+#include "KQC/Error.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <set>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using KQC::GenExec;
+
+// Runs a shell command line through execWithError.
+int runShell(GenExec& exec, const std::string& script, unsigned int limit = 0)
+{
+    const char* argv[] = {"/bin/sh", "-c", script.c_str(), nullptr};
+    return exec.execWithError(argv, 0, limit);
+}
+
+std::vector<std::string> linesOf(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+TEST(ExecutionArgsTest, BuildsNullTerminatedVector)
+{
+    KQC::ExecutionArgs args;
+    static const char kStatic[] = "kqctl";
+    args.push_back(kStatic, false);
+    std::string veid = "101";
+    args.push_back(veid.c_str(), true);
+    veid = "999";  // the copy must not follow the caller's buffer
+    args.push_back(std::string("--fast"));
+    args.push_back(nullptr);  // callers end their lists with a null entry
+    const char* const* argv = args.toArgs();
+    ASSERT_EQ(args.size(), 3u);
+    EXPECT_EQ(argv[0], kStatic);
+    EXPECT_STREQ(argv[1], "101");
+    EXPECT_STREQ(argv[2], "--fast");
+    EXPECT_EQ(argv[3], nullptr);
+    EXPECT_EQ(args.toString(), "kqctl 101 --fast");
+}
+
+TEST(ExecutionArgsTest, CopiesOwnTheirTexts)
+{
+    std::unique_ptr<KQC::ExecutionArgs> original(new KQC::ExecutionArgs);
+    original->push_back("start", false);
+    original->push_back(std::string("101"));
+    KQC::ExecutionArgs copy(*original);
+    original.reset();
+    const char* const* argv = copy.toArgs();
+    EXPECT_STREQ(argv[0], "start");
+    EXPECT_STREQ(argv[1], "101");
+    EXPECT_EQ(argv[2], nullptr);
+}
+
+TEST(ExecTest, ExitStatusAndErrorText)
+{
+    GenExec exec;
+    EXPECT_EQ(runShell(exec, "echo fine"), 0);
+    EXPECT_EQ(exec.getOutput(GenExec::OUT), "fine\n");
+    EXPECT_EQ(exec.getOutput(GenExec::ERRTEXT), "");
+
+    int status = runShell(exec, "echo 'bad veid' >&2; echo more >&2; exit 32");
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 32);
+    EXPECT_EQ((status & 0xFF00) >> 8, 32);
+    EXPECT_STREQ(KQC::getErrorMessage(), "bad veid\nmore");
+    EXPECT_EQ(exec.getOutput(GenExec::ERRTEXT), "bad veid\nmore");
+    EXPECT_EQ(exec.getOutput(GenExec::ERR), "bad veid\nmore\n");
+
+    status = runShell(exec, "echo on stdout; exit 3");
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+    EXPECT_STREQ(KQC::getErrorMessage(), "exited with code 3");
+
+    const char* fail[] = {"/bin/false", nullptr};
+    EXPECT_NE(exec.execWithError(fail, 0, 0), 0);
+    EXPECT_EQ(exec.wait(), exec.execWithError(fail, 0, 0));
+}
+
+TEST(ExecTest, OutputErrorFallsBackToStandardOutput)
+{
+    GenExec exec;
+    const char* argv[] = {"/bin/sh", "-c", "echo 'complaint on stdout'; exit 2", nullptr};
+    EXPECT_EQ(WEXITSTATUS(exec.execWithOutputError(argv, 0, 0)), 2);
+    EXPECT_STREQ(KQC::getErrorMessage(), "complaint on stdout");
+    EXPECT_EQ(WEXITSTATUS(exec.execWithError(argv, 0, 0)), 2);
+    EXPECT_STREQ(KQC::getErrorMessage(), "exited with code 2");
+}
+
+TEST(ExecTest, ControlCharactersAreFilteredFromTheMessage)
+{
+    GenExec exec;
+    runShell(exec, "printf 'bad\\033[2Jthing' >&2; exit 1");
+    EXPECT_STREQ(KQC::getErrorMessage(), "bad?[2Jthing");
+    EXPECT_EQ(exec.getOutput(GenExec::ERRTEXT), "bad\033[2Jthing");
+}
+
+TEST(ExecTest, DeathBySignal)
+{
+    GenExec exec;
+    int status = runShell(exec, "kill -9 $$");
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGKILL);
+    EXPECT_EQ((status & 0xFF00) >> 8, 0);  // no exit code: callers map it to their generic failure
+    EXPECT_STREQ(KQC::getErrorMessage(), "killed by signal 9 (Killed)");
+}
+
+TEST(ExecTest, StatusTexts)
+{
+    GenExec exec;
+    EXPECT_EQ(exec.statusText(0), "exited with code 0");
+    EXPECT_EQ(exec.statusText(3 << 8), "exited with code 3");
+    EXPECT_EQ(exec.statusText(SIGTERM), "killed by signal 15 (Terminated)");
+    EXPECT_EQ(exec.statusText(-1), "could not be started");
+}
+
+TEST(ExecTest, ProgramThatDoesNotExist)
+{
+    GenExec exec;
+    const char* argv[] = {"kq-no-such-program", "x", nullptr};
+    int status = exec.execWithError(argv, 0, 80000);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 127);
+    EXPECT_STREQ(KQC::getErrorMessage(), "can't execute 'kq-no-such-program': No such file or directory");
+    EXPECT_EQ(exec.getOutput(GenExec::ERRTEXT), KQC::getErrorMessage());
+
+    KQC::HWExec hw;
+    EXPECT_EQ(hw.exec(0, argv), -1);
+    char plainFile[] = "/tmp/kq-exec-plain-XXXXXX";
+    int fd = ::mkstemp(plainFile);  // mode 0600: no execute bit for anybody
+    ASSERT_GE(fd, 0);
+    ::close(fd);
+    const char* notExecutable[] = {plainFile, nullptr};
+    EXPECT_EQ(hw.exec(0, notExecutable), -1);
+    EXPECT_EQ(std::string(KQC::getErrorMessage()), "can't execute '" + std::string(plainFile) + "': Permission denied");
+    ::unlink(plainFile);
+
+    EXPECT_EQ(exec.execComplexBegin(argv, 0), -1);
+    std::string line;
+    EXPECT_EQ(exec.gets(line), -1);
+}
+
+TEST(ExecTest, FindsProgramsOnPath)
+{
+    GenExec exec;
+    const char* argv[] = {"sh", "-c", "echo found", nullptr};
+    EXPECT_EQ(exec.execWithError(argv, 0, 0), 0);
+    EXPECT_EQ(exec.getOutput(GenExec::OUT), "found\n");
+}
+
+TEST(ExecTest, LargeOutputOnBothStreamsAtOnce)
+{
+    // Both streams are written at the same time by two processes; a reader
+    // that drains one pipe before the other would deadlock here.
+    GenExec exec;
+    const size_t size = 4 * 1024 * 1024;
+    std::string script = "(head -c " + std::to_string(size) + " /dev/zero | tr '\\0' e >&2) & "
+                         "head -c " + std::to_string(size) + " /dev/zero | tr '\\0' o; wait";
+    ASSERT_EQ(runShell(exec, script), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(exec.getOutput(GenExec::OUT), std::string(size, 'o'));
+    EXPECT_EQ(exec.getOutput(GenExec::ERR), std::string(size, 'e'));
+}
+
+TEST(ExecTest, LargeStandardInput)
+{
+    KQC::HWExec exec;
+    std::string input;
+    for (int i = 0; input.size() < 6 * 1024 * 1024; ++i)
+        input += "line " + std::to_string(i) + "\n";
+    exec.setInput(input);
+    const char* cat[] = {"/bin/cat", nullptr};
+    ASSERT_EQ(exec.exec(0, cat), 0);
+    EXPECT_EQ(exec.getOutput(GenExec::OUT).size(), input.size());
+    EXPECT_TRUE(exec.getOutput(GenExec::OUT) == input);
+
+    // A child that does not read its input must not hurt us (no SIGPIPE).
+    const char* ignoring[] = {"/bin/true", nullptr};
+    EXPECT_EQ(exec.exec(0, ignoring), 0);
+    exec.clearInput();
+    EXPECT_EQ(exec.exec(0, cat), 0);  // /dev/null: ends at once
+    EXPECT_EQ(exec.getOutput(GenExec::OUT), "");
+}
+
+TEST(ExecTest, ProgressLinesArriveInOrder)
+{
+    GenExec exec;
+    std::vector<std::string> lines;
+    exec.setOutputHandler([&lines](const std::string& line) { lines.push_back(line); });
+    ASSERT_EQ(runShell(exec, "printf 'a\\nb'; sleep 0.1; printf 'c\\n\\nd\\n'; sleep 0.1; printf tail"), 0);
+    EXPECT_EQ(lines, (std::vector<std::string>{"a", "bc", "", "d", "tail"}));
+    EXPECT_EQ(exec.getOutput(GenExec::OUT), "a\nbc\n\nd\ntail");
+
+    lines.clear();
+    const char* seq[] = {"seq", "1", "100000", nullptr};
+    ASSERT_EQ(exec.execWithError(seq, 0, 0), 0);
+    ASSERT_EQ(lines.size(), 100000u);
+    bool inOrder = true;
+    for (size_t i = 0; i < lines.size(); ++i)
+        inOrder = inOrder && lines[i] == std::to_string(i + 1);
+    EXPECT_TRUE(inOrder);
+}
+
+TEST(ExecTest, ThrowingHandlerDoesNotAbortTheRun)
+{
+    GenExec exec;
+    int calls = 0;
+    exec.setOutputHandler([&calls](const std::string&) {
+        ++calls;
+        throw std::runtime_error("handler failure");
+    });
+    EXPECT_EQ(runShell(exec, "echo one; echo two"), 0);
+    EXPECT_EQ(calls, 2);
+}
+
+TEST(ExecTest, TimeLimitEndsTheProgram)
+{
+    GenExec exec;
+    int status = runShell(exec, "echo started; sleep 30", 50);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGTERM);
+    EXPECT_EQ(exec.getOutput(GenExec::OUT), "started\n");
+    EXPECT_EQ(std::string(KQC::getErrorMessage()).rfind("timed out after 0.50 s", 0), 0u)
+        << KQC::getErrorMessage();
+}
+
+TEST(ExecTest, TimeLimitEscalatesToKill)
+{
+    // The shell ignores SIGTERM (and so does its sleep, which also keeps
+    // the pipes open): only SIGKILL ends the run.
+    GenExec exec;
+    int status = runShell(exec, "trap '' TERM; sleep 30", 20);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGKILL);
+    EXPECT_NE(std::string(KQC::getErrorMessage()).find("killed by signal 9"), std::string::npos);
+}
+
+TEST(ExecTest, TimedOutProgramThatExitsCleanlyStillFails)
+{
+    GenExec exec;
+    int status = runShell(exec, "trap 'exit 0' TERM; while :; do sleep 0.05; done", 20);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGTERM);
+}
+
+TEST(ExecTest, EnvironmentPassing)
+{
+    GenExec exec;
+    const char* env[] = {"KQ_FIRST=1", "LANG=en_US.utf8", nullptr};
+    exec.saveEnv(env);
+    ASSERT_EQ(runShell(exec, "echo \"$KQ_FIRST:$LANG:${HOME-unset}\""), 0);
+    EXPECT_EQ(exec.getOutput(GenExec::OUT), "1:en_US.utf8:unset\n");
+
+    KQC::HWExec hw;
+    hw.saveEnv(env);
+    const char* other[] = {"KQ_SECOND=2", nullptr};
+    const char* argv[] = {"/bin/sh", "-c", "echo \"${KQ_FIRST-none}:${KQ_SECOND-none}\"", nullptr};
+    ASSERT_EQ(hw.exec(0, argv, other), 0);
+    EXPECT_EQ(hw.getOutput(GenExec::OUT), "none:2\n");
+
+    ::setenv("KQ_INHERITED", "yes", 1);
+    exec.saveEnv(nullptr);
+    ASSERT_EQ(runShell(exec, "echo ${KQ_INHERITED-no}"), 0);
+    EXPECT_EQ(exec.getOutput(GenExec::OUT), "yes\n");
+    ::unsetenv("KQ_INHERITED");
+}
+
+TEST(ExecTest, NoDescriptorLeaksIntoTheChild)
+{
+    int leaky = ::open("/dev/null", O_RDONLY);  // deliberately without O_CLOEXEC
+    ASSERT_GE(leaky, 0);
+    int high = ::dup2(leaky, 200);
+    GenExec exec;
+    // ls holds one descriptor of its own (3) for the directory it lists.
+    const char* argv[] = {"/bin/ls", "/proc/self/fd", nullptr};
+    ASSERT_EQ(exec.execWithError(argv, 0, 0), 0);
+    EXPECT_EQ(linesOf(exec.getOutput(GenExec::OUT)), (std::vector<std::string>{"0", "1", "2", "3"}));
+    ::close(leaky);
+    ::close(high);
+}
+
+TEST(ExecTest, ChildStartsWithDefaultSignalsAndEmptyMask)
+{
+    struct sigaction ignore = {}, oldAction = {};
+    ignore.sa_handler = SIG_IGN;
+    ::sigaction(SIGUSR1, &ignore, &oldAction);
+    sigset_t blocked, oldMask;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &blocked, &oldMask);
+
+    GenExec exec;
+    const char* argv[] = {"grep", "-E", "^Sig(Ign|Blk)", "/proc/self/status", nullptr};
+    int status = exec.execWithError(argv, 0, 0);
+
+    pthread_sigmask(SIG_SETMASK, &oldMask, nullptr);
+    ::sigaction(SIGUSR1, &oldAction, nullptr);
+    ASSERT_EQ(status, 0);
+    EXPECT_EQ(exec.getOutput(GenExec::OUT), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+}
+
+TEST(ExecTest, InteractiveConversation)
+{
+    GenExec exec;
+    const char* cat[] = {"/bin/cat", nullptr};
+    ASSERT_EQ(exec.execComplexBegin(cat, 0), 0);
+    ASSERT_EQ(exec.puts("hello\nworld\n"), 0);
+    std::string line;
+    ASSERT_EQ(exec.gets(line), 0);
+    EXPECT_EQ(line, "hello");
+    ASSERT_EQ(exec.gets(line), 0);
+    EXPECT_EQ(line, "world");
+    ASSERT_EQ(exec.puts("no newline"), 0);
+    std::string rest;
+    ASSERT_EQ(exec.execComplexGet(rest), 0);
+    EXPECT_EQ(rest, "no newline");
+    EXPECT_EQ(exec.gets(line), 1);
+    EXPECT_EQ(exec.execComplexEnd(), 0);
+    EXPECT_EQ(exec.execComplexEnd(), -1);  // nothing left to end
+}
+
+TEST(ExecTest, InteractiveLargeWriteWithoutReading)
+{
+    // cat answers while we still write: our write must keep reading.
+    GenExec exec;
+    const char* cat[] = {"/bin/cat", nullptr};
+    ASSERT_EQ(exec.execComplexBegin(cat, 0), 0);
+    std::string big(5 * 1024 * 1024, 'z');
+    ASSERT_EQ(exec.puts(big), 0);
+    std::string out;
+    ASSERT_EQ(exec.execComplexGet(out), 0);
+    EXPECT_EQ(out.size(), big.size());
+    EXPECT_EQ(exec.wait(), 0);
+}
+
+TEST(ExecTest, InteractiveChildThatStopsReading)
+{
+    GenExec exec;
+    const char* argv[] = {"/bin/sh", "-c", "echo bye; echo oops >&2; exit 4", nullptr};
+    ASSERT_EQ(exec.execComplexBegin(argv, 0), 0);
+    std::string line;
+    ASSERT_EQ(exec.gets(line), 0);
+    EXPECT_EQ(line, "bye");
+    EXPECT_EQ(exec.gets(line), 1);
+    EXPECT_EQ(exec.puts(std::string(256 * 1024, 'x')), -1);  // EPIPE, and we are still alive
+    int status = exec.wait();
+    EXPECT_EQ(WEXITSTATUS(status), 4);
+    EXPECT_STREQ(KQC::getErrorMessage(), "oops");
+}
+
+TEST(ExecTest, AbandonedInteractiveRunIsCleanedUp)
+{
+    pid_t before = 0;
+    {
+        GenExec exec;
+        const char* argv[] = {"/bin/sh", "-c", "echo $$; exec sleep 30", nullptr};
+        ASSERT_EQ(exec.execComplexBegin(argv, 0), 0);
+        std::string line;
+        ASSERT_EQ(exec.gets(line), 0);
+        before = static_cast<pid_t>(std::stol(line));
+    }
+    // Reaped: the pid names no child of ours any more.
+    EXPECT_EQ(::waitpid(before, nullptr, WNOHANG), -1);
+}
+
+TEST(ExecTest, WaitWithoutRun)
+{
+    GenExec exec;
+    EXPECT_EQ(exec.wait(), -1);
+    EXPECT_NE(std::string(KQC::getErrorMessage()), "");
+}
+
+TEST(ExecTest, SeparateObjectsRunConcurrently)
+{
+    const int threads = 4;
+    const int runsEach = 15;
+    std::vector<int> failures(threads, 0);
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t) {
+        workers.emplace_back([t, &failures] {
+            for (int i = 0; i < runsEach; ++i) {
+                GenExec exec;
+                std::string word = std::to_string(t) + "-" + std::to_string(i);
+                std::string script = "echo " + word + "; echo err" + word + " >&2; exit " + std::to_string(t);
+                int status = runShell(exec, script);
+                std::string expectedError = "err" + word;
+                if (WEXITSTATUS(status) != t || exec.getOutput(GenExec::OUT) != word + "\n"
+                    || (t != 0 && KQC::getErrorMessage() != expectedError))
+                    ++failures[t];
+            }
+        });
+    }
+    for (std::thread& worker : workers)
+        worker.join();
+    EXPECT_EQ(failures, std::vector<int>(threads, 0));
+}
+
+} // namespace

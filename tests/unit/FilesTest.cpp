@@ -1,0 +1,340 @@
+#include "KQC/Files.h"
+
+#include "KQC/Error.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <climits>
+#include <filesystem>
+#include <ostream>
+#include <set>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class FilesTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char pattern[] = "/tmp/kq-files-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        m_dir = pattern;
+    }
+    void TearDown() override { fs::remove_all(m_dir); }
+
+    std::string path(const std::string& name) const { return m_dir + "/" + name; }
+
+    std::string read(const std::string& name) const
+    {
+        std::string text;
+        EXPECT_EQ(KQC::file2str(path(name), text), 0) << KQC::getErrorMessage();
+        return text;
+    }
+
+    void write(const std::string& name, const std::string& text) const
+    {
+        ASSERT_EQ(KQC::str2file(path(name), text), 0) << KQC::getErrorMessage();
+    }
+
+    mode_t modeOf(const std::string& name) const
+    {
+        struct stat st;
+        EXPECT_EQ(::stat(path(name).c_str(), &st), 0);
+        return st.st_mode & 07777;
+    }
+
+    // Names in the test directory: a leftover temporary shows up here.
+    std::set<std::string> entries(const std::string& sub = "") const
+    {
+        std::set<std::string> names;
+        for (const auto& entry : fs::directory_iterator(sub.empty() ? m_dir : path(sub)))
+            names.insert(entry.path().filename().string());
+        return names;
+    }
+
+    std::string m_dir;
+};
+
+TEST_F(FilesTest, EntryExistence)
+{
+    write("file", "x");
+    ASSERT_EQ(::symlink("missing", path("dangling").c_str()), 0);
+    EXPECT_NE(KQC::fentryExists(path("file")), 0);
+    EXPECT_NE(KQC::fentryExists(m_dir), 0);
+    EXPECT_EQ(KQC::fentryExists(path("missing")), 0);
+    EXPECT_EQ(KQC::fentryExists(path("dangling"), 1), 0);
+    EXPECT_NE(KQC::fentryExists(path("dangling"), 0), 0);
+}
+
+TEST_F(FilesTest, WholeFileRoundTrip)
+{
+    std::string binary("a\0b\nc", 5);
+    write("bin", binary);
+    EXPECT_EQ(read("bin"), binary);
+
+    write("empty", "");
+    EXPECT_EQ(read("empty"), "");
+
+    std::string big(3 * 1024 * 1024 + 17, 'q');
+    write("big", big);
+    EXPECT_EQ(read("big"), big);
+
+    write("bin", "shorter");  // replacing, not overwriting in place
+    EXPECT_EQ(read("bin"), "shorter");
+    EXPECT_EQ(entries(), (std::set<std::string>{"bin", "empty", "big"}));
+}
+
+TEST_F(FilesTest, ReadFailureKeepsErrnoAndNamesThePath)
+{
+    std::string out = "untouched";
+    errno = 0;
+    EXPECT_EQ(KQC::file2str(path("missing"), out), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(out, "untouched");
+    EXPECT_NE(std::string(KQC::getErrorMessage()).find(path("missing")), std::string::npos);
+
+    ASSERT_EQ(::mkdir(path("dir").c_str(), 0755), 0);
+    errno = 0;
+    EXPECT_EQ(KQC::file2str(path("dir"), out), -1);
+    EXPECT_EQ(errno, EISDIR);
+}
+
+TEST_F(FilesTest, ModesOfReplacedFiles)
+{
+    write("new", "a");
+    EXPECT_EQ(modeOf("new"), 0644u);
+
+    ASSERT_EQ(::chmod(path("new").c_str(), 0600), 0);
+    write("new", "b");
+    EXPECT_EQ(modeOf("new"), 0600u);  // str2file keeps an existing file's mode
+
+    ASSERT_EQ(KQC::writeFileAtomic(path("script"), "#!/bin/sh\n", 0755), 0);
+    EXPECT_EQ(modeOf("script"), 0755u);
+    ASSERT_EQ(KQC::writeFileAtomic(path("script"), "#!/bin/sh\n", 0640), 0);
+    EXPECT_EQ(modeOf("script"), 0640u);
+}
+
+TEST_F(FilesTest, FailedReplacementLeavesNothingBehind)
+{
+    // The target is a directory: the rename must fail and the temporary go.
+    ASSERT_EQ(::mkdir(path("target").c_str(), 0755), 0);
+    errno = 0;
+    EXPECT_EQ(KQC::writeFileAtomic(path("target"), "data"), -1);
+    EXPECT_EQ(errno, EISDIR);
+    EXPECT_NE(std::string(KQC::getErrorMessage()).find("can't rename"), std::string::npos);
+    EXPECT_EQ(entries(), (std::set<std::string>{"target"}));
+
+    // The target's directory does not exist: nothing can be created.
+    errno = 0;
+    EXPECT_EQ(KQC::str2file(path("nowhere/file"), "data"), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(entries(), (std::set<std::string>{"target"}));
+}
+
+TEST_F(FilesTest, CopyReplacesTargetWithSourceContentAndMode)
+{
+    ASSERT_EQ(KQC::writeFileAtomic(path("from"), "payload", 0750), 0);
+    write("to", "old contents that are longer");
+    ASSERT_EQ(KQC::copyFile(path("from"), path("to")), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(read("to"), "payload");
+    EXPECT_EQ(modeOf("to"), 0750u);
+    EXPECT_EQ(entries(), (std::set<std::string>{"from", "to"}));
+}
+
+TEST_F(FilesTest, FailedCopyKeepsTheOldTarget)
+{
+    write("to", "old");
+    // A directory opens fine but fails on the first read: the copy breaks
+    // off half-way and the target must not change.
+    ASSERT_EQ(::mkdir(path("dir").c_str(), 0755), 0);
+    errno = 0;
+    EXPECT_EQ(KQC::copyFile(path("dir"), path("to")), -1);
+    EXPECT_EQ(errno, EISDIR);
+    EXPECT_EQ(read("to"), "old");
+
+    EXPECT_EQ(KQC::copyFile(path("missing"), path("to")), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(read("to"), "old");
+    EXPECT_EQ(entries(), (std::set<std::string>{"dir", "to"}));
+}
+
+TEST_F(FilesTest, TemporaryFileCommitReplacesTarget)
+{
+    write("conf", "old\n");
+    {
+        KQC::TemporaryFile tmp(path("conf"));
+        ASSERT_TRUE(tmp.isValid());
+        EXPECT_EQ(fs::path(tmp.getpath()).parent_path(), fs::path(m_dir));
+        EXPECT_NE(tmp.getpath().find("~tmp"), std::string::npos);
+        tmp.stream() << "KEY=\"value\"\n" << 42 << '\n';
+        EXPECT_EQ(read("conf"), "old\n");  // nothing visible before the commit
+        ASSERT_EQ(tmp.commit(), 0) << KQC::getErrorMessage();
+    }
+    EXPECT_EQ(read("conf"), "KEY=\"value\"\n42\n");
+    EXPECT_EQ(entries(), (std::set<std::string>{"conf"}));
+}
+
+TEST_F(FilesTest, TemporaryFileWithoutCommitIsRemoved)
+{
+    write("conf", "old\n");
+    std::string tmpPath;
+    {
+        KQC::TemporaryFile tmp(path("conf"));
+        tmpPath = tmp.getpath();
+        tmp.stream() << "half-written";
+        EXPECT_EQ(tmp.close(), 0);
+        EXPECT_EQ(tmp.close(), 0);  // closing twice is harmless
+        EXPECT_NE(KQC::fentryExists(tmpPath), 0);
+    }
+    EXPECT_EQ(KQC::fentryExists(tmpPath), 0);
+    EXPECT_EQ(read("conf"), "old\n");
+}
+
+TEST_F(FilesTest, TemporaryFileFailures)
+{
+    KQC::TemporaryFile nowhere(path("missing-dir/conf"));
+    EXPECT_FALSE(nowhere.isValid());
+    EXPECT_FALSE(nowhere.stream().good());
+    EXPECT_EQ(nowhere.commit(), -1);
+
+    KQC::TemporaryFile nameOnly(path("conf"), false);
+    ASSERT_TRUE(nameOnly.isValid());
+    EXPECT_EQ(KQC::fentryExists(nameOnly.getpath()), 0);
+    KQC::TemporaryFile other(path("conf"), false);
+    EXPECT_NE(other.getpath(), nameOnly.getpath());
+}
+
+TEST_F(FilesTest, RemoveAndRename)
+{
+    write("a", "1");
+    ASSERT_EQ(KQC::renameFile(path("a"), path("b")), 0);
+    EXPECT_EQ(read("b"), "1");
+    EXPECT_EQ(KQC::renameFile(path("a"), path("c")), -1);
+    EXPECT_EQ(errno, ENOENT);
+
+    ASSERT_EQ(KQC::removeFile(path("b")), 0);
+    EXPECT_EQ(KQC::removeFile(path("b")), -1);
+    EXPECT_EQ(errno, ENOENT);
+
+    ASSERT_EQ(::mkdir(path("dir").c_str(), 0755), 0);
+    EXPECT_EQ(KQC::removeFile(path("dir")), 0);
+    EXPECT_TRUE(entries().empty());
+}
+
+TEST_F(FilesTest, DeepDirectories)
+{
+    ASSERT_EQ(KQC::mkDeepDir(path("a/b/c"), 0755), 0) << KQC::getErrorMessage();
+    EXPECT_TRUE(fs::is_directory(path("a/b/c")));
+    EXPECT_EQ(KQC::mkDeepDir(path("a/b/c"), 0755), 0);  // existing is fine
+    EXPECT_EQ(KQC::mkDeepDir(path("a//b/./d/"), 0755), 0);
+    EXPECT_TRUE(fs::is_directory(path("a/b/d")));
+
+    ASSERT_EQ(KQC::mkDeepDir(path("x/y/file.conf"), 0700, KQC::MKDIR_EXCLUDE_LAST), 0);
+    EXPECT_TRUE(fs::is_directory(path("x/y")));
+    EXPECT_FALSE(fs::exists(path("x/y/file.conf")));
+    EXPECT_EQ(modeOf("x/y") & 0700u, 0700u);
+    EXPECT_EQ(KQC::mkDeepDir("name-only", 0755, KQC::MKDIR_EXCLUDE_LAST), 0);
+
+    write("plain", "x");
+    errno = 0;
+    EXPECT_EQ(KQC::mkDeepDir(path("plain/sub"), 0755), -1);
+    EXPECT_EQ(errno, ENOTDIR);
+    EXPECT_NE(std::string(KQC::getErrorMessage()).find(path("plain")), std::string::npos);
+}
+
+TEST_F(FilesTest, DirectoryReading)
+{
+    write("one", "1");
+    ASSERT_EQ(::mkdir(path("two").c_str(), 0755), 0);
+    KQC::OpenDir dir(m_dir);
+    ASSERT_TRUE(static_cast<bool>(dir));
+    std::set<std::string> names;
+    int dots = 0;
+    while (dir.read()) {
+        if (dir.isDots())
+            ++dots;
+        else
+            names.insert(dir.name());
+    }
+    EXPECT_EQ(dots, 2);
+    EXPECT_EQ(names, (std::set<std::string>{"one", "two"}));
+    EXPECT_FALSE(dir.read());
+
+    KQC::OpenDir missing(path("missing"));
+    EXPECT_FALSE(static_cast<bool>(missing));
+    EXPECT_FALSE(missing.read());
+    KQC::OpenDir notDir(path("one"));
+    EXPECT_FALSE(static_cast<bool>(notDir));
+}
+
+TEST_F(FilesTest, BackupRestoresUnlessCleared)
+{
+    write("conf", "original");
+    {
+        KQC::BackupFile backup;
+        ASSERT_EQ(backup.backup(path("conf")), 0) << KQC::getErrorMessage();
+        EXPECT_NE(backup.backupPath().find("~bak"), std::string::npos);
+        write("conf", "broken rewrite");
+        KQC::setErrorMessage("the rewrite failed");
+    }
+    EXPECT_EQ(read("conf"), "original");
+    EXPECT_STREQ(KQC::getErrorMessage(), "the rewrite failed");
+    EXPECT_EQ(entries(), (std::set<std::string>{"conf"}));
+
+    {
+        KQC::BackupFile backup;
+        ASSERT_EQ(backup.backup(path("conf")), 0);
+        write("conf", "good rewrite");
+        backup.clear();
+    }
+    EXPECT_EQ(read("conf"), "good rewrite");
+    EXPECT_EQ(entries(), (std::set<std::string>{"conf"}));
+
+    KQC::BackupFile explicitRestore;
+    ASSERT_EQ(explicitRestore.backup(path("conf")), 0);
+    write("conf", "again");
+    EXPECT_EQ(explicitRestore.restore(), 0);
+    EXPECT_EQ(read("conf"), "good rewrite");
+    EXPECT_EQ(explicitRestore.restore(), -1);
+
+    KQC::BackupFile missing;
+    EXPECT_EQ(missing.backup(path("missing")), -1);
+    EXPECT_EQ(entries(), (std::set<std::string>{"conf"}));
+}
+
+TEST(FilesConversionTest, NumbersToText)
+{
+    EXPECT_EQ(KQC::intToStr(0), "0");
+    EXPECT_EQ(KQC::intToStr(-101), "-101");
+    EXPECT_EQ(KQC::ulongToStr(ULONG_MAX), "18446744073709551615");
+    EXPECT_EQ(KQC::longlongToStr(LLONG_MIN), "-9223372036854775808");
+}
+
+TEST(FilesConversionTest, StrictUnsignedParsing)
+{
+    unsigned long value = 7;
+    EXPECT_EQ(KQC::strToUlong("0", value), 0);
+    EXPECT_EQ(value, 0u);
+    EXPECT_EQ(KQC::strToUlong("134217727", value), 0);
+    EXPECT_EQ(value, 134217727u);
+    EXPECT_EQ(KQC::strToUlong("18446744073709551615", value), 0);
+    EXPECT_EQ(value, ULONG_MAX);
+
+    value = 7;
+    for (const char* bad : {"", "12a", "-1", "+1", " 1", "1 ", "0x10", "1.5"}) {
+        errno = 0;
+        EXPECT_EQ(KQC::strToUlong(bad, value), -1) << bad;
+        EXPECT_EQ(errno, EINVAL) << bad;
+    }
+    errno = 0;
+    EXPECT_EQ(KQC::strToUlong("18446744073709551616", value), -1);
+    EXPECT_EQ(errno, ERANGE);
+    EXPECT_EQ(value, 7u);
+}
+
+} // namespace
