@@ -257,13 +257,22 @@ int parseMessageText(const std::string& text, std::string& name, KQCMessageNode&
         problem = error.what();
         return -1;
     }
-    if (document.size() != 1 || document.front().first != "message") {
-        problem = "the top element is not <message>";
+    const ptree* top = nullptr;
+    for (const ptree::value_type& entry : document) {
+        if (entry.first == "<xmlcomment>")
+            continue;
+        if (entry.first != "message" || top) {
+            problem = "the top element is not one <message>";
+            return -1;
+        }
+        top = &entry.second;
+    }
+    if (!top) {
+        problem = "no <message> element";
         return -1;
     }
-    const ptree& top = document.front().second;
-    name = top.get<std::string>("<xmlattr>.name", "");
-    return treeToNode(top, node, problem);
+    name = top->get<std::string>("<xmlattr>.name", "");
+    return treeToNode(*top, node, problem);
 }
 
 } // namespace
