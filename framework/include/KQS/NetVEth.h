@@ -1,0 +1,40 @@
+#pragma once
+// A container's virtual Ethernet adapter: a network device plus the virtual
+// network it is attached to, the host-routed flag and its live status.
+// The adapter named "venet0" with the host-routed flag is the container's
+// default host-routed adapter.
+// Value type; thread safety as for any value.
+#include "KQC/NetDevice.h"
+
+#include <string>
+#include <vector>
+
+namespace KQS {
+
+class KQSNetVEth : public KQC::KQCNetDevice {
+public:
+    enum Status { STATUS_UNKNOWN = 0, STATUS_DOWN = 1, STATUS_UP = 2 };
+
+    // Empty: attached to no virtual network.
+    const std::string& getNetworkId() const { return m_networkId; }
+    void setNetworkId(const std::string& id) { m_networkId = id; }
+    bool isHostRouted() const { return m_hostRouted; }
+    void setHostRouted(bool on) { m_hostRouted = on; }
+    // Bit set: 1 down, 2 up, 0 not known.
+    int getStatus() const { return m_status; }
+    void setStatus(int status) { m_status = status; }
+
+    bool operator==(const KQSNetVEth& other) const;
+    bool operator!=(const KQSNetVEth& other) const { return !(*this == other); }
+    int readFrom(KQC::KQCMessageIterator& it);
+    int writeTo(KQC::KQCMessageIterator& it) const;
+
+private:
+    std::string m_networkId;
+    bool m_hostRouted = false;
+    int m_status = STATUS_UNKNOWN;
+};
+
+typedef std::vector<KQSNetVEth> KQSNetVEthList;
+
+} // namespace KQS

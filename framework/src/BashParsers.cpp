@@ -1,0 +1,190 @@
+#include "KQS/BashParsers.h"
+
+#include "EnvConfigKeys.h"
+#include "KQC/Error.h"
+#include "KQS/ShellSyntax.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace KQS {
+namespace {
+
+std::string upperCase(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return text;
+}
+
+std::string lowerCase(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+int parseFile(std::istream& input, KQSShellFile& file)
+{
+    if (file.parse(input) == 0)
+        return 0;
+    std::string problem = KQC::getErrorMessage();
+    KQC::setErrorMessage("malformed configuration: %s", problem.c_str());
+    return -1;
+}
+
+int readQoSes(const KQSShellFile& file, const std::vector<std::string>& ids, KQSEnvConfig& config)
+{
+    KQC::KQCQoSSet qoses;
+    bool any = false;
+    for (const std::string& id : ids) {
+        std::string text;
+        if (!file.get(upperCase(id), text))
+            continue;
+        KQC::KQCQoS qos;
+        if (EnvConfigKeys::parseQoS(id, text, qos) != 0)
+            return -1;
+        qoses.insert(qos);
+        any = true;
+    }
+    if (any)
+        config.setQoSes(qoses);
+    return 0;
+}
+
+} // namespace
+
+// ---- container configurations ----
+
+KQSEnvConfigBashParser::KQSEnvConfigBashParser(const KQC::KQCVocMap& vocabularies)
+{
+    std::vector<KQC::KQCVocParameter> limits;
+    vocabularies.getCategory("qos", limits);
+    vocabularies.getCategory("ubc", limits);
+    for (const KQC::KQCVocParameter& parameter : limits)
+        if (std::find(m_qosIds.begin(), m_qosIds.end(), lowerCase(parameter.getId())) == m_qosIds.end())
+            m_qosIds.push_back(lowerCase(parameter.getId()));
+    vocabularies.getValue("platform", m_platform);
+    vocabularies.getValue("architecture", m_architecture);
+}
+
+boost::shared_ptr<KQSEnvConfigBashParser> KQSEnvConfigBashParser::getInstance(const KQC::KQCVocMap& vocabularies)
+{
+    return boost::shared_ptr<KQSEnvConfigBashParser>(new KQSEnvConfigBashParser(vocabularies));
+}
+
+int KQSEnvConfigBashParser::getConfig(std::istream& input, KQSEnvConfig& config) const
+{
+    KQSShellFile file;
+    if (parseFile(input, file) != 0)
+        return -1;
+    KQSEnvConfig parsed;
+    for (const EnvConfigKeys::KeyCodec& codec : EnvConfigKeys::table()) {
+        std::string text;
+        if (file.get(codec.key, text) && codec.read(text, parsed) != 0)
+            return -1;
+    }
+    if (readQoSes(file, m_qosIds, parsed) != 0)
+        return -1;
+    // The file is of the vocabulary's platform; say so where it does not.
+    KQC::KQCOptionalProperty<KQC::KQCOS> os;
+    parsed.getOS(os);
+    if (!m_platform.empty() && !os.get().platform.isSpecified()) {
+        os.get().platform.set(m_platform);
+        parsed.setOS(os.get());
+    }
+    KQC::KQCOptionalProperty<std::string> architecture;
+    parsed.getArchitecture(architecture);
+    if (!m_architecture.empty() && !architecture.isSpecified())
+        parsed.setArchitecture(m_architecture);
+    config = parsed;
+    return 0;
+}
+
+KQSConfigDiff KQSEnvConfigBashParser::toPairs(const KQSEnvConfig& config) const
+{
+    KQSConfigDiff pairs;
+    for (const EnvConfigKeys::KeyCodec& codec : EnvConfigKeys::table()) {
+        std::string text;
+        if (codec.write(config, text))
+            pairs.push_back(std::make_pair(std::string(codec.key), text));
+    }
+    KQC::KQCOptionalProperty<KQC::KQCQoSSet> qoses;
+    config.getQoSes(qoses);
+    for (const KQC::KQCQoS& qos : qoses.get())
+        if (isValidShellKey(upperCase(qos.id)))
+            pairs.push_back(std::make_pair(upperCase(qos.id), EnvConfigKeys::formatQoS(qos)));
+    return pairs;
+}
+
+int KQSEnvConfigBashParser::putConfig(const KQSEnvConfig& config, std::ostream& output, std::istream* old,
+                                      bool keepOld) const
+{
+    return writeShellFile(toPairs(config), output, old, keepOld);
+}
+
+int KQSEnvConfigBashParser::diffConfig(const KQSEnvConfig& old, const KQSEnvConfig& now, KQSConfigDiff& changes) const
+{
+    KQSConfigDiff before = toPairs(old);
+    for (const auto& pair : toPairs(now)) {
+        auto same = std::find(before.begin(), before.end(), pair);
+        if (same == before.end())
+            changes.push_back(pair);
+    }
+    return 0;
+}
+
+// ---- host settings ----
+
+boost::shared_ptr<KQSKQConfigBashParser> KQSKQConfigBashParser::getInstance()
+{
+    static boost::shared_ptr<KQSKQConfigBashParser> instance(new KQSKQConfigBashParser);
+    return instance;
+}
+
+int KQSKQConfigBashParser::getConfig(std::istream& input, KQSVtSettings& settings) const
+{
+    KQSShellFile file;
+    if (parseFile(input, file) != 0)
+        return -1;
+    KQSVtSettings parsed;
+    for (const auto& entry : file.values())
+        parsed.setParam(entry.first, entry.second);
+    settings = parsed;
+    return 0;
+}
+
+int KQSKQConfigBashParser::putConfig(const KQSVtSettings& settings, std::ostream& output, std::istream* old,
+                                     bool keepOld) const
+{
+    KQSConfigDiff pairs;
+    for (const auto& entry : settings.getParams())
+        pairs.push_back(std::make_pair(upperCase(entry.first), entry.second));
+    return writeShellFile(pairs, output, old, keepOld);
+}
+
+// ---- any file ----
+
+boost::shared_ptr<KQSRawConfigBashParser> KQSRawConfigBashParser::getInstance()
+{
+    static boost::shared_ptr<KQSRawConfigBashParser> instance(new KQSRawConfigBashParser);
+    return instance;
+}
+
+int KQSRawConfigBashParser::getConfig(std::istream& input, std::map<std::string, std::string>& values) const
+{
+    KQSShellFile file;
+    if (parseFile(input, file) != 0)
+        return -1;
+    values = file.values();
+    return 0;
+}
+
+int KQSRawConfigBashParser::putConfig(const std::map<std::string, std::string>& values, std::ostream& output,
+                                      std::istream* old, bool keepOld) const
+{
+    KQSConfigDiff pairs(values.begin(), values.end());
+    return writeShellFile(pairs, output, old, keepOld);
+}
+
+} // namespace KQS

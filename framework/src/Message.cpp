@@ -1,0 +1,612 @@
+#include "KQC/Message.h"
+
+#include "ConfigFileIO.h"
+#include "KQC/Error.h"
+
+#include <boost/property_tree/ptree.hpp>
+#include <boost/property_tree/xml_parser.hpp>
+
+#include <cerrno>
+#include <cstdlib>
+#include <sstream>
+
+namespace KQC {
+
+struct KQCMessageElement {
+    enum Kind { Int, String, Node };
+    std::string key;
+    Kind kind = Int;
+    long long number = 0;
+    std::string text;
+    boost::shared_ptr<KQCMessageNode> node;
+};
+
+struct KQCMessageNode {
+    std::vector<KQCMessageElement> elements;
+};
+
+namespace {
+
+using boost::property_tree::ptree;
+
+boost::shared_ptr<KQCMessageNode> cloneNode(const KQCMessageNode& node);
+
+KQCMessageElement cloneElement(const KQCMessageElement& element)
+{
+    KQCMessageElement copy = element;
+    if (element.node)
+        copy.node = cloneNode(*element.node);
+    return copy;
+}
+
+boost::shared_ptr<KQCMessageNode> cloneNode(const KQCMessageNode& node)
+{
+    boost::shared_ptr<KQCMessageNode> copy(new KQCMessageNode);
+    for (const KQCMessageElement& element : node.elements)
+        copy->elements.push_back(cloneElement(element));
+    return copy;
+}
+
+const KQCMessageElement* findElement(const KQCMessageNode& node, const std::string& key)
+{
+    for (const KQCMessageElement& element : node.elements)
+        if (element.key == key)
+            return &element;
+    return nullptr;
+}
+
+const KQCMessageElement* findNode(const KQCMessageNode& node, const std::string& key, int index)
+{
+    for (const KQCMessageElement& element : node.elements)
+        if (element.key == key && element.kind == KQCMessageElement::Node && index-- == 0)
+            return &element;
+    return nullptr;
+}
+
+void removeElements(KQCMessageNode& node, const std::string& key)
+{
+    std::vector<KQCMessageElement> kept;
+    for (KQCMessageElement& element : node.elements)
+        if (element.key != key)
+            kept.push_back(element);
+    node.elements.swap(kept);
+}
+
+std::vector<std::string> splitPath(const std::string& path)
+{
+    std::vector<std::string> parts;
+    std::string part;
+    for (char c : path) {
+        if (c == '/') {
+            if (!part.empty())
+                parts.push_back(part);
+            part.clear();
+        } else {
+            part += c;
+        }
+    }
+    if (!part.empty())
+        parts.push_back(part);
+    return parts;
+}
+
+// Text that an XML parser gives back unchanged needs no escaping; anything
+// with control bytes or blanks at its edges is escaped with backslashes.
+bool needsEscaping(const std::string& text)
+{
+    if (!text.empty() && (text.front() == ' ' || text.back() == ' '))
+        return true;
+    for (unsigned char c : text)
+        if (c < 0x20 || c == 0x7f || c == '\\')
+            return true;
+    return false;
+}
+
+std::string escapeText(const std::string& text)
+{
+    static const char hex[] = "0123456789abcdef";
+    std::string out;
+    for (unsigned char c : text) {
+        if (c == '\\')
+            out += "\\\\";
+        else if (c == '\n')
+            out += "\\n";
+        else if (c == '\t')
+            out += "\\t";
+        else if (c < 0x20 || c == 0x7f || c == ' ') {
+            out += "\\x";
+            out += hex[c >> 4];
+            out += hex[c & 15];
+        } else
+            out += static_cast<char>(c);
+    }
+    return out;
+}
+
+int hexDigit(char c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+int unescapeText(const std::string& text, std::string& out)
+{
+    out.clear();
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\') {
+            out += text[i];
+            continue;
+        }
+        if (++i >= text.size())
+            return -1;
+        char c = text[i];
+        if (c == '\\')
+            out += '\\';
+        else if (c == 'n')
+            out += '\n';
+        else if (c == 't')
+            out += '\t';
+        else if (c == 'x' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 && hexDigit(text[i + 2]) >= 0) {
+            out += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
+            i += 2;
+        } else
+            return -1;
+    }
+    return 0;
+}
+
+void nodeToTree(const KQCMessageNode& node, ptree& tree)
+{
+    for (const KQCMessageElement& element : node.elements) {
+        ptree child;
+        child.put("<xmlattr>.key", element.key);
+        if (element.kind == KQCMessageElement::Int) {
+            child.put_value(std::to_string(element.number));
+            tree.add_child("int", child);
+        } else if (element.kind == KQCMessageElement::String) {
+            if (needsEscaping(element.text)) {
+                child.put("<xmlattr>.escaped", "1");
+                child.put_value(escapeText(element.text));
+            } else {
+                child.put_value(element.text);
+            }
+            tree.add_child("str", child);
+        } else {
+            nodeToTree(*element.node, child);
+            tree.add_child("node", child);
+        }
+    }
+}
+
+int parseNumber(const std::string& text, long long& number)
+{
+    if (text.empty())
+        return -1;
+    errno = 0;
+    char* end = nullptr;
+    number = std::strtoll(text.c_str(), &end, 10);
+    return (errno != 0 || *end != '\0') ? -1 : 0;
+}
+
+int treeToNode(const ptree& tree, KQCMessageNode& node, std::string& problem);
+
+int readElement(const std::string& kind, const ptree& child, KQCMessageElement& element,
+                std::string& problem)
+{
+    boost::optional<std::string> key = child.get_optional<std::string>("<xmlattr>.key");
+    if (!key) {
+        problem = "element <" + kind + "> without a key";
+        return -1;
+    }
+    element.key = *key;
+    if (kind == "int") {
+        element.kind = KQCMessageElement::Int;
+        if (parseNumber(child.data(), element.number) != 0) {
+            problem = "bad number '" + child.data() + "' under '" + element.key + "'";
+            return -1;
+        }
+        return 0;
+    }
+    if (kind == "str") {
+        element.kind = KQCMessageElement::String;
+        if (child.get<std::string>("<xmlattr>.escaped", "0") != "1") {
+            element.text = child.data();
+            return 0;
+        }
+        if (unescapeText(child.data(), element.text) != 0) {
+            problem = "bad escape under '" + element.key + "'";
+            return -1;
+        }
+        return 0;
+    }
+    if (kind == "node") {
+        element.kind = KQCMessageElement::Node;
+        element.node.reset(new KQCMessageNode);
+        return treeToNode(child, *element.node, problem);
+    }
+    problem = "unknown element <" + kind + ">";
+    return -1;
+}
+
+int treeToNode(const ptree& tree, KQCMessageNode& node, std::string& problem)
+{
+    for (const ptree::value_type& entry : tree) {
+        if (entry.first == "<xmlattr>" || entry.first == "<xmlcomment>")
+            continue;
+        KQCMessageElement element;
+        if (readElement(entry.first, entry.second, element, problem) != 0)
+            return -1;
+        node.elements.push_back(element);
+    }
+    return 0;
+}
+
+int parseMessageText(const std::string& text, std::string& name, KQCMessageNode& node,
+                     std::string& problem)
+{
+    ptree document;
+    try {
+        std::istringstream input(text);
+        boost::property_tree::read_xml(input, document);
+    } catch (const std::exception& error) {
+        problem = error.what();
+        return -1;
+    }
+    const ptree* top = nullptr;
+    for (const ptree::value_type& entry : document) {
+        if (entry.first == "<xmlcomment>")
+            continue;
+        if (entry.first != "message" || top) {
+            problem = "the top element is not one <message>";
+            return -1;
+        }
+        top = &entry.second;
+    }
+    if (!top) {
+        problem = "no <message> element";
+        return -1;
+    }
+    name = top->get<std::string>("<xmlattr>.name", "");
+    return treeToNode(*top, node, problem);
+}
+
+} // namespace
+
+// ---- iterator ----
+
+KQCMessageIterator::KQCMessageIterator() {}
+
+KQCMessageIterator::KQCMessageIterator(const boost::shared_ptr<KQCMessageNode>& root)
+    : m_root(root), m_path(1, root)
+{
+}
+
+bool KQCMessageIterator::isValid() const { return m_root && !m_path.empty(); }
+
+KQCMessageNode* KQCMessageIterator::current() const
+{
+    return m_path.empty() ? nullptr : m_path.back().get();
+}
+
+int KQCMessageIterator::moveTo(const std::string& path)
+{
+    if (!isValid())
+        return -1;
+    std::vector<boost::shared_ptr<KQCMessageNode>> walk = m_path;
+    if (!path.empty() && path[0] == '/')
+        walk.resize(1);
+    for (const std::string& part : splitPath(path)) {
+        const KQCMessageElement* element = findNode(*walk.back(), canonicalKey(part), 0);
+        if (!element)
+            return -1;
+        walk.push_back(element->node);
+    }
+    m_path.swap(walk);
+    return 0;
+}
+
+int KQCMessageIterator::enter(const std::string& key)
+{
+    if (!isValid())
+        return -1;
+    const KQCMessageElement* element = findNode(*current(), canonicalKey(key), 0);
+    if (!element)
+        return -1;
+    m_path.push_back(element->node);
+    return 0;
+}
+
+int KQCMessageIterator::enterOrCreate(const std::string& key)
+{
+    if (enter(key) == 0)
+        return 0;
+    return createChild(key);
+}
+
+int KQCMessageIterator::createChild(const std::string& key)
+{
+    if (!isValid())
+        return -1;
+    KQCMessageElement element;
+    element.key = canonicalKey(key);
+    element.kind = KQCMessageElement::Node;
+    element.node.reset(new KQCMessageNode);
+    current()->elements.push_back(element);
+    m_path.push_back(element.node);
+    return 0;
+}
+
+int KQCMessageIterator::up()
+{
+    if (m_path.size() < 2)
+        return -1;
+    m_path.pop_back();
+    return 0;
+}
+
+void KQCMessageIterator::top()
+{
+    if (isValid())
+        m_path.resize(1);
+}
+
+std::string KQCMessageIterator::currentPath() const
+{
+    std::string path;
+    for (size_t depth = 1; depth < m_path.size(); ++depth) {
+        const KQCMessageNode& parent = *m_path[depth - 1];
+        for (const KQCMessageElement& element : parent.elements)
+            if (element.node == m_path[depth]) {
+                path += (path.empty() ? "" : "/") + element.key;
+                break;
+            }
+    }
+    return path;
+}
+
+int KQCMessageIterator::getInt64(int tag, long long& value) const
+{
+    if (!isValid())
+        return -1;
+    const KQCMessageElement* element = findElement(*current(), tagKey(tag));
+    if (!element || element->kind != KQCMessageElement::Int)
+        return -1;
+    value = element->number;
+    return 0;
+}
+
+int KQCMessageIterator::getInt(int tag, int& value) const
+{
+    long long number;
+    if (getInt64(tag, number) != 0 || number < INT32_MIN || number > INT32_MAX)
+        return -1;
+    value = static_cast<int>(number);
+    return 0;
+}
+
+int KQCMessageIterator::getString(int tag, std::string& value) const
+{
+    return getStringByKey(tagKey(tag), value);
+}
+
+int KQCMessageIterator::getStringByKey(const std::string& key, std::string& value) const
+{
+    if (!isValid())
+        return -1;
+    const KQCMessageElement* element = findElement(*current(), key);
+    if (!element || element->kind != KQCMessageElement::String)
+        return -1;
+    value = element->text;
+    return 0;
+}
+
+int KQCMessageIterator::putInt64(int tag, long long value)
+{
+    if (!isValid())
+        return -1;
+    remove(tag);
+    KQCMessageElement element;
+    element.key = tagKey(tag);
+    element.kind = KQCMessageElement::Int;
+    element.number = value;
+    current()->elements.push_back(element);
+    return 0;
+}
+
+int KQCMessageIterator::putInt(int tag, int value) { return putInt64(tag, value); }
+
+int KQCMessageIterator::putString(int tag, const std::string& value)
+{
+    return putStringByKey(tagKey(tag), value);
+}
+
+int KQCMessageIterator::putStringByKey(const std::string& key, const std::string& value)
+{
+    if (!isValid())
+        return -1;
+    removeKey(key);
+    KQCMessageElement element;
+    element.key = key;
+    element.kind = KQCMessageElement::String;
+    element.text = value;
+    current()->elements.push_back(element);
+    return 0;
+}
+
+int KQCMessageIterator::addInt(int tag, int value)
+{
+    if (!isValid())
+        return -1;
+    KQCMessageElement element;
+    element.key = tagKey(tag);
+    element.kind = KQCMessageElement::Int;
+    element.number = value;
+    current()->elements.push_back(element);
+    return 0;
+}
+
+int KQCMessageIterator::addString(int tag, const std::string& value)
+{
+    if (!isValid())
+        return -1;
+    KQCMessageElement element;
+    element.key = tagKey(tag);
+    element.kind = KQCMessageElement::String;
+    element.text = value;
+    current()->elements.push_back(element);
+    return 0;
+}
+
+int KQCMessageIterator::getStrings(int tag, std::vector<std::string>& values) const
+{
+    if (!isValid())
+        return -1;
+    const std::string key = tagKey(tag);
+    for (const KQCMessageElement& element : current()->elements) {
+        if (element.key != key)
+            continue;
+        if (element.kind == KQCMessageElement::String)
+            values.push_back(element.text);
+        else if (element.kind == KQCMessageElement::Int)
+            values.push_back(std::to_string(element.number));
+    }
+    return 0;
+}
+
+bool KQCMessageIterator::has(int tag) const { return hasKey(tagKey(tag)); }
+
+bool KQCMessageIterator::hasKey(const std::string& key) const
+{
+    return isValid() && findElement(*current(), canonicalKey(key)) != nullptr;
+}
+
+int KQCMessageIterator::remove(int tag) { return removeKey(tagKey(tag)); }
+
+int KQCMessageIterator::removeKey(const std::string& key)
+{
+    if (!isValid())
+        return -1;
+    removeElements(*current(), canonicalKey(key));
+    return 0;
+}
+
+int KQCMessageIterator::copyElementsTo(const std::string& key, KQCMessageIterator& target) const
+{
+    if (!isValid() || !target.isValid())
+        return -1;
+    const std::string wanted = canonicalKey(key);
+    // Collected first: target may be this very node.
+    std::vector<KQCMessageElement> copies;
+    for (const KQCMessageElement& element : current()->elements)
+        if (element.key == wanted)
+            copies.push_back(cloneElement(element));
+    if (copies.empty())
+        return -1;
+    for (const KQCMessageElement& element : copies)
+        target.current()->elements.push_back(element);
+    return 0;
+}
+
+std::vector<std::string> KQCMessageIterator::keys() const
+{
+    std::vector<std::string> names;
+    if (isValid())
+        for (const KQCMessageElement& element : current()->elements)
+            names.push_back(element.key);
+    return names;
+}
+
+int KQCMessageIterator::childAt(const std::string& key, int index, KQCMessageIterator& child) const
+{
+    if (!isValid())
+        return -1;
+    const KQCMessageElement* element = findNode(*current(), canonicalKey(key), index);
+    if (!element)
+        return -1;
+    child = *this;
+    child.m_path.push_back(element->node);
+    return 0;
+}
+
+int KQCMessageIterator::appendChild(const std::string& key, KQCMessageIterator& child)
+{
+    child = *this;
+    return child.createChild(key);
+}
+
+// ---- message ----
+
+KQCMessage::KQCMessage() : m_root(new KQCMessageNode) {}
+
+void KQCMessage::setName(const std::string& name) { m_name = name; }
+
+KQCMessageIterator KQCMessage::getIterator() const { return KQCMessageIterator(m_root); }
+
+void KQCMessage::clear() { m_root->elements.clear(); }
+
+int KQCMessage::loadFromString(const std::string& text)
+{
+    std::string name;
+    KQCMessageNode node;
+    std::string problem;
+    if (parseMessageText(text, name, node, problem) != 0) {
+        setErrorMessage("malformed message: %s", problem.c_str());
+        return -1;
+    }
+    m_name = name;
+    // The tree is replaced in place so that iterators already handed out see
+    // the new content rather than a detached old tree.
+    m_root->elements.swap(node.elements);
+    return 0;
+}
+
+int KQCMessage::saveToString(std::string& text) const
+{
+    try {
+        ptree document;
+        ptree& top = document.add_child("message", ptree());
+        top.put("<xmlattr>.name", m_name);
+        nodeToTree(*m_root, top);
+        std::ostringstream output;
+        boost::property_tree::write_xml(output, document,
+                                        boost::property_tree::xml_writer_make_settings<std::string>(' ', 1));
+        text = output.str();
+        return 0;
+    } catch (const std::exception& error) {
+        setErrorMessage("can't format message: %s", error.what());
+        return -1;
+    }
+}
+
+int KQCMessage::load(const std::string& path)
+{
+    std::string text;
+    if (ConfigFileIO::readWholeFile(path, text) != 0)
+        return -1;
+    if (loadFromString(text) != 0) {
+        std::string problem = getErrorMessage();
+        setErrorMessage("can't load message '%s' : %s", path.c_str(), problem.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int KQCMessage::save(const std::string& path) const
+{
+    std::string text;
+    if (saveToString(text) != 0)
+        return -1;
+    return ConfigFileIO::replaceFile(path, text);
+}
+
+boost::shared_ptr<KQCMessage> KQCMsgFactory::createNew()
+{
+    return boost::shared_ptr<KQCMessage>(new KQCMessage);
+}
+
+} // namespace KQC

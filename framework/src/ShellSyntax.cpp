@@ -1,0 +1,562 @@
+#include "KQS/ShellSyntax.h"
+
+#include "KQC/Error.h"
+
+#include <iterator>
+#include <sstream>
+
+namespace KQS {
+namespace {
+
+bool isBlank(char c) { return c == ' ' || c == '\t'; }
+bool isKeyStart(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_'; }
+bool isKeyChar(char c) { return isKeyStart(c) || (c >= '0' && c <= '9'); }
+bool isControl(char c)
+{
+    unsigned char byte = static_cast<unsigned char>(c);
+    return (byte < 0x20 && c != '\t' && c != '\n') || byte == 0x7f;
+}
+// Characters that mean more than a value to the shell when unquoted.
+bool isShellOperator(char c)
+{
+    return c == ';' || c == '|' || c == '&' || c == '<' || c == '>' || c == '(' || c == ')' || c == '`';
+}
+// Inside double quotes a backslash escapes only these (and a newline).
+bool isDoubleQuoteEscapable(char c) { return c == '\\' || c == '"' || c == '$' || c == '`'; }
+
+// The reader: one state per syntactic situation, one byte per step.
+class ShellFileParser {
+public:
+    ShellFileParser(const std::string& input, std::vector<KQSShellLine>& lines) : m_in(input), m_lines(lines) {}
+
+    int run()
+    {
+        startLine();
+        while (m_pos < m_in.size()) {
+            char c = m_in[m_pos];
+            if (c == '\0')
+                return fail("NUL byte");
+            if (step(c) != 0)
+                return -1;
+            if (c == '\n')
+                newPhysicalLine();
+            else if (++m_lineLength > kMaxShellLineLength)
+                return fail("line longer than " + std::to_string(kMaxShellLineLength) + " bytes");
+            ++m_pos;
+        }
+        return finish();
+    }
+
+private:
+    enum State { LINE_START, COMMENT, EXPORT_GAP, KEY, VALUE, SINGLE, DOUBLE, AFTER_VALUE, TAIL_COMMENT };
+
+    int step(char c)
+    {
+        switch (m_state) {
+        case LINE_START:
+            return lineStart(c);
+        case COMMENT:
+            return comment(c);
+        case EXPORT_GAP:
+            return exportGap(c);
+        case KEY:
+            return key(c);
+        case VALUE:
+            return value(c);
+        case SINGLE:
+            return singleQuoted(c);
+        case DOUBLE:
+            return doubleQuoted(c);
+        case AFTER_VALUE:
+            return afterValue(c);
+        case TAIL_COMMENT:
+            return tailComment(c);
+        }
+        return -1;
+    }
+
+    int lineStart(char c)
+    {
+        if (isBlank(c) || c == '\r')
+            return 0;
+        if (c == '\n')
+            return emit(false);
+        if (c == '#') {
+            m_state = COMMENT;
+            return 0;
+        }
+        if (isKeyStart(c)) {
+            m_key.assign(1, c);
+            m_state = KEY;
+            return 0;
+        }
+        return unexpected(c);
+    }
+
+    int comment(char c)
+    {
+        if (c == '\n')
+            return emit(false);
+        return isControl(c) && c != '\r' ? unexpected(c) : 0;
+    }
+
+    int key(char c)
+    {
+        if (isKeyChar(c)) {
+            m_key += c;
+            return 0;
+        }
+        if (c == '=') {
+            m_value.clear();
+            m_state = VALUE;
+            return 0;
+        }
+        // "export KEY=..." is an assignment too.
+        if (isBlank(c) && m_key == "export") {
+            m_key.clear();
+            m_state = EXPORT_GAP;
+            return 0;
+        }
+        if (c == '\n')
+            return fail("expected '=' after '" + m_key + "'");
+        return unexpected(c);
+    }
+
+    // After "export ": blanks, then the key proper.
+    int exportGap(char c)
+    {
+        if (isBlank(c))
+            return 0;
+        if (!isKeyStart(c))
+            return fail("expected a variable name after 'export'");
+        m_key.assign(1, c);
+        m_state = KEY;
+        return 0;
+    }
+
+    int value(char c)
+    {
+        if (c == '\n')
+            return emit(true);
+        if (isBlank(c)) {
+            m_state = AFTER_VALUE;
+            return 0;
+        }
+        if (c == '"' || c == '\'') {
+            m_quoteLine = m_physicalLine;
+            m_state = c == '"' ? DOUBLE : SINGLE;
+            return 0;
+        }
+        if (c == '\\')
+            return unquotedEscape();
+        if (c == '\r' && m_pos + 1 < m_in.size() && m_in[m_pos + 1] == '\n')
+            return 0;
+        if (isShellOperator(c))
+            return fail(std::string("unsupported shell syntax '") + c + "' in the value of " + m_key);
+        if (isControl(c))
+            return unexpected(c);
+        m_value += c;
+        return 0;
+    }
+
+    int unquotedEscape()
+    {
+        if (m_pos + 1 >= m_in.size()) {
+            m_value += '\\';
+            return 0;
+        }
+        char next = m_in[++m_pos];
+        if (next == '\0')
+            return fail("NUL byte");
+        if (next == '\n') {
+            newPhysicalLine();
+            return 0;
+        }
+        ++m_lineLength;
+        m_value += next;
+        return 0;
+    }
+
+    int singleQuoted(char c)
+    {
+        if (c == '\'')
+            m_state = VALUE;
+        else
+            m_value += c;
+        return 0;
+    }
+
+    int doubleQuoted(char c)
+    {
+        if (c == '"') {
+            m_state = VALUE;
+            return 0;
+        }
+        if (c == '\\' && m_pos + 1 < m_in.size()) {
+            char next = m_in[m_pos + 1];
+            if (next == '\n') {
+                ++m_pos;
+                newPhysicalLine();
+                return 0;
+            }
+            if (isDoubleQuoteEscapable(next)) {
+                ++m_pos;
+                ++m_lineLength;
+                m_value += next;
+                return 0;
+            }
+        }
+        m_value += c;
+        return 0;
+    }
+
+    int afterValue(char c)
+    {
+        if (c == '\n')
+            return emit(true);
+        if (isBlank(c) || c == '\r')
+            return 0;
+        if (c == '#') {
+            m_state = TAIL_COMMENT;
+            return 0;
+        }
+        return fail("unexpected text after the value of " + m_key);
+    }
+
+    int tailComment(char c)
+    {
+        if (c == '\n')
+            return emit(true);
+        return isControl(c) && c != '\r' ? unexpected(c) : 0;
+    }
+
+    int finish()
+    {
+        switch (m_state) {
+        case LINE_START:
+            return m_pos > m_lineStart ? emit(false) : 0;
+        case COMMENT:
+            return emit(false);
+        case KEY:
+        case EXPORT_GAP:
+            return fail("expected '=' after '" + m_key + "'");
+        case SINGLE:
+            return failAt(m_quoteLine, "unterminated single-quoted value of " + m_key);
+        case DOUBLE:
+            return failAt(m_quoteLine, "unterminated double-quoted value of " + m_key);
+        default:
+            return emit(true);
+        }
+    }
+
+    int emit(bool assignment)
+    {
+        KQSShellLine line;
+        size_t end = m_pos;
+        line.text = m_in.substr(m_lineStart, end - m_lineStart);
+        line.lineNumber = m_firstLine;
+        line.isAssignment = assignment;
+        if (assignment) {
+            line.key = m_key;
+            line.value = m_value;
+        }
+        m_lines.push_back(line);
+        m_lineStart = end + 1;
+        m_firstLine = m_physicalLine + (m_pos < m_in.size() ? 1 : 0);
+        startLine();
+        return 0;
+    }
+
+    void startLine()
+    {
+        m_state = LINE_START;
+        m_key.clear();
+        m_value.clear();
+    }
+
+    void newPhysicalLine()
+    {
+        ++m_physicalLine;
+        m_lineLength = 0;
+    }
+
+    int unexpected(char c)
+    {
+        unsigned char byte = static_cast<unsigned char>(c);
+        if (isControl(c) || byte >= 0x80) {
+            char text[64];
+            snprintf(text, sizeof text, "binary byte 0x%02x", byte);
+            return fail(text);
+        }
+        return fail(std::string("unexpected character '") + c + "'");
+    }
+
+    int fail(const std::string& problem) { return failAt(m_physicalLine, problem); }
+
+    int failAt(int line, const std::string& problem)
+    {
+        KQC::setErrorMessage("line %d: %s", line, problem.c_str());
+        return -1;
+    }
+
+    const std::string& m_in;
+    std::vector<KQSShellLine>& m_lines;
+    State m_state = LINE_START;
+    size_t m_pos = 0;
+    size_t m_lineStart = 0;
+    size_t m_lineLength = 0;
+    int m_physicalLine = 1;
+    int m_firstLine = 1;
+    int m_quoteLine = 1;
+    std::string m_key;
+    std::string m_value;
+};
+
+// The word splitter: the value rules of the file reader, words split at
+// blanks.
+class WordSplitter {
+public:
+    WordSplitter(const std::string& line, std::vector<std::string>& words) : m_in(line), m_words(words) {}
+
+    int run()
+    {
+        for (m_pos = 0; m_pos < m_in.size(); ++m_pos) {
+            char c = m_in[m_pos];
+            if (c == '\0') {
+                KQC::setErrorMessage("NUL byte in '%s'", m_in.c_str());
+                return -1;
+            }
+            if (m_quote == 0 && startsComment(c))
+                break;
+            step(c);
+        }
+        if (m_quote != 0) {
+            KQC::setErrorMessage("unterminated %s quote in '%s'", m_quote == '"' ? "double" : "single",
+                                 m_in.c_str());
+            return -1;
+        }
+        endWord();
+        return 0;
+    }
+
+private:
+    bool startsComment(char c) const { return c == '#' && !m_inWord; }
+
+    void step(char c)
+    {
+        if (m_quote == '\'') {
+            if (c == '\'')
+                m_quote = 0;
+            else
+                m_word += c;
+            return;
+        }
+        if (m_quote == '"') {
+            if (c == '"')
+                m_quote = 0;
+            else if (c == '\\' && m_pos + 1 < m_in.size() && isDoubleQuoteEscapable(m_in[m_pos + 1]))
+                m_word += m_in[++m_pos];
+            else
+                m_word += c;
+            return;
+        }
+        if (isBlank(c) || c == '\n' || c == '\r') {
+            endWord();
+            return;
+        }
+        m_inWord = true;
+        if (c == '"' || c == '\'')
+            m_quote = c;
+        else if (c == '\\' && m_pos + 1 < m_in.size())
+            m_word += m_in[++m_pos];
+        else
+            m_word += c;
+    }
+
+    void endWord()
+    {
+        if (m_inWord)
+            m_words.push_back(m_word);
+        m_word.clear();
+        m_inWord = false;
+    }
+
+    const std::string& m_in;
+    std::vector<std::string>& m_words;
+    size_t m_pos = 0;
+    char m_quote = 0;
+    bool m_inWord = false;
+    std::string m_word;
+};
+
+} // namespace
+
+int KQSShellFile::parse(const std::string& text)
+{
+    std::vector<KQSShellLine> lines;
+    ShellFileParser parser(text, lines);
+    if (parser.run() != 0)
+        return -1;
+    m_lines.swap(lines);
+    return 0;
+}
+
+int KQSShellFile::parse(std::istream& input)
+{
+    std::string text((std::istreambuf_iterator<char>(input)), std::istreambuf_iterator<char>());
+    if (input.bad()) {
+        KQC::setErrorMessage("can't read the configuration text");
+        return -1;
+    }
+    return parse(text);
+}
+
+bool KQSShellFile::get(const std::string& key, std::string& value) const
+{
+    bool found = false;
+    for (const KQSShellLine& line : m_lines)
+        if (line.isAssignment && line.key == key) {
+            value = line.value;
+            found = true;
+        }
+    return found;
+}
+
+std::map<std::string, std::string> KQSShellFile::values() const
+{
+    std::map<std::string, std::string> result;
+    for (const KQSShellLine& line : m_lines)
+        if (line.isAssignment)
+            result[line.key] = line.value;
+    return result;
+}
+
+bool isValidShellKey(const std::string& key)
+{
+    if (key.empty() || !isKeyStart(key[0]))
+        return false;
+    for (char c : key)
+        if (!isKeyChar(c))
+            return false;
+    return true;
+}
+
+std::string shellQuote(const std::string& value)
+{
+    std::string quoted = "\"";
+    for (char c : value) {
+        if (isDoubleQuoteEscapable(c))
+            quoted += '\\';
+        quoted += c;
+    }
+    return quoted + "\"";
+}
+
+int shellAssignment(const std::string& key, const std::string& value, std::string& line)
+{
+    if (!isValidShellKey(key)) {
+        KQC::setErrorMessage("'%s' is not a valid variable name", key.c_str());
+        return -1;
+    }
+    if (value.find('\0') != std::string::npos) {
+        KQC::setErrorMessage("the value of %s holds a NUL byte", key.c_str());
+        return -1;
+    }
+    line = key + "=" + shellQuote(value);
+    return 0;
+}
+
+namespace {
+
+const std::string* findValue(const std::vector<std::pair<std::string, std::string>>& pairs, const std::string& key)
+{
+    for (const auto& pair : pairs)
+        if (pair.first == key)
+            return &pair.second;
+    return nullptr;
+}
+
+int writeAssignment(const std::string& key, const std::string& value, std::ostream& output)
+{
+    std::string line;
+    if (shellAssignment(key, value, line) != 0)
+        return -1;
+    output << line << '\n';
+    return 0;
+}
+
+int mergeIntoOld(const std::vector<std::pair<std::string, std::string>>& pairs, const KQSShellFile& old,
+                 std::ostream& output, std::map<std::string, bool>& written)
+{
+    for (const KQSShellLine& line : old.lines()) {
+        const std::string* value = line.isAssignment ? findValue(pairs, line.key) : nullptr;
+        if (!value) {
+            output << line.text << '\n';
+            continue;
+        }
+        if (written[line.key])
+            continue;
+        if (writeAssignment(line.key, *value, output) != 0)
+            return -1;
+        written[line.key] = true;
+    }
+    return 0;
+}
+
+} // namespace
+
+int writeShellFile(const std::vector<std::pair<std::string, std::string>>& pairs, std::ostream& output,
+                   std::istream* old, bool keepOld)
+{
+    std::map<std::string, bool> written;
+    if (keepOld && old) {
+        KQSShellFile oldFile;
+        if (oldFile.parse(*old) != 0) {
+            std::string problem = KQC::getErrorMessage();
+            KQC::setErrorMessage("can't parse the old configuration: %s", problem.c_str());
+            return -1;
+        }
+        if (mergeIntoOld(pairs, oldFile, output, written) != 0)
+            return -1;
+    }
+    for (const auto& pair : pairs) {
+        if (written[pair.first])
+            continue;
+        if (writeAssignment(pair.first, pair.second, output) != 0)
+            return -1;
+        written[pair.first] = true;
+    }
+    if (!output) {
+        KQC::setErrorMessage("can't write the configuration text");
+        return -1;
+    }
+    return 0;
+}
+
+int splitShellWords(const std::string& line, std::vector<std::string>& words)
+{
+    std::vector<std::string> result;
+    WordSplitter splitter(line, result);
+    if (splitter.run() != 0)
+        return -1;
+    words.swap(result);
+    return 0;
+}
+
+} // namespace KQS
+
+namespace KQC {
+
+int parseBashStr(const std::string& line, std::string& key, std::string& value)
+{
+    KQS::KQSShellFile file;
+    if (file.parse(line) != 0)
+        return -1;
+    if (file.lines().size() != 1 || !file.lines()[0].isAssignment)
+        return -1;
+    key = file.lines()[0].key;
+    value = file.lines()[0].value;
+    return 0;
+}
+
+} // namespace KQC

@@ -1,0 +1,192 @@
+#include "KQC/Error.h"
+#include "KQC/Message.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using KQC::KQCMessage;
+using KQC::KQCMessageIterator;
+
+class MessageTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char pattern[] = "/tmp/kq-message-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        m_dir = pattern;
+    }
+    void TearDown() override { std::system(("rm -rf '" + m_dir + "'").c_str()); }
+
+    std::string path(const std::string& name) const { return m_dir + "/" + name; }
+    void writeFile(const std::string& name, const std::string& text) const
+    {
+        std::ofstream(path(name)) << text;
+    }
+
+    std::string m_dir;
+};
+
+struct Point {
+    int x = 0;
+    std::string label;
+    int readFrom(KQCMessageIterator& it)
+    {
+        return it.getInt(KQC::TAG_ID, x) == 0 && it.getString(KQC::TAG_NAME, label) == 0 ? 0 : -1;
+    }
+    int writeTo(KQCMessageIterator& it) const
+    {
+        it.putInt(KQC::TAG_ID, x);
+        return it.putString(KQC::TAG_NAME, label);
+    }
+};
+
+TEST_F(MessageTest, ValuesAndPathsRoundTripThroughAFile)
+{
+    boost::shared_ptr<KQCMessage> message = KQC::KQCMsgFactory::createNew();
+    message->setName("packet");
+    KQCMessageIterator it = message->getIterator();
+    ASSERT_EQ(it.enterOrCreate("data"), 0);
+    ASSERT_EQ(it.enterOrCreate("kqsenvm"), 0);
+    ASSERT_EQ(it.enterOrCreate("configuration"), 0);
+    it.putInt(KQC::TAG_MIN_VEID, 200);
+    it.putInt(KQC::TAG_MAX_VEID, 300);
+    it.top();
+    it.putString(KQC::TAG_NAME, "text with <xml> & \"quotes\"");
+    ASSERT_EQ(message->save(path("m.xml")), 0);
+
+    boost::shared_ptr<KQCMessage> loaded = KQC::KQCMsgFactory::createNew();
+    ASSERT_EQ(loaded->load(path("m.xml")), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(loaded->getName(), "packet");
+    KQCMessageIterator back = loaded->getIterator();
+    std::string name;
+    ASSERT_EQ(back.getString(KQC::TAG_NAME, name), 0);
+    EXPECT_EQ(name, "text with <xml> & \"quotes\"");
+    ASSERT_EQ(back.moveTo("data/kqsenvm/configuration"), 0);
+    int low = 0, high = 0;
+    EXPECT_EQ(back.getInt(1257, low), 0);
+    EXPECT_EQ(back.getInt(1258, high), 0);
+    EXPECT_EQ(low, 200);
+    EXPECT_EQ(high, 300);
+    EXPECT_EQ(back.currentPath(), "data/kqsenvm/configuration");
+}
+
+TEST_F(MessageTest, MissingPathsAndValuesAreReportedWithoutMovingTheIterator)
+{
+    KQCMessage message;
+    KQCMessageIterator it = message.getIterator();
+    it.createChild("data");
+    it.top();
+    EXPECT_EQ(it.moveTo("data/kqsenvm/configuration"), -1);
+    EXPECT_EQ(it.currentPath(), "");
+    int value = 0;
+    EXPECT_EQ(it.getInt(KQC::TAG_MIN_VEID, value), -1);
+    std::string text;
+    it.putInt(KQC::TAG_NAME, 5);
+    EXPECT_EQ(it.getString(KQC::TAG_NAME, text), -1) << "an int is not a string";
+    EXPECT_EQ(it.up(), -1);
+}
+
+TEST_F(MessageTest, StringsWithAnyBytesSurviveTheFile)
+{
+    const std::string awkward[] = {"", " leading", "trailing ", "line\nbreak", "tab\there",
+                                   "back\\slash", "ctrl\x01\x1f\x7f", "utf-8 \xc3\xa9\xe2\x82\xac", "\\x41"};
+    KQCMessage message;
+    KQCMessageIterator it = message.getIterator();
+    for (const std::string& text : awkward)
+        it.addString(KQC::TAG_ITEM, text);
+    ASSERT_EQ(message.save(path("a.xml")), 0);
+    KQCMessage loaded;
+    ASSERT_EQ(loaded.load(path("a.xml")), 0) << KQC::getErrorMessage();
+    std::vector<std::string> back;
+    loaded.getIterator().getStrings(KQC::TAG_ITEM, back);
+    ASSERT_EQ(back.size(), sizeof awkward / sizeof awkward[0]);
+    for (size_t i = 0; i < back.size(); ++i)
+        EXPECT_EQ(back[i], awkward[i]) << "entry " << i;
+}
+
+TEST_F(MessageTest, ObjectsAndListsOfObjects)
+{
+    KQCMessage message;
+    KQCMessageIterator it = message.getIterator();
+    Point one{1, "one"}, two{2, "two"};
+    ASSERT_EQ(it.putObj(KQC::TAG_ENV_CONFIG, one), 0);
+    ASSERT_EQ(it.putObj(KQC::TAG_ENV_CONFIG, two), 0) << "put replaces";
+    it.addObj(KQC::TAG_QOS, one);
+    it.addObj(KQC::TAG_QOS, two);
+    Point read;
+    ASSERT_EQ(it.getObj(1185, read), 0);
+    EXPECT_EQ(read.x, 2);
+    std::vector<Point> list;
+    ASSERT_EQ(it.getObjs(KQC::TAG_QOS, list), 0);
+    ASSERT_EQ(list.size(), 2u);
+    EXPECT_EQ(list[1].label, "two");
+    EXPECT_EQ(it.getObj(KQC::TAG_SAMPLE_CONFIG, read), -1);
+}
+
+TEST_F(MessageTest, ElementsCopyWithTheirRepeatsIntoAnotherMessage)
+{
+    KQCMessage source, target;
+    KQCMessageIterator from = source.getIterator();
+    from.moveTo("/");
+    from.createChild("1624");
+    from.addString(KQC::TAG_ITEM, "a");
+    from.addString(KQC::TAG_NAME, "between");
+    from.addString(KQC::TAG_ITEM, "b");
+    ASSERT_EQ(from.moveTo("/envSample"), 0) << "numbers and names are one key";
+    KQCMessageIterator to = target.getIterator();
+    to.enterOrCreate("envSample");
+    ASSERT_EQ(from.copyElementsTo("item", to), 0);
+    EXPECT_EQ(from.copyElementsTo("missing", to), -1);
+    std::vector<std::string> items;
+    to.getStrings(KQC::TAG_ITEM, items);
+    EXPECT_EQ(items, (std::vector<std::string>{"a", "b"}));
+    EXPECT_FALSE(to.has(KQC::TAG_NAME));
+}
+
+TEST_F(MessageTest, MalformedFilesAreErrorsAndLeaveTheMessageAlone)
+{
+    const std::string broken[] = {"", "not xml at all", "<message><int key=\"veid\">12x</int></message>",
+                                  "<message><int>5</int></message>", "<other/>",
+                                  "<message><str key=\"a\" escaped=\"1\">bad\\q</str></message>",
+                                  "<message><node key=\"a\"><int key=\"b\">1</int>"};
+    KQCMessage message;
+    message.setName("kept");
+    message.getIterator().putInt(KQC::TAG_VEID, 7);
+    int n = 0;
+    for (const std::string& text : broken) {
+        writeFile("bad" + std::to_string(n), text);
+        EXPECT_EQ(message.load(path("bad" + std::to_string(n))), -1) << text;
+        EXPECT_NE(std::string(KQC::getErrorMessage()).find("bad" + std::to_string(n)), std::string::npos);
+        ++n;
+    }
+    int veid = 0;
+    EXPECT_EQ(message.getIterator().getInt(KQC::TAG_VEID, veid), 0);
+    EXPECT_EQ(veid, 7);
+    EXPECT_EQ(message.getName(), "kept");
+    EXPECT_EQ(message.load(path("absent")), -1);
+}
+
+TEST_F(MessageTest, SaveReplacesTheFileAndLeavesNoTemporaryBehind)
+{
+    KQCMessage message;
+    message.getIterator().putInt(KQC::TAG_VEID, 1);
+    ASSERT_EQ(message.save(path("f.xml")), 0);
+    message.getIterator().putInt(KQC::TAG_VEID, 2);
+    ASSERT_EQ(message.save(path("f.xml")), 0);
+    KQCMessage loaded;
+    ASSERT_EQ(loaded.load(path("f.xml")), 0);
+    int veid = 0;
+    loaded.getIterator().getInt(KQC::TAG_VEID, veid);
+    EXPECT_EQ(veid, 2);
+    EXPECT_EQ(std::system(("test $(ls '" + m_dir + "' | wc -l) -eq 1").c_str()), 0);
+    EXPECT_EQ(message.save(path("no/such/dir/f.xml")), -1);
+}
+
+} // namespace
