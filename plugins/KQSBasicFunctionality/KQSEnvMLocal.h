@@ -7,8 +7,14 @@
 // provider stands for the plug-in itself. Operations return 0 or a result
 // code with the thread's error message set; none throws.
 #include "KQC/Request.h"
+#include "KQC/Vocabulary.h"
+#include "KQS/BashParsers.h"
+#include "KQS/EnvConfig.h"
 #include "KQS/EnvM.h"
+#include "KQS/VtSettings.h"
 
+#include <boost/shared_ptr.hpp>
+#include <map>
 #include <string>
 
 namespace KQS {
@@ -58,6 +64,28 @@ public:
     int getLockDir(std::string& dir);
     // The agent-side file of an environment: etc/configs/<EID>.
     static std::string getVPSAgentConfigPathByEid(const KQC::KQCEID& eid);
+
+    // The registry (agent-side files, EID <-> VEID).
+    int getEnvList(KQC::KQCEIDSet& out);
+    boost::shared_ptr<KQSEnvConfig> getEnvConfig(const KQC::KQCEID& eid);
+    int putEnvConfig(const KQC::KQCEID& eid, const KQSEnvConfig& config, bool flag = false);
+    int findByEid(const KQC::KQCEID& eid, int* veid);
+    int findByVeid(int veid, KQC::KQCEID& eid, const boost::shared_ptr<std::map<int, KQC::KQCEID>>& map);
+    int getVEIDMap(std::map<int, KQC::KQCEID>& out);
+    bool findByVe(const KQSEnvConfig& config, KQC::KQCEID& eid);
+    int addNewEnv(int veid, KQC::KQCEID& eid);
+    int updateEnvEID(const KQC::KQCEID& eid, const std::string& privatePath);
+    int updateEnvEID(const KQC::KQCEID& eid, const boost::shared_ptr<KQSEnvConfig>& config);
+    int removeEnv(const KQC::KQCEID& eid);
+
+    // Host virtualization settings ("/etc/sysconfig/kq").
+    int getVtSettings(KQSVtSettings& settings);
+
+    // Configurations.
+    static void mergeConfigs(const KQSEnvConfig& source, KQSEnvConfig& target);
+    static void mergeConfigsKQDefaultToVE(const KQSEnvConfig& source, KQSEnvConfig& target);
+    static void fillSystemInfo(KQSEnvConfig& config);
+    static boost::shared_ptr<KQSEnvConfigBashParser> getLocalEnvConfigParser();
 };
 
 } // namespace KQS

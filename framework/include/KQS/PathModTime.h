@@ -1,0 +1,43 @@
+#pragma once
+// The remembered modification stamp of one path, so that a cache can tell
+// whether the file or folder changed since it was last read.
+//
+// The stamp is the modification and change times (with nanoseconds), the
+// size and the inode: a file replaced by a rename, or a folder that gained
+// an entry, always differs, even when the clock tick did not move. A path
+// that cannot be stat'ed has the empty stamp. Not thread safe: the owner
+// locks.
+#include <string>
+#include <sys/types.h>
+
+namespace KQS {
+
+class KQSPathModTime {
+public:
+    KQSPathModTime() = default;
+
+    // Whether `path` differs from the remembered stamp (always true the
+    // first time); the stamp is then remembered.
+    bool update(const std::string& path);
+    // The same test without remembering.
+    bool isChanged(const std::string& path) const;
+    // Forget the stamp: the next update reports a change.
+    void reset() { m_known = false; }
+
+    bool operator==(const KQSPathModTime& o) const;
+
+private:
+    struct Stamp {
+        bool exists = false;
+        long mtimeSec = 0, mtimeNsec = 0, ctimeSec = 0, ctimeNsec = 0;
+        off_t size = 0;
+        ino_t inode = 0;
+        bool operator==(const Stamp& o) const;
+    };
+    static Stamp stampOf(const std::string& path);
+
+    bool m_known = false;
+    Stamp m_stamp;
+};
+
+} // namespace KQS

@@ -1,0 +1,45 @@
+#include "KQS/PathModTime.h"
+
+#include <sys/stat.h>
+
+namespace KQS {
+
+bool KQSPathModTime::Stamp::operator==(const Stamp& o) const
+{
+    return exists == o.exists && mtimeSec == o.mtimeSec && mtimeNsec == o.mtimeNsec && ctimeSec == o.ctimeSec &&
+           ctimeNsec == o.ctimeNsec && size == o.size && inode == o.inode;
+}
+
+KQSPathModTime::Stamp KQSPathModTime::stampOf(const std::string& path)
+{
+    Stamp stamp;
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0)
+        return stamp;
+    stamp.exists = true;
+    stamp.mtimeSec = st.st_mtim.tv_sec;
+    stamp.mtimeNsec = st.st_mtim.tv_nsec;
+    stamp.ctimeSec = st.st_ctim.tv_sec;
+    stamp.ctimeNsec = st.st_ctim.tv_nsec;
+    stamp.size = st.st_size;
+    stamp.inode = st.st_ino;
+    return stamp;
+}
+
+bool KQSPathModTime::update(const std::string& path)
+{
+    Stamp now = stampOf(path);
+    bool changed = !m_known || !(now == m_stamp);
+    m_stamp = now;
+    m_known = true;
+    return changed;
+}
+
+bool KQSPathModTime::isChanged(const std::string& path) const { return !m_known || !(stampOf(path) == m_stamp); }
+
+bool KQSPathModTime::operator==(const KQSPathModTime& o) const
+{
+    return m_known == o.m_known && m_stamp == o.m_stamp;
+}
+
+} // namespace KQS

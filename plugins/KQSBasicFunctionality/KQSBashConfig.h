@@ -1,0 +1,60 @@
+#pragma once
+// Reading and atomically rewriting the platform's shell-style configuration
+// files through one of the framework's parsers.
+//
+// getBashConfig: 0, or -1 with "open '%s' : %s" / "parse '%s' config".
+// putBashConfig: writes a temporary file beside the target and renames it
+// over the target, so the target is replaced whole or not touched. With
+// keepOld the old file's comments, order and unknown keys survive. A
+// missing target is not an error (it is created). 0, or -1 with
+// "open tmp for '%s': %s", the parser's message, or "rename '%s' -> '%s' : %s".
+#include "KQC/Error.h"
+#include "KQC/Files.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+namespace KQS {
+
+template <class Parser, class T>
+int getBashConfig(const char* path, Parser& parser, T& out)
+{
+    std::ifstream in(path);
+    if (!in.is_open()) {
+        KQC::setErrorMessage("open '%s' : %s", path, std::strerror(errno));
+        return -1;
+    }
+    if (parser.getConfig(in, out) != 0) {
+        KQC::setErrorMessage("parse '%s' config", path);
+        return -1;
+    }
+    return 0;
+}
+
+template <class Parser, class T>
+int putBashConfig(const char* path, Parser& parser, const T& in, bool keepOld)
+{
+    std::ifstream old(path);
+    if (!old.is_open())
+        keepOld = false;
+    KQC::TemporaryFile temporary(path, true);
+    if (!temporary.isValid()) {
+        KQC::setErrorMessage("open tmp for '%s': %s", path, std::strerror(errno));
+        return -1;
+    }
+    if (parser.putConfig(in, temporary.stream(), old.is_open() ? &old : nullptr, keepOld) != 0)
+        return -1;
+    old.close();
+    if (temporary.close() != 0) {
+        KQC::setErrorMessage("open tmp for '%s': %s", path, std::strerror(errno));
+        return -1;
+    }
+    if (KQC::renameFile(temporary.getpath(), path) != 0) {
+        KQC::setErrorMessage("rename '%s' -> '%s' : %s", temporary.getpath().c_str(), path, std::strerror(errno));
+        return -1;
+    }
+    return 0;
+}
+
+} // namespace KQS

@@ -1,0 +1,99 @@
+#pragma once
+// The platform-bound work on containers: command lines run through the
+// control tool, and the enumeration of containers with their states.
+//
+// A class of static operations only. Operations return 0 or a negative
+// result code with the thread's error message set; none throws.
+#include "KQC/Env.h"
+#include "KQC/Exec.h"
+#include "KQS/EnvConfig.h"
+#include "KQS/PathModTime.h"
+
+#include <boost/shared_ptr.hpp>
+#include <map>
+#include <set>
+#include <string>
+
+namespace KQS {
+
+class KQSEnvMLocal;
+
+// One container as the enumeration found it.
+struct KQSVPSEntry {
+    int state = KQC::ENV_STATE_UNKNOWN;
+    int transition = 0;
+    boost::shared_ptr<KQSEnvConfig> config;  // empty until read
+    KQSPathModTime modTime;                  // of the configuration file
+};
+typedef std::map<int, KQSVPSEntry> KQSVPSList;
+
+// Lock-file word -> transition ("creating" -> 2, ..., "" -> 0).
+extern const std::map<std::string, int> VPSTransitionsMapLinux;
+
+class KQSVEActionSystemLinux {
+public:
+    // The control tool's action words.
+    static const char* const START;
+    static const char* const STOP;
+    static const char* const MOUNT;
+    static const char* const UMOUNT;
+    static const char* const DESTROY;
+    static const char* const RESTART;
+    static const char* const SUSPEND;
+    static const char* const RESUME;
+
+    // An action command: its word and whether the tool should skip the
+    // container lock (the caller holds it).
+    class CmdType {
+    public:
+        CmdType(const char* name, bool skipLock) : m_name(name), m_skipLock(skipLock) {}
+        virtual ~CmdType() = default;
+        virtual void getPrefixParams(KQC::ExecutionArgs& args) const;
+        virtual void getParams(KQC::ExecutionArgs& args) const;
+        const char* name() const { return m_name; }
+
+    private:
+        const char* m_name;
+        bool m_skipLock;
+    };
+
+    // A stop never skips the lock; `fast` adds "--fast".
+    class StopCmdType : public CmdType {
+    public:
+        StopCmdType(const char* name, bool fast) : CmdType(name, false), m_fast(fast) {}
+        void getParams(KQC::ExecutionArgs& args) const override;
+
+    private:
+        bool m_fast;
+    };
+
+    // Runs `kqctl [--skiplock] WORD VEID [--fast]` with the tool's output as
+    // the client's progress. 0, or -104/-103/-105 for the tool's exit codes
+    // 31/32/78, -6 for any other failure ("kqctl %s %d failed: %s").
+    static int action(KQSEnvMLocal& envm, int veid, const CmdType& cmd);
+    // Makes `exec`'s output lines the progress of the request `envm` serves.
+    static KQC::GenExec& setHWExecProgessOutput(KQC::HWExec& exec, KQSEnvMLocal& envm);
+    // "/etc/sysconfig/kq-scripts/VEID.conf" (under the host root).
+    static std::string getVPSSystemConfigPathByVeid(int veid);
+
+    // Enumeration.
+    static int getVPSList(KQSVPSList& list, bool skipForRepair, bool onlyGiven);
+    static int getVeidList(std::set<int>& veids);
+    static int getRunVPSList(std::set<int>& veids);
+    static int getMountedVPSList(std::set<int>& veids);
+    static int getVPSTransition(const std::string& lockDir, int veid, int* transition);
+    static int getVPSTransitionByString(const std::string& word);
+    static bool isVPSExist(const boost::shared_ptr<KQSEnvConfig>& config);
+    static bool isVPSRepaired(const boost::shared_ptr<KQSEnvConfig>& config);
+    static bool isVPSForRepair(const boost::shared_ptr<KQSEnvConfig>& config);
+    static bool isVPSForTempOper(const boost::shared_ptr<KQSEnvConfig>& config);
+    static int getActualParametersForVEth(KQSEnvConfig& config);
+    static int getPrivateDir(int veid, std::string* dir);
+    static int getRootDir(int veid, std::string* dir);
+    static int getVEPrivateLayoutVersion(const std::string& privateDir);
+
+    // Container root folder -> VEID, learnt whenever a configuration is read.
+    static std::map<std::string, int> m_vpsRoots;
+};
+
+} // namespace KQS
