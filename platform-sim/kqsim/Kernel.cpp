@@ -82,18 +82,23 @@ bool isAddressList(const std::string& value)
     return true;
 }
 
-bool isErrnoFault(const std::string& value)
+// The errno names the simulated kernel understands.
+bool isErrnoName(const std::string& name)
 {
-    static const char* const kNames[] = {"EPERM", "ENOENT", "ESRCH", "EINTR", "EIO", "ENOMEM", "EACCES",
-                                         "EFAULT", "EBUSY", "EINVAL", "ENOTTY", "ENOSPC", "ENOSYS",
-                                         "EAGAIN", "EEXIST", "ENODEV", "ENXIO"};
-    std::vector<std::string> list = words(value);
-    if (list.size() != 2 || !isUnsigned(list[1]))
-        return false;
-    for (const char* name : kNames)
-        if (list[0] == name)
+    static const char* const kNames[] = {"EPERM",  "ENOENT", "ESRCH",  "EINTR",  "EIO",    "E2BIG",  "EBADF",
+                                         "EAGAIN", "ENOMEM", "EACCES", "EFAULT", "EBUSY",  "EEXIST", "ENODEV",
+                                         "EINVAL", "ENOTTY", "ENOSPC", "ENOSYS", "ETIMEDOUT"};
+    for (const char* known : kNames)
+        if (name == known)
             return true;
     return false;
+}
+
+// "ERRNO COUNT": the next COUNT ioctls fail with ERRNO.
+bool isErrnoFault(const std::string& value)
+{
+    std::vector<std::string> list = words(value);
+    return list.size() == 2 && isErrnoName(list[0]) && isUnsigned(list[1]);
 }
 
 const char* const kQuotaNumberKeys[] = {
@@ -157,6 +162,8 @@ KeyCheck checkKey(const std::string& key, const std::string& value)
         return verdict(isErrnoFault(value));
     if (key == "fault.ubc503")
         return verdict(value == "ENOSYS");
+    if (key == "fault.open")
+        return verdict(isErrnoName(value));
     return checkPerContainer(key, value);
 }
 

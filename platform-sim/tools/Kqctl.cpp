@@ -17,8 +17,7 @@ struct Verb {
     int (*run)(KqctlCall&);
 };
 
-// New verbs slot in here: create, set and unset are recognised so that
-// their calls are recorded, but the simulator does not model them yet.
+// New verbs slot in here.
 const Verb kVerbs[] = {
     {"start", "starting", true, actionStart},
     {"stop", "stopping", true, actionStop},
@@ -29,9 +28,9 @@ const Verb kVerbs[] = {
     {"suspend", "suspending", true, actionSuspend},
     {"resume", "resuming", true, actionResume},
     {"exec", nullptr, false, actionExec},
-    {"create", "creating", false, actionNotModelled},
-    {"set", "setting", true, actionNotModelled},
-    {"unset", "setting", true, actionNotModelled},
+    {"create", "creating", false, actionCreate},
+    {"set", "setting", true, actionSet},
+    {"unset", "setting", true, actionUnset},
 };
 
 const Verb* findVerb(const std::string& word)

@@ -2,8 +2,12 @@
 // The simulated control tool:
 //   kqctl [--skiplock] [--quiet] [--verbose] VERB VEID [OPTIONS...]
 // Verbs: start, stop [--fast], restart, mount, umount, destroy, suspend,
-// resume, exec VEID CMD...; each state-changing verb holds the container's
+// resume, exec VEID CMD..., create VEID --config SAMPLE [...], set VEID
+// [...], unset VEID [...]; each verb but exec holds the container's
 // transition lock while it works, unless --skiplock is given.
+// create makes layout-4 containers from the sample
+// etc/sysconfig/kq-scripts/ve-SAMPLE.conf-sample; set and unset always
+// save into the configuration file (--save is accepted and implied).
 //
 // Exit codes:
 //   0  done (also: start of a running container, stop of a stopped one,
@@ -59,6 +63,8 @@ int actionDestroy(KqctlCall& call);
 int actionSuspend(KqctlCall& call);
 int actionResume(KqctlCall& call);
 int actionExec(KqctlCall& call);
-int actionNotModelled(KqctlCall& call);
+int actionCreate(KqctlCall& call);
+int actionSet(KqctlCall& call);
+int actionUnset(KqctlCall& call);
 
 } // namespace KQSim

@@ -197,9 +197,4 @@ int actionExec(KqctlCall& call)
     return refuse(kExitFailed, "Unable to run the command: the simulated container has no processes");
 }
 
-int actionNotModelled(KqctlCall& call)
-{
-    return refuse(kExitFailed, "kqctl " + call.verb + ": not implemented in the simulator");
-}
-
 } // namespace KQSim

@@ -1,30 +1,14 @@
 #include "KQSim/Container.h"
 
+#include "KQSim/Accounts.h"
+
 #include "KQC/Error.h"
 
 #include <cerrno>
-#include <crypt.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace KQSim {
 namespace {
-
-// A salt for crypt(3): "$6$" and 16 characters of the crypt alphabet.
-std::string sha512Salt()
-{
-    static const char alphabet[] = "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-    unsigned char random[16] = {};
-    FileDescriptor fd(::open("/dev/urandom", O_RDONLY | O_CLOEXEC));
-    ssize_t got = fd.valid() ? ::read(fd.get(), random, sizeof random) : -1;
-    if (got != static_cast<ssize_t>(sizeof random))
-        for (size_t i = 0; i < sizeof random; ++i)
-            random[i] = static_cast<unsigned char>(::getpid() * 31 + i * 17);
-    std::string salt = "$6$";
-    for (unsigned char byte : random)
-        salt += alphabet[byte % 64];
-    return salt;
-}
 
 int privateLayout(const std::string& privateArea)
 {
@@ -133,28 +117,6 @@ int destroyContainer(const SimHost& host, const HostSettings& settings, const Co
     if (removeTree(files.privateArea) != 0)
         return -1;
     return removeTree(files.rootDir);
-}
-
-int writeAccounts(const std::string& fileTree)
-{
-    std::string etc = fileTree + "/etc";
-    if (makeDirs(etc) != 0)
-        return -1;
-    struct crypt_data data = {};
-    const char* hash = crypt_r("secret", sha512Salt().c_str(), &data);
-    if (!hash || hash[0] == '*') {
-        KQC::setErrorMessage("crypt: %m");
-        return -1;
-    }
-    std::string passwd = "root:x:0:0:root:/root:/bin/bash\n"
-                         "daemon:x:1:1:daemon:/usr/sbin:/usr/sbin/nologin\n";
-    std::string shadow = "root:" + std::string(hash) + ":19700:0:99999:7:::\n"
-                         "daemon:*:19700:0:99999:7:::\n";
-    std::string group = "root:x:0:\ndaemon:x:1:\n";
-    if (writeFileAtomic(etc + "/passwd", passwd) != 0
-        || writeFileAtomic(etc + "/shadow", shadow, 0600) != 0)
-        return -1;
-    return writeFileAtomic(etc + "/group", group);
 }
 
 } // namespace KQSim

@@ -89,14 +89,79 @@ int normalizeNetif(const std::string& spec, int veid, int position, std::string&
     for (const auto& pair : pairs)
         if (pair.first != "name")
             normalized += "," + pair.first + "=" + pair.second;
-    if (!seen.count("mac") && !hostRouted) {
-        char mac[32];
-        unsigned id = static_cast<unsigned>(veid);
-        std::snprintf(mac, sizeof mac, "02:4b:%02x:%02x:%02x:%02x", (id >> 16) & 0xff, (id >> 8) & 0xff,
-                      id & 0xff, static_cast<unsigned>(position) & 0xff);
-        normalized += ",mac=" + std::string(mac);
-    }
+    if (!seen.count("mac") && !hostRouted)
+        normalized += ",mac=" + generatedMac(veid, position);
     return 0;
+}
+
+std::string generatedMac(int veid, int position)
+{
+    char mac[32];
+    unsigned id = static_cast<unsigned>(veid);
+    std::snprintf(mac, sizeof mac, "02:4b:%02x:%02x:%02x:%02x", (id >> 16) & 0xff, (id >> 8) & 0xff, id & 0xff,
+                  static_cast<unsigned>(position) & 0xff);
+    return mac;
+}
+
+std::string NetifAdapter::value(const std::string& key) const
+{
+    for (const auto& pair : pairs)
+        if (pair.first == key)
+            return pair.second;
+    return "";
+}
+
+void NetifAdapter::set(const std::string& key, const std::string& value)
+{
+    for (auto it = pairs.begin(); it != pairs.end(); ++it) {
+        if (it->first != key)
+            continue;
+        it->second = value;
+        for (auto later = it + 1; later != pairs.end();)
+            later = later->first == key ? pairs.erase(later) : later + 1;
+        return;
+    }
+    pairs.emplace_back(key, value);
+}
+
+void NetifAdapter::removeAll(const std::string& key)
+{
+    for (auto it = pairs.begin(); it != pairs.end();)
+        it = it->first == key ? pairs.erase(it) : it + 1;
+}
+
+std::vector<NetifAdapter> parseNetifLine(const std::string& line)
+{
+    std::vector<NetifAdapter> adapters;
+    size_t start = 0;
+    while (start < line.size()) {
+        size_t end = line.find(';', start);
+        std::string text = line.substr(start, end == std::string::npos ? std::string::npos : end - start);
+        NetifAdapter adapter;
+        std::vector<std::pair<std::string, std::string>> pairs;
+        if (!text.empty() && splitPairs(text, pairs) == 0) {
+            adapter.pairs = pairs;
+            adapters.push_back(adapter);
+        }
+        if (end == std::string::npos)
+            break;
+        start = end + 1;
+    }
+    return adapters;
+}
+
+std::string formatNetifLine(const std::vector<NetifAdapter>& adapters)
+{
+    std::string line;
+    for (const NetifAdapter& adapter : adapters) {
+        if (!line.empty())
+            line += ';';
+        std::string text;
+        for (const auto& pair : adapter.pairs)
+            text += (text.empty() ? "" : ",") + pair.first + "=" + pair.second;
+        line += text;
+    }
+    return line;
 }
 
 } // namespace KQSim

@@ -49,8 +49,4 @@ int createContainer(const SimHost& host, const HostSettings& settings, int veid,
 // folder and the dump file.
 int destroyContainer(const SimHost& host, const HostSettings& settings, const ContainerFiles& files);
 
-// etc/passwd, etc/shadow (root's password "secret", SHA-512 crypt) and
-// etc/group under a file tree.
-int writeAccounts(const std::string& fileTree);
-
 } // namespace KQSim
