@@ -98,8 +98,11 @@ std::vector<TemplateFile> templateFiles()
                     "bash 5.2\n"
                     "coreutils 9.1\n"
                     "\n"
+                    "%technologies\n"
+                    "x86_64 nptl\n"
+                    "\n"
                     "%packageManager\n"
-                    "ARCH=\"x86_64\"\n"
+                    "ARCH=\"x86_64\"""\n"
                     "PKGMAN=\"dpkg\"\n"
                     "\n"};
     TemplateFile app{"webstack", "20260101", false,

@@ -12,6 +12,15 @@ namespace KQSim {
 using ToolArguments = std::vector<std::string>;
 
 int runKqctl(const SimHost& host, const ToolArguments& args);
+int runKqpkgls(const SimHost& host, const ToolArguments& args);
+int runKqpkgadd(const SimHost& host, const ToolArguments& args);
+int runKqpkgrm(const SimHost& host, const ToolArguments& args);
+int runKqpkginfo(const SimHost& host, const ToolArguments& args);
+int runKqquota(const SimHost& host, const ToolArguments& args);
+int runKqnetstat(const SimHost& host, const ToolArguments& args);
+int runKqps(const SimHost& host, const ToolArguments& args);
+int runKqauth(const SimHost& host, const ToolArguments& args);
+int runKqmlocal(const SimHost& host, const ToolArguments& args);
 // Tools the simulator does not model yet: exit 1 with
 // "TOOL: not implemented in the simulator".
 int runUnimplemented(const SimHost& host, const ToolArguments& args);

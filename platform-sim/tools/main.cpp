@@ -14,12 +14,10 @@ struct Tool {
 };
 
 const Tool kTools[] = {
-    {"kqctl", KQSim::runKqctl},           {"kqpkgls", KQSim::runUnimplemented},
-    {"kqpkgadd", KQSim::runUnimplemented}, {"kqpkgrm", KQSim::runUnimplemented},
-    {"kqpkginfo", KQSim::runUnimplemented}, {"kqquota", KQSim::runUnimplemented},
-    {"kqnetstat", KQSim::runUnimplemented}, {"kqps", KQSim::runUnimplemented},
-    {"kqauth", KQSim::runUnimplemented},   {"kqmlocal", KQSim::runUnimplemented},
-    {"kqsplit", KQSim::runUnimplemented},
+    {"kqctl", KQSim::runKqctl},         {"kqpkgls", KQSim::runKqpkgls},     {"kqpkgadd", KQSim::runKqpkgadd},
+    {"kqpkgrm", KQSim::runKqpkgrm},     {"kqpkginfo", KQSim::runKqpkginfo}, {"kqquota", KQSim::runKqquota},
+    {"kqnetstat", KQSim::runKqnetstat}, {"kqps", KQSim::runKqps},           {"kqauth", KQSim::runKqauth},
+    {"kqmlocal", KQSim::runKqmlocal},   {"kqsplit", KQSim::runUnimplemented},
 };
 
 } // namespace

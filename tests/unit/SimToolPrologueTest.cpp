@@ -108,8 +108,8 @@ TEST_F(SimToolPrologueTest, WordIsTheFirstArgumentAfterOptions)
     EXPECT_EQ(skipLock.err, "Container is running\n");
     RunResult otherWord = tool("kqctl", {"mount", "101"});
     EXPECT_EQ(otherWord.exitCode, 0) << otherWord.err;
-    RunResult otherTool = tool("kqpkgadd", {"start"});
-    EXPECT_EQ(otherTool.err, "kqpkgadd: not implemented in the simulator\n");
+    RunResult otherTool = tool("kqsplit", {"start"});
+    EXPECT_EQ(otherTool.err, "kqsplit: not implemented in the simulator\n");
 }
 
 TEST_F(SimToolPrologueTest, SignalRuleKillsTheTool)
