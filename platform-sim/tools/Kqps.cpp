@@ -1,0 +1,166 @@
+// kqps [xawh] [-E VEID] -eo COLUMNS: processes of one container (-E) or of
+// the whole host, from the simulated process lists
+// (ROOT/var/lib/kqsim/proc/<VEID>, lines "VPID HOSTPID COMMAND"; the host's
+// own processes are those of VEID 0). Columns are separated by one blank;
+// "h" among the BSD options drops the header.
+#include "Tools.h"
+
+#include "KQSim/Fs.h"
+
+#include <cctype>
+#include <cstdio>
+#include <map>
+#include <sstream>
+
+namespace KQSim {
+namespace {
+
+struct Process {
+    int veid = 0;
+    int vpid = 0;
+    int hostPid = 0;
+    std::string command;
+};
+
+std::string commandName(const std::string& command)
+{
+    std::string first = command.substr(0, command.find(' '));
+    size_t slash = first.rfind('/');
+    return slash == std::string::npos ? first : first.substr(slash + 1);
+}
+
+// The text of one column, or false for a column this tool does not know.
+bool columnValue(const std::string& column, const Process& process, std::string& text)
+{
+    static const std::map<std::string, std::string> fixed = {
+        {"user", "root"},    {"euser", "root"}, {"ruser", "root"},  {"uid", "0"},       {"euid", "0"},
+        {"ruid", "0"},       {"gid", "0"},      {"group", "root"},  {"stat", "S"},      {"state", "S"},
+        {"s", "S"},          {"rss", "0"},      {"rsz", "0"},       {"vsz", "0"},       {"vsize", "0"},
+        {"sz", "0"},         {"pcpu", "0.0"},   {"%cpu", "0.0"},    {"pmem", "0.0"},    {"%mem", "0.0"},
+        {"time", "00:00:00"}, {"cputime", "00:00:00"}, {"etime", "00:00"}, {"tty", "?"}, {"tt", "?"},
+        {"nice", "0"},       {"ni", "0"},       {"pri", "20"},      {"priority", "20"}, {"nlwp", "1"},
+        {"thcount", "1"},    {"start", "00:00"}, {"stime", "00:00"}, {"start_time", "00:00"},
+        {"lstart", "Thu Jan  1 00:00:00 2026"}, {"ppid", "0"}, {"wchan", "-"}, {"flags", "0"}, {"f", "0"},
+    };
+    auto known = fixed.find(column);
+    if (known != fixed.end())
+        text = known->second;
+    else if (column == "pid" || column == "lwp" || column == "tid" || column == "pgid" || column == "sid")
+        text = std::to_string(process.hostPid);
+    else if (column == "vpid")
+        text = std::to_string(process.vpid);
+    else if (column == "veid" || column == "ctid")
+        text = std::to_string(process.veid);
+    else if (column == "comm" || column == "ucomm" || column == "ucmd")
+        text = commandName(process.command);
+    else if (column == "args" || column == "command" || column == "cmd")
+        text = process.command;
+    else
+        return false;
+    if (text.empty())
+        text = "-";
+    return true;
+}
+
+void readProcesses(const SimHost& host, int veid, std::vector<Process>& processes)
+{
+    std::string text;
+    if (readFile(host.processList(veid), text) != 0)
+        return;
+    std::istringstream lines(text);
+    std::string line;
+    while (std::getline(lines, line)) {
+        Process process;
+        process.veid = veid;
+        std::istringstream fields(line);
+        if (!(fields >> process.vpid >> process.hostPid))
+            continue;
+        std::getline(fields >> std::ws, process.command);
+        processes.push_back(process);
+    }
+}
+
+void readAllProcesses(const SimHost& host, std::vector<Process>& processes)
+{
+    std::vector<std::string> names;
+    listDirectory(host.stateDir() + "/proc", names);
+    std::map<int, bool> veids;
+    for (const std::string& name : names) {
+        int veid = 0;
+        if (parseInt(name, veid))
+            veids[veid] = true;
+    }
+    for (const auto& entry : veids)
+        readProcesses(host, entry.first, processes);
+}
+
+std::vector<std::string> splitColumns(const std::string& list)
+{
+    std::vector<std::string> columns;
+    std::istringstream stream(list);
+    std::string column;
+    while (std::getline(stream, column, ','))
+        if (!column.empty())
+            columns.push_back(column.substr(0, column.find('=')));
+    return columns;
+}
+
+} // namespace
+
+int runKqps(const SimHost& host, const ToolArguments& args)
+{
+    bool header = true, oneContainer = false;
+    int veid = 0;
+    std::vector<std::string> columns = {"pid", "tty", "stat", "time", "command"};
+    for (size_t i = 1; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg == "-E" && i + 1 < args.size() && parseInt(args[i + 1], veid)) {
+            oneContainer = true;
+            ++i;
+        } else if ((arg == "-eo" || arg == "-o") && i + 1 < args.size()) {
+            columns = splitColumns(args[++i]);
+        } else if (arg == "-e" || arg == "-A") {
+            continue;
+        } else if (!arg.empty() && arg[0] != '-') {
+            header = header && arg.find('h') == std::string::npos;
+        } else {
+            std::fprintf(stderr, "kqps: unsupported option '%s'\n", arg.c_str());
+            return 1;
+        }
+    }
+    std::vector<Process> processes;
+    if (oneContainer)
+        readProcesses(host, veid, processes);
+    else
+        readAllProcesses(host, processes);
+    std::string text;
+    Process probe;
+    for (const std::string& column : columns) {
+        std::string ignored;
+        if (!columnValue(column, probe, ignored)) {
+            std::fprintf(stderr, "kqps: error: unknown user-defined format specifier \"%s\"\n", column.c_str());
+            return 1;
+        }
+    }
+    if (header) {
+        for (size_t i = 0; i < columns.size(); ++i) {
+            std::string title = columns[i];
+            for (char& c : title)
+                c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+            text += (i ? " " : "") + title;
+        }
+        text += "\n";
+    }
+    for (const Process& process : processes) {
+        for (size_t i = 0; i < columns.size(); ++i) {
+            std::string value;
+            columnValue(columns[i], process, value);
+            text += (i ? " " : "") + value;
+        }
+        text += "\n";
+    }
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return 0;
+}
+
+} // namespace KQSim

@@ -1,0 +1,236 @@
+// The simulated control tool: what each action does to the host's files,
+// and the container's transition lock.
+#include "SimToolTestSupport.h"
+
+namespace {
+
+using simtest::readText;
+using simtest::RunResult;
+
+namespace fs = std::filesystem;
+
+class SimToolKqctlTest : public simtest::SimHostTest {
+protected:
+    void SetUp() override
+    {
+        SimHostTest::SetUp();
+        initHost();
+    }
+
+    RunResult kqctl(const std::vector<std::string>& args) { return tool("kqctl", args); }
+
+    void expectDone(const std::vector<std::string>& args)
+    {
+        RunResult result = kqctl(args);
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_FALSE(result.out.empty()) << "every action prints progress";
+    }
+
+    std::string lockFile(int veid) const { return at("kq/lock/" + std::to_string(veid) + ".lck"); }
+    std::string dumpFile(int veid) const { return at("kq/dump/Dump." + std::to_string(veid)); }
+    bool isRunning(int veid) const
+    {
+        std::vector<std::string> list = runningList();
+        return std::find(list.begin(), list.end(), std::to_string(veid)) != list.end();
+    }
+
+    // A pid that no process holds any more.
+    static int deadPid()
+    {
+        pid_t pid = fork();
+        if (pid == 0)
+            _exit(0);
+        waitpid(pid, nullptr, 0);
+        return pid;
+    }
+};
+
+TEST_F(SimToolKqctlTest, StartAndStop)
+{
+    addContainer({"101"});
+    expectDone({"start", "101"});
+    EXPECT_TRUE(isRunning(101));
+    EXPECT_EQ(mounts(), mountLine(101));
+    EXPECT_TRUE(fs::is_directory(rootDir(101)));
+
+    RunResult again = kqctl({"start", "101"});
+    EXPECT_EQ(again.exitCode, 0);
+    EXPECT_NE(again.out.find("already running"), std::string::npos);
+
+    expectDone({"stop", "101", "--fast"});
+    EXPECT_FALSE(isRunning(101));
+    EXPECT_EQ(mounts(), "");
+    EXPECT_EQ(kqctl({"stop", "101"}).exitCode, 0) << "stopping a stopped container is fine";
+    EXPECT_EQ(kqctl({"stop", "101", "--slow"}).exitCode, 2);
+    EXPECT_FALSE(fs::exists(lockFile(101)));
+}
+
+TEST_F(SimToolKqctlTest, RestartKeepsItRunning)
+{
+    addContainer({"101", "--state", "running"});
+    addContainer({"102"});
+    expectDone({"restart", "101"});
+    expectDone({"restart", "102"});
+    EXPECT_TRUE(isRunning(101));
+    EXPECT_TRUE(isRunning(102));
+    EXPECT_EQ(mounts(), mountLine(101) + mountLine(102));
+}
+
+TEST_F(SimToolKqctlTest, MountAndUmount)
+{
+    addContainer({"101"});
+    expectDone({"mount", "101"});
+    EXPECT_EQ(mounts(), mountLine(101));
+    EXPECT_FALSE(isRunning(101));
+    expectDone({"mount", "101"});
+    EXPECT_EQ(mounts(), mountLine(101)) << "mounted once only";
+    expectDone({"umount", "101"});
+    EXPECT_EQ(mounts(), "");
+    expectDone({"umount", "101"});
+
+    addContainer({"102", "--state", "running"});
+    RunResult running = kqctl({"umount", "102"});
+    EXPECT_EQ(running.exitCode, 32);
+    EXPECT_EQ(mounts(), mountLine(102));
+}
+
+TEST_F(SimToolKqctlTest, SuspendAndResume)
+{
+    addContainer({"101", "--state", "running"});
+    expectDone({"suspend", "101"});
+    EXPECT_TRUE(fs::is_regular_file(dumpFile(101)));
+    EXPECT_FALSE(isRunning(101));
+    EXPECT_EQ(mounts(), "");
+    EXPECT_EQ(kqctl({"suspend", "101"}).exitCode, 31);
+
+    expectDone({"resume", "101"});
+    EXPECT_FALSE(fs::exists(dumpFile(101)));
+    EXPECT_TRUE(isRunning(101));
+    EXPECT_EQ(mounts(), mountLine(101));
+
+    addContainer({"102"});
+    RunResult noDump = kqctl({"resume", "102"});
+    EXPECT_EQ(noDump.exitCode, 1);
+    EXPECT_FALSE(isRunning(102));
+}
+
+TEST_F(SimToolKqctlTest, StartOfASuspendedContainerDropsItsDump)
+{
+    addContainer({"101", "--state", "suspended"});
+    expectDone({"start", "101"});
+    EXPECT_TRUE(isRunning(101));
+    EXPECT_FALSE(fs::exists(dumpFile(101)));
+}
+
+TEST_F(SimToolKqctlTest, DestroyRemovesEverything)
+{
+    addContainer({"101", "--state", "mounted"});
+    addContainer({"102", "--layout", "4", "--state", "suspended"});
+    expectDone({"destroy", "101"});
+    expectDone({"destroy", "102"});
+    for (int veid : {101, 102}) {
+        EXPECT_FALSE(fs::exists(fs::symlink_status(at("etc/sysconfig/kq-scripts/" + std::to_string(veid) + ".conf"))));
+        EXPECT_FALSE(fs::exists(at("kq/private/" + std::to_string(veid))));
+        EXPECT_FALSE(fs::exists(rootDir(veid)));
+    }
+    EXPECT_FALSE(fs::exists(dumpFile(102)));
+    EXPECT_EQ(mounts(), "");
+    EXPECT_EQ(kqctl({"destroy", "101"}).exitCode, 11);
+}
+
+TEST_F(SimToolKqctlTest, DestroyRefusesARunningContainer)
+{
+    addContainer({"101", "--state", "running"});
+    RunResult result = kqctl({"destroy", "101"});
+    EXPECT_EQ(result.exitCode, 32);
+    EXPECT_TRUE(fs::exists(at("etc/sysconfig/kq-scripts/101.conf")));
+    EXPECT_TRUE(fs::exists(at("kq/private/101/root/etc/passwd")));
+}
+
+TEST_F(SimToolKqctlTest, ExecNeverRunsAnything)
+{
+    addContainer({"101", "--state", "running"});
+    addContainer({"102"});
+    std::string marker = dir() + "/ran";
+    EXPECT_EQ(kqctl({"exec", "101", "touch " + marker}).exitCode, 1);
+    RunResult stopped = kqctl({"exec", "102", "touch " + marker});
+    EXPECT_EQ(stopped.exitCode, 1);
+    EXPECT_EQ(stopped.err, "Container is not running\n");
+    EXPECT_FALSE(fs::exists(marker));
+}
+
+TEST_F(SimToolKqctlTest, BadCommandLines)
+{
+    addContainer({"101"});
+    EXPECT_EQ(kqctl({}).exitCode, 2);
+    EXPECT_EQ(kqctl({"fly", "101"}).exitCode, 2);
+    EXPECT_EQ(kqctl({"start"}).exitCode, 2);
+    EXPECT_EQ(kqctl({"start", "abc"}).exitCode, 2);
+    EXPECT_EQ(kqctl({"--bogus", "start", "101"}).exitCode, 2);
+    RunResult missing = kqctl({"start", "999"});
+    EXPECT_EQ(missing.exitCode, 11);
+    EXPECT_EQ(missing.err, "Container 999 does not exist\n");
+    EXPECT_FALSE(isRunning(101));
+}
+
+TEST_F(SimToolKqctlTest, QuietPrintsNothing)
+{
+    addContainer({"101"});
+    RunResult result = kqctl({"--quiet", "start", "101"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.out, "");
+    EXPECT_TRUE(isRunning(101));
+}
+
+TEST_F(SimToolKqctlTest, LockHeldByALiveProcessRefuses)
+{
+    addContainer({"101"});
+    std::string held = std::to_string(getpid()) + "\nmounting";
+    simtest::writeText(lockFile(101), held);
+    RunResult result = kqctl({"start", "101"});
+    EXPECT_EQ(result.exitCode, 9);
+    EXPECT_EQ(result.err, "Container already locked\n");
+    EXPECT_FALSE(isRunning(101));
+    EXPECT_EQ(readText(lockFile(101)), held) << "somebody else's lock stays as it was";
+
+    expectDone({"--skiplock", "start", "101"});
+    EXPECT_TRUE(isRunning(101));
+    EXPECT_EQ(readText(lockFile(101)), held);
+}
+
+TEST_F(SimToolKqctlTest, LockOfADeadProcessIsTakenOver)
+{
+    addContainer({"101"});
+    simtest::writeText(lockFile(101), std::to_string(deadPid()) + "\nstopping");
+    expectDone({"start", "101"});
+    EXPECT_TRUE(isRunning(101));
+    EXPECT_FALSE(fs::exists(lockFile(101)));
+    std::vector<std::string> leftovers;
+    for (const auto& entry : fs::directory_iterator(at("kq/lock")))
+        leftovers.push_back(entry.path().string());
+    EXPECT_TRUE(leftovers.empty()) << leftovers.front();
+}
+
+TEST_F(SimToolKqctlTest, GarbageLockIsTakenOver)
+{
+    addContainer({"101"});
+    simtest::writeText(lockFile(101), "");
+    expectDone({"mount", "101"});
+    EXPECT_FALSE(fs::exists(lockFile(101)));
+}
+
+TEST_F(SimToolKqctlTest, ConcurrentActionsOnDifferentContainersKeepEveryChange)
+{
+    const int count = 6;
+    for (int i = 0; i < count; ++i)
+        addContainer({std::to_string(200 + i)});
+    std::vector<simtest::Child> children;
+    for (int i = 0; i < count; ++i)
+        children.push_back(startTool("kqctl", {"start", std::to_string(200 + i)}));
+    for (simtest::Child& child : children)
+        EXPECT_EQ(simtest::finish(child).exitCode, 0);
+    EXPECT_EQ(runningList().size(), static_cast<size_t>(count));
+    EXPECT_EQ(simtest::lines(mounts()).size(), static_cast<size_t>(count));
+}
+
+} // namespace
