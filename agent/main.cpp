@@ -25,6 +25,7 @@ struct GlobalOptions {
     std::set<int> denied;
     std::string plugin;
     bool verbose = false;
+    bool help = false;
     std::vector<std::string> command;
 };
 
@@ -65,7 +66,7 @@ GlobalOptions parseGlobalOptions(int argc, char** argv)
         else if (word == "-v" || word == "--verbose")
             options.verbose = true;
         else if (word == "--help" || word == "-h")
-            throw kqagent::UsageError(kUsage);
+            options.help = true;
         else if (!word.empty() && word[0] == '-')
             throw kqagent::UsageError("unknown option '" + word + "'");
         else
@@ -73,8 +74,8 @@ GlobalOptions parseGlobalOptions(int argc, char** argv)
     }
     for (; i < argc; ++i)
         options.command.push_back(argv[i]);
-    if (options.command.empty())
-        throw kqagent::UsageError(std::string("no command given\n") + kUsage);
+    if (options.command.empty() && !options.help)
+        throw kqagent::UsageError("no command given (kqagent --help lists the commands)");
     return options;
 }
 
@@ -138,6 +139,10 @@ int main(int argc, char** argv)
     bool batch = false;
     try {
         options = parseGlobalOptions(argc, argv);
+        if (options.help) {
+            std::cout << "usage: " << kUsage << "\n";
+            return 0;
+        }
         batch = options.command[0] == "batch";
         if (batch && options.command.size() > 1)
             throw kqagent::UsageError("batch takes no arguments");
