@@ -1,6 +1,7 @@
 #include "Console.h"
 
 #include "KQC/Error.h"
+#include "KQC/Files.h"
 #include "KQC/Functionality.h"
 #include "KQS/Functionality.h"
 
@@ -18,17 +19,7 @@ const char* const kEnvironmentType = "corvantis";
 void writeLine(const std::string& text)
 {
     std::string line = text + "\n";
-    const char* p = line.data();
-    size_t left = line.size();
-    while (left > 0) {
-        ssize_t n = ::write(2, p, left);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return;
-        p += n;
-        left -= static_cast<size_t>(n);
-    }
+    KQC::writeAll(2, line.data(), line.size());
 }
 
 bool allDigits(const std::string& text)

@@ -1,6 +1,7 @@
 #include "KQC/Log.h"
 
 #include "KQC/Error.h"
+#include "KQC/Files.h"
 
 #include <atomic>
 #include <cerrno>
@@ -19,21 +20,6 @@ std::atomic<int> g_threshold{3};
 std::atomic<bool> g_stderr{false};
 std::atomic<int> g_fileFd{-1};
 std::mutex g_fileMutex;  // guards replacing the file, not writing lines
-
-void writeAll(int fd, const std::string& text)
-{
-    const char* p = text.data();
-    size_t left = text.size();
-    while (left > 0) {
-        ssize_t n = ::write(fd, p, left);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return;
-        p += n;
-        left -= static_cast<size_t>(n);
-    }
-}
 
 std::string timestamp()
 {
@@ -84,9 +70,9 @@ void Logger::put(int level, const char* format, ...) const
     std::string line = timestamp() + " " + std::to_string(level) + " " + m_component + " " + base + ":" +
                        std::to_string(m_line) + " " + body + "\n";
     if (fd >= 0)
-        writeAll(fd, line);
+        writeAll(fd, line.data(), line.size());
     if (toStderr)
-        writeAll(2, line);
+        writeAll(2, line.data(), line.size());
     errno = savedErrno;
 }
 

@@ -11,6 +11,8 @@
 #include "KQC/GUID.h"
 
 #include <atomic>
+#include "KQC/RefCounted.h"
+
 #include <boost/intrusive_ptr.hpp>
 #include <boost/shared_ptr.hpp>
 #include <functional>
@@ -48,16 +50,14 @@ private:
     std::set<int> m_denied;
 };
 
-class KQCAccessProviderPrototype {
+class KQCAccessProviderPrototype : public KQCRefCounted {
 public:
     KQCAccessProviderPrototype() = default;
     explicit KQCAccessProviderPrototype(boost::shared_ptr<KQCClientContext> context)
         : m_context(std::move(context))
     {
     }
-    virtual ~KQCAccessProviderPrototype() = default;
-    KQCAccessProviderPrototype(const KQCAccessProviderPrototype&) = delete;
-    KQCAccessProviderPrototype& operator=(const KQCAccessProviderPrototype&) = delete;
+    ~KQCAccessProviderPrototype() override = default;
 
     boost::shared_ptr<KQCClientContext> clientContext() const { return m_context; }
 
@@ -68,13 +68,6 @@ public:
     virtual void notify(const std::string& event, const std::string& text) { (void)event, (void)text; }
 
 private:
-    friend void intrusive_ptr_add_ref(KQCAccessProviderPrototype* p) { p->m_refs.fetch_add(1); }
-    friend void intrusive_ptr_release(KQCAccessProviderPrototype* p)
-    {
-        if (p->m_refs.fetch_sub(1) == 1)
-            delete p;
-    }
-    std::atomic<long> m_refs{0};
     boost::shared_ptr<KQCClientContext> m_context;
 };
 

@@ -7,6 +7,8 @@
 // snapshots that later changes do not touch.
 #include "KQC/Env.h"
 
+#include "KQC/RefCounted.h"
+
 #include <boost/intrusive_ptr.hpp>
 #include <boost/shared_ptr.hpp>
 #include <atomic>
@@ -18,7 +20,7 @@ namespace KQC {
 
 typedef std::vector<boost::shared_ptr<KQCEnv>> KQCEnvList;
 
-class KQCEnvCache {
+class KQCEnvCache : public KQCRefCounted {
 public:
     KQCEnvCache();
     // Adds the environment or replaces the one with the same EID.
@@ -33,13 +35,6 @@ public:
     size_t size() const;
 
 private:
-    friend void intrusive_ptr_add_ref(KQCEnvCache* p) { p->m_refs.fetch_add(1); }
-    friend void intrusive_ptr_release(KQCEnvCache* p)
-    {
-        if (p->m_refs.fetch_sub(1) == 1)
-            delete p;
-    }
-    std::atomic<long> m_refs{0};
     mutable std::mutex m_mutex;
     std::map<KQCEID, KQCEnv, KQCEnvIDComparator> m_envs;
 };

@@ -22,6 +22,12 @@ namespace KQC {
 
 // Non-zero when an entry of that name exists. followLinks=0 tests the entry
 // itself (a dangling symbolic link exists); otherwise the link's target.
+// Writes all of `data`, retrying interrupted and short writes: 0, or -1
+// with errno set (no message: callers add their context).
+int writeAll(int fd, const char* data, size_t size);
+// Reads to the end of `fd`, retrying interrupted reads: 0, or -1 with errno.
+int readAll(int fd, std::string& out);
+
 int fentryExists(const std::string& path, int followLinks = 1);
 
 // Reads the whole file into out (replacing its contents). flags: none yet.
