@@ -57,6 +57,8 @@ public:
     }
     ~TempHost()
     {
+        if (m_pathChanged)
+            ::setenv("PATH", m_oldPath.c_str(), 1);
         if (m_hadOld)
             ::setenv("KQ_HOST_ROOT", m_old.c_str(), 1);
         else
@@ -71,16 +73,36 @@ public:
     void write(const std::string& relative, const std::string& text) const { writeFile(path(relative), text); }
     std::string read(const std::string& relative) const { return readFile(path(relative)); }
 
-    // Makes this folder a simulated host (kqsim init), 0 on success.
-    int simulated(const std::string& options = "") const
+    // Makes this folder a simulated host (kqsim init) and puts the
+    // simulator's tools first on PATH while this object lives; 0 on success.
+    int simulated(const std::string& options = "")
     {
-        return run(std::string(KQ_BIN_DIR) + "/kqsim init '" + m_root + "' " + options + " >/dev/null");
+        int rc = run(std::string(KQ_BIN_DIR) + "/kqsim init '" + m_root + "' " + options + " >/dev/null");
+        if (rc != 0)
+            return rc;
+        const char* path = std::getenv("PATH");
+        m_oldPath = path ? path : "/usr/bin:/bin";
+        m_pathChanged = true;
+        std::string tools = std::string(KQ_BIN_DIR) + "/kqsim-tools";
+        ::setenv("PATH", (tools + ":" + m_oldPath).c_str(), 1);
+        return 0;
     }
+    // Runs kqsim with these arguments on this host; its exit code.
+    int kqsim(const std::string& arguments) const
+    {
+        return run(std::string(KQ_BIN_DIR) + "/kqsim " + arguments.substr(0, arguments.find(' ')) + " '" + m_root +
+                   "'" + (arguments.find(' ') == std::string::npos ? "" : arguments.substr(arguments.find(' '))) +
+                   " >/dev/null");
+    }
+    // The simulated tools' calls log.
+    std::string calls() const { return read("var/log/kqsim/calls.log"); }
 
 private:
     std::string m_root;
     std::string m_old;
     bool m_hadOld = false;
+    std::string m_oldPath;
+    bool m_pathChanged = false;
 };
 
 } // namespace kqtest

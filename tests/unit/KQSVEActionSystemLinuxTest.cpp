@@ -1,0 +1,121 @@
+// Container actions through the simulated control tool.
+#include "KQSEnvMLocal.h"
+#include "KQSVEActionSystemLinux.h"
+
+#include "TempHost.h"
+
+#include "KQC/Error.h"
+
+#include <gtest/gtest.h>
+
+using KQS::KQSVEActionSystemLinux;
+typedef KQSVEActionSystemLinux::CmdType CmdType;
+typedef KQSVEActionSystemLinux::StopCmdType StopCmdType;
+
+namespace {
+
+// A client that keeps what the manager tells it.
+struct RecordingClient : KQC::KQCAccessProviderPrototype {
+    void progress(const std::string& line) override { lines.push_back(line); }
+    std::vector<std::string> lines;
+};
+
+class ActionTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(0, host.simulated());
+        ASSERT_EQ(0, host.kqsim("add 101 --state stopped"));
+        client = new RecordingClient;
+        access = client;
+    }
+    int run(const CmdType& cmd, int veid = 101)
+    {
+        KQS::KQSEnvMLocal envm(access);
+        return KQSVEActionSystemLinux::action(envm, veid, cmd);
+    }
+
+    kqtest::TempHost host;
+    RecordingClient* client = nullptr;
+    KQC::KQCAccessProvider access;
+};
+
+} // namespace
+
+TEST_F(ActionTest, EveryActionRunsItsExactCommandLine)
+{
+    EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::MOUNT, false)));
+    EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::UMOUNT, false)));
+    EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::START, false)));
+    EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::RESTART, false)));
+    EXPECT_EQ(0, run(StopCmdType(KQSVEActionSystemLinux::STOP, true)));
+    EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::START, true)));
+    EXPECT_EQ(0, run(StopCmdType(KQSVEActionSystemLinux::STOP, false)));
+    EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::DESTROY, false)));
+    EXPECT_EQ("[\"kqctl\",\"mount\",\"101\"]\n"
+              "[\"kqctl\",\"umount\",\"101\"]\n"
+              "[\"kqctl\",\"start\",\"101\"]\n"
+              "[\"kqctl\",\"restart\",\"101\"]\n"
+              "[\"kqctl\",\"stop\",\"101\",\"--fast\"]\n"
+              "[\"kqctl\",\"--skiplock\",\"start\",\"101\"]\n"
+              "[\"kqctl\",\"stop\",\"101\"]\n"
+              "[\"kqctl\",\"destroy\",\"101\"]\n",
+              host.calls());
+    EXPECT_FALSE(client->lines.empty()) << "the tool's output reaches the client as progress";
+}
+
+TEST_F(ActionTest, ToolExitCodesBecomeResultsWithTheToolsText)
+{
+    struct Case {
+        const char* exit;
+        int result;
+    } cases[] = {{"31", -104}, {"32", -103}, {"78", -105}, {"1", -6}, {"signal:9", -6}};
+    for (const Case& c : cases) {
+        ASSERT_EQ(0, host.kqsim("fault --clear"));
+        ASSERT_EQ(0, host.kqsim(std::string("fault kqctl start ") + c.exit + " 'Container is broken'"));
+        EXPECT_EQ(c.result, run(CmdType(KQSVEActionSystemLinux::START, false))) << c.exit;
+        std::string message = KQC::getErrorMessage();
+        EXPECT_EQ(0u, message.find("kqctl start 101 failed: ")) << message;
+        if (std::string(c.exit) != "signal:9")
+            EXPECT_EQ("kqctl start 101 failed: Container is broken", message);
+    }
+}
+
+TEST_F(ActionTest, SuspendStopsTheDaemonFirst)
+{
+    // No daemon to signal (the simulated exec fails): suspend goes ahead at once.
+    EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::START, false)));
+    EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::SUSPEND, false)));
+    std::string calls = host.calls();
+    EXPECT_NE(std::string::npos,
+              calls.find("[\"kqctl\",\"exec\",\"101\",\"kill -TERM `cat /var/run/vpsd.pid`\"]\n"
+                         "[\"kqctl\",\"suspend\",\"101\"]\n"))
+        << calls;
+
+    // A word "suspend" that is not the constant itself does not stop the daemon.
+    std::string word = "suspend";
+    EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::RESUME, false)));
+    EXPECT_EQ(0, run(CmdType(word.c_str(), false)));
+    EXPECT_EQ(calls + "[\"kqctl\",\"resume\",\"101\"]\n[\"kqctl\",\"suspend\",\"101\"]\n", host.calls());
+}
+
+TEST_F(ActionTest, ADaemonThatKeepsAnsweringBlocksTheSuspend)
+{
+    ASSERT_EQ(0, host.kqsim("fault kqctl exec 0"));
+    EXPECT_EQ(-6, run(CmdType(KQSVEActionSystemLinux::SUSPEND, false)));
+    EXPECT_STREQ("Can't stop vpsd in Container 101", KQC::getErrorMessage());
+    std::string calls = host.calls();
+    EXPECT_EQ(std::string::npos, calls.find("\"suspend\"")) << calls;
+    size_t execs = 0;
+    for (size_t at = calls.find("\"exec\""); at != std::string::npos; at = calls.find("\"exec\"", at + 1))
+        ++execs;
+    EXPECT_EQ(3u, execs);
+}
+
+TEST(ActionPathTest, ConfigurationFilesAreNamedByVeid)
+{
+    kqtest::TempHost host;
+    EXPECT_EQ(host.root() + "/etc/sysconfig/kq-scripts/0.conf", KQSVEActionSystemLinux::getVPSSystemConfigPathByVeid(0));
+    EXPECT_EQ(host.root() + "/etc/sysconfig/kq-scripts/101.conf",
+              KQSVEActionSystemLinux::getVPSSystemConfigPathByVeid(101));
+}
