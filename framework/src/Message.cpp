@@ -7,6 +7,7 @@
 #include <boost/property_tree/xml_parser.hpp>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <sstream>
 

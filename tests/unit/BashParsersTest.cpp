@@ -323,6 +323,30 @@ TEST_F(BashParsersTest, HostSettingsAreReadByLowerCaseName)
     EXPECT_TRUE(onBoot.get());
 }
 
+TEST_F(BashParsersTest, EveryWriterWritesWhatBashReadsBack)
+{
+    const std::string values[] = {"blanks and\ttabs", "\"double\" and 'single'", "$VEID ${x} `cmd`",
+                                  "back\\slash\\", "new\nline", "caf\xc3\xa9 \xe2\x82\xac", ""};
+    for (const std::string& value : values) {
+        std::ostringstream raw;
+        ASSERT_EQ(KQS::KQSRawConfigBashParser::getInstance()->putConfig({{"VALUE", value}}, raw, nullptr, false), 0);
+        EXPECT_EQ(bashValue(raw.str(), "VALUE"), value) << "raw writer";
+
+        KQS::KQSVtSettings settings;
+        settings.setParam("value", value);
+        std::ostringstream host;
+        ASSERT_EQ(KQS::KQSKQConfigBashParser::getInstance()->putConfig(settings, host, nullptr, false), 0);
+        EXPECT_EQ(bashValue(host.str(), "VALUE"), value) << "host settings writer";
+
+        KQSEnvConfig config;
+        config.setHostname(value);
+        config.setSLMMode(value);
+        std::string text = put(config);
+        EXPECT_EQ(bashValue(text, "HOSTNAME"), value) << "container writer";
+        EXPECT_EQ(bashValue(text, "SLMMODE"), value) << "container writer";
+    }
+}
+
 TEST_F(BashParsersTest, RawFilesRoundTripAsMaps)
 {
     boost::shared_ptr<KQS::KQSRawConfigBashParser> parser = KQS::KQSRawConfigBashParser::getInstance();
