@@ -7,6 +7,7 @@
 #include <boost/property_tree/xml_parser.hpp>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <sstream>
 
@@ -510,6 +511,27 @@ int KQCMessageIterator::copyElementsTo(const std::string& key, KQCMessageIterato
     for (const KQCMessageElement& element : copies)
         target.current()->elements.push_back(element);
     return 0;
+}
+
+int KQCMessageIterator::copyPathTo(const std::string& path, KQCMessageIterator& target) const
+{
+    std::vector<std::string> parts = splitPath(path);
+    if (parts.empty() || !isValid() || !target.isValid())
+        return -1;
+    const std::string key = parts.back();
+    parts.pop_back();
+    std::string parentPath = "/";
+    for (const std::string& part : parts)
+        parentPath += part + "/";
+    KQCMessageIterator source = *this;
+    if (source.moveTo(parentPath) != 0 || !source.hasKey(key))
+        return -1;
+    KQCMessageIterator destination = target;
+    destination.top();
+    for (const std::string& part : parts)
+        if (destination.enterOrCreate(part) != 0)
+            return -1;
+    return source.copyElementsTo(key, destination);
 }
 
 std::vector<std::string> KQCMessageIterator::keys() const

@@ -2,6 +2,7 @@
 
 #include "KQC/Error.h"
 
+#include <cstdio>
 #include <iterator>
 #include <sstream>
 

@@ -150,6 +150,29 @@ TEST_F(MessageTest, ElementsCopyWithTheirRepeatsIntoAnotherMessage)
     EXPECT_FALSE(to.has(KQC::TAG_NAME));
 }
 
+TEST_F(MessageTest, APathCopiesIntoTheSamePlaceOfAnotherMessage)
+{
+    KQCMessage source, target;
+    KQCMessageIterator from = source.getIterator();
+    from.createChild("1624");
+    from.createChild("1872");
+    from.putString(KQC::TAG_HOSTNAME, "h");
+    from.createChild("nameservers");
+    from.addString(KQC::TAG_ITEM, "1.1.1.1");
+    KQCMessageIterator to = target.getIterator();
+    ASSERT_EQ(from.copyPathTo("envSample/sampleConfig/hostname", to), 0);
+    ASSERT_EQ(from.copyPathTo("/1624/1872/nameservers", to), 0);
+    EXPECT_EQ(from.copyPathTo("envSample/sampleConfig/domain", to), -1);
+    EXPECT_EQ(from.copyPathTo("envSample/missing/hostname", to), -1);
+    KQCMessageIterator check = target.getIterator();
+    ASSERT_EQ(check.moveTo("envSample/sampleConfig"), 0);
+    std::string hostname;
+    EXPECT_EQ(check.getString(KQC::TAG_HOSTNAME, hostname), 0);
+    EXPECT_EQ(hostname, "h");
+    EXPECT_EQ(check.keys(), (std::vector<std::string>{"hostname", "nameservers"}));
+    EXPECT_EQ(check.enter("nameservers"), 0);
+}
+
 TEST_F(MessageTest, MalformedFilesAreErrorsAndLeaveTheMessageAlone)
 {
     const std::string broken[] = {"", "not xml at all", "<message><int key=\"veid\">12x</int></message>",

@@ -41,6 +41,9 @@ public:
     // each component may be a name or a tag number. When a component names
     // no child node the iterator stays where it was and -1 is returned.
     int moveTo(const std::string& path);
+    // Values are not nodes: to reach the value "a/b/name", move to "a/b"
+    // and read or copy the key "name" there (or use copyPathTo).
+
     // Into the first child node of that key (-1 when there is none).
     int enter(const std::string& key);
     // Into the first child node of that key, made (appended) when missing.
@@ -114,6 +117,10 @@ public:
     // Appends deep copies of every element of `key` in this node, in order,
     // to the current node of `target`. -1 when this node has none.
     int copyElementsTo(const std::string& key, KQCMessageIterator& target) const;
+    // Copies every element at `path` (from the top; the last component
+    // names the elements, the others are nodes) into `target` at the same
+    // path, making the nodes `target` lacks. -1 when `path` names nothing.
+    int copyPathTo(const std::string& path, KQCMessageIterator& target) const;
     // Names of the elements of the current node, in order (with repeats).
     std::vector<std::string> keys() const;
 
@@ -147,7 +154,8 @@ public:
     int loadFromString(const std::string& text);
     int saveToString(std::string& text) const;
 
-    // An iterator at the top node.
+    // An iterator at the top node; it can change the message (the const
+    // only means the message object itself is not replaced).
     KQCMessageIterator getIterator() const;
     // Removes every element.
     void clear();

@@ -14,6 +14,8 @@ class KQCMessageIterator;
 namespace KQS {
 
 // A template or package reference: name and version (empty for none).
+// These are its first two text fields; a container's OS record takes them as
+// its distribution and version.
 // Text form: "name", or "name/version" when a version is given.
 struct KQSTemplate {
     std::string name;
