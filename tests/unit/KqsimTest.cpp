@@ -239,6 +239,7 @@ TEST_F(KqsimTest, SetStoresKernelValues)
         {"ubc.3", "1 2 3 4 5 6 7 18446744073709551615", "kernel/host/ubc.3"},
         {"fault.ioctl", "ENOTTY 2", "kernel/host/fault.ioctl"},
         {"fault.ubc503", "ENOSYS", "kernel/host/fault.ubc503"},
+        {"fault.open", "ENOENT", "kernel/host/fault.open"},
     };
     for (const Case& c : cases) {
         RunResult result = kqsim({"set", root(), "101", c.key, c.value});
@@ -258,7 +259,7 @@ TEST_F(KqsimTest, SetRefusesUnknownKeysAndBadValues)
         {"net.1", "1 2 3"},          {"cpu", "1 2 3 4 5"},         {"loadavg", "1 2 x"},
         {"slm", "1:2"},              {"ubc.x", "1 2 3 4 5 6 7 8"}, {"ubc.2", "1 2"},
         {"veth.eth0.state", "half"}, {"fault.ioctl", "EBOGUS 1"},  {"fault.ioctl", "EBUSY"},
-        {"fault.ubc503", "EPERM"},   {"veth..state", "up"}};
+        {"fault.ubc503", "EPERM"},   {"veth..state", "up"},         {"fault.open", "ENOENT 2"}};
     for (const auto& c : bad)
         EXPECT_EQ(kqsim({"set", root(), "101", c.first, c.second}).exitCode, 2) << c.first << " " << c.second;
     EXPECT_EQ(kqsim({"set", root(), "x", "cpu", "1 2 3 4 5 6"}).exitCode, 2);
