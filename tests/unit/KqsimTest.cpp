@@ -71,14 +71,27 @@ TEST_F(KqsimTest, InitWritesTheEnvironmentFileAndEnvPrintsExports)
 {
     initHost();
     std::vector<std::string> env = lines(readText(at("etc/kqsim/env")));
-    ASSERT_EQ(env.size(), 3u);
+    ASSERT_GE(env.size(), 3u);
     EXPECT_EQ(env[0], "KQ_HOST_ROOT=" + root());
     EXPECT_EQ(env[1], "KQSIM_BIN=" + simtest::toolsDir());
-    EXPECT_EQ(env[2], "KQSIM_PRELOAD=" + std::string(KQ_LIB_DIR) + "/libkqsimkernel.so");
+    std::string preload = std::string(KQ_LIB_DIR) + "/libkqsimkernel.so";
+    EXPECT_EQ(env[2], "KQSIM_PRELOAD=" + preload);
+    // A sanitized build names its runtime, which a shell must preload first.
+    std::string runtime;
+    if (env.size() == 4) {
+        ASSERT_EQ(env[3].compare(0, 24, "KQSIM_SANITIZER_PRELOAD="), 0) << env[3];
+        runtime = env[3].substr(24);
+        EXPECT_TRUE(fs::exists(runtime)) << runtime;
+    }
     RunResult result = kqsim({"env", root()});
     ASSERT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_EQ(result.out, "export KQ_HOST_ROOT=" + root() + "\nexport PATH=" + simtest::toolsDir()
-                              + ":$PATH\nexport LD_PRELOAD=" + KQ_LIB_DIR + "/libkqsimkernel.so\n");
+    std::string expected = "export KQ_HOST_ROOT=" + root() + "\nexport PATH=" + simtest::toolsDir() + ":$PATH\n";
+    if (runtime.empty())
+        expected += "export LD_PRELOAD=" + preload + "\n";
+    else
+        expected += "export LD_PRELOAD=" + runtime + ":" + preload
+                    + "\nexport ASAN_OPTIONS=detect_leaks=0:verify_asan_link_order=0\n";
+    EXPECT_EQ(result.out, expected);
 }
 
 TEST_F(KqsimTest, InitIpv6ReleaseFiles)
