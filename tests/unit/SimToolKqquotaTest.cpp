@@ -1,12 +1,11 @@
-// kqnetstat and kqquota: the statistics tools answer from the simulated
-// kernel values that kqsim set writes.
+// kqquota: disk quota from the simulated kernel values kqsim set writes.
 #include "SimToolTestSupport.h"
 
 namespace {
 
 using simtest::RunResult;
 
-class SimToolKqstatTest : public simtest::SimHostTest {
+class SimToolKqquotaTest : public simtest::SimHostTest {
 protected:
     void SetUp() override
     {
@@ -20,22 +19,7 @@ protected:
     }
 };
 
-TEST_F(SimToolKqstatTest, NetstatPrintsClassesInOrder)
-{
-    set("net.2", "10 20 30 40");
-    set("net.0", "1 2 3 4");
-    set("net.10", "5 6 7 8");
-    RunResult result = tool("kqnetstat", {"-v", "101"});
-    ASSERT_EQ(result.exitCode, 0);
-    std::vector<std::string> lines = simtest::lines(result.out);
-    ASSERT_EQ(lines.size(), 4u);
-    EXPECT_EQ(lines[1], "101 0 1 2 3 4");
-    EXPECT_EQ(lines[2], "101 2 10 20 30 40");
-    EXPECT_EQ(lines[3], "101 10 5 6 7 8");
-    EXPECT_EQ(simtest::lines(tool("kqnetstat", {"-v", "102"}).out).size(), 1u) << "header only";
-}
-
-TEST_F(SimToolKqstatTest, QuotaRoundsBytesUpToKib)
+TEST_F(SimToolKqquotaTest, QuotaRoundsBytesUpToKib)
 {
     set("quota.block_usage", "1025");
     set("quota.block_soft", "2048");
