@@ -90,14 +90,12 @@ int commandEnv(const Arguments& args)
     }
     std::printf("export KQ_HOST_ROOT=%s\n", values["KQ_HOST_ROOT"].c_str());
     std::printf("export PATH=%s:$PATH\n", values["KQSIM_BIN"].c_str());
-    std::string sanitizer = values["KQSIM_SANITIZER_PRELOAD"];
-    if (sanitizer.empty()) {
-        std::printf("export LD_PRELOAD=%s\n", values["KQSIM_PRELOAD"].c_str());
-        return 0;
-    }
-    // Plain programs of the shell get the runtime first and no leak reports.
-    std::printf("export LD_PRELOAD=%s:%s\n", sanitizer.c_str(), values["KQSIM_PRELOAD"].c_str());
-    std::printf("export ASAN_OPTIONS=detect_leaks=0:verify_asan_link_order=0\n");
+    std::printf("export LD_PRELOAD=%s\n", values["KQSIM_PRELOAD"].c_str());
+#ifdef KQSIM_SANITIZED
+    // The tools of this build are sanitized and get the kernel preload
+    // ahead of the sanitizer runtime, which the runtime refuses by default.
+    std::printf("export ASAN_OPTIONS=verify_asan_link_order=0\n");
+#endif
     return 0;
 }
 

@@ -52,16 +52,11 @@ int writeEmptyState(const SimHost& host)
     return writeFileAtomic(host.path("/proc/cpuinfo"), cpuInfoText());
 }
 
-// KQSIM_SANITIZER_PRELOAD appears only in sanitized builds: the runtime
-// that must be preloaded first.
 int writeEnvFile(const SimHost& host)
 {
     std::string text = "KQ_HOST_ROOT=" + (host.root.empty() ? std::string("/") : host.root) + "\n"
                        "KQSIM_BIN=" KQSIM_TOOLS_DIR "\n"
                        "KQSIM_PRELOAD=" KQSIM_PRELOAD_PATH "\n";
-    std::string sanitizer = KQSIM_SANITIZER_RUNTIME;
-    if (!sanitizer.empty())
-        text += "KQSIM_SANITIZER_PRELOAD=" + sanitizer + "\n";
     return writeFileAtomic(host.envFile(), text);
 }
 
