@@ -81,8 +81,9 @@ TEST_F(KqsimTest, InitWritesTheEnvironmentFileAndEnvPrintsExports)
     EXPECT_EQ(exports[0], "export KQ_HOST_ROOT=" + root());
     EXPECT_EQ(exports[1], "export PATH=" + simtest::toolsDir() + ":$PATH");
     EXPECT_EQ(exports[2], "export LD_PRELOAD=" + preload);
-    if (exports.size() > 3)
+    if (exports.size() > 3) {
         EXPECT_EQ(exports[3], "export ASAN_OPTIONS=verify_asan_link_order=0") << "sanitized builds only";
+    }
 }
 
 TEST_F(KqsimTest, InitIpv6ReleaseFiles)
