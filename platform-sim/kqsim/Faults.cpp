@@ -9,6 +9,7 @@
 #include "KQC/Error.h"
 
 #include <cstdio>
+#include <map>
 #include <sstream>
 
 namespace KQSim {
@@ -79,20 +80,22 @@ int commandEnv(const Arguments& args)
     std::string text;
     if (readFile(host.envFile(), text) != 0)
         return failWithErrorMessage();
+    std::map<std::string, std::string> values;
     std::istringstream lines(text);
     std::string line;
     while (std::getline(lines, line)) {
         size_t equals = line.find('=');
-        if (equals == std::string::npos)
-            continue;
-        std::string key = line.substr(0, equals), value = line.substr(equals + 1);
-        if (key == "KQ_HOST_ROOT")
-            std::printf("export KQ_HOST_ROOT=%s\n", value.c_str());
-        else if (key == "KQSIM_BIN")
-            std::printf("export PATH=%s:$PATH\n", value.c_str());
-        else if (key == "KQSIM_PRELOAD")
-            std::printf("export LD_PRELOAD=%s\n", value.c_str());
+        if (equals != std::string::npos)
+            values[line.substr(0, equals)] = line.substr(equals + 1);
     }
+    std::printf("export KQ_HOST_ROOT=%s\n", values["KQ_HOST_ROOT"].c_str());
+    std::printf("export PATH=%s:$PATH\n", values["KQSIM_BIN"].c_str());
+    std::printf("export LD_PRELOAD=%s\n", values["KQSIM_PRELOAD"].c_str());
+#ifdef KQSIM_SANITIZED
+    // The tools of this build are sanitized and get the kernel preload
+    // ahead of the sanitizer runtime, which the runtime refuses by default.
+    std::printf("export ASAN_OPTIONS=verify_asan_link_order=0\n");
+#endif
     return 0;
 }
 

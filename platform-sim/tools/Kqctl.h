@@ -8,6 +8,8 @@
 // create makes layout-4 containers from the sample
 // etc/sysconfig/kq-scripts/ve-SAMPLE.conf-sample; set and unset always
 // save into the configuration file (--save is accepted and implied).
+// Nothing is run on the host: exec always exits 1, and the containers'
+// mount/umount action scripts are never run.
 //
 // Exit codes:
 //   0  done (also: start of a running container, stop of a stopped one,

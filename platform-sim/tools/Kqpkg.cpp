@@ -170,6 +170,48 @@ int checkAddable(const Context& context, const ChangeRequest& request, const std
     return 0;
 }
 
+std::string joinedNames(const std::vector<std::string>& names)
+{
+    std::string joined;
+    for (const std::string& name : names)
+        joined += (joined.empty() ? "" : " ") + name;
+    return joined;
+}
+
+// One template added to or removed from the installed list; 0 or the exit status.
+int changeOne(const Context& context, const ChangeRequest& request, const ShellConfig& config, bool adding,
+              const std::string& text, std::vector<std::string>& installed)
+{
+    std::string name = templateName(context, text);
+    if (name.empty())
+        return complain(1, context.tool, "template " + text + " not found");
+    auto present = std::find(installed.begin(), installed.end(), name);
+    if (adding) {
+        if (int status = checkAddable(context, request, name, config))
+            return status;
+        if (present == installed.end())
+            installed.push_back(name);
+    } else {
+        if (present == installed.end())
+            return complain(1, context.tool,
+                            "template " + name + " is not installed in container " + std::to_string(request.veid));
+        installed.erase(present);
+    }
+    if (!request.quiet)
+        std::printf("%s template %s %s container %d\n", adding ? "Installing" : "Removing", name.c_str(),
+                    adding ? "into" : "from", request.veid);
+    return 0;
+}
+
+// Saves through a layout-4 container's link, never over the link itself.
+int saveConfig(const ContainerFiles& files, const ShellConfig& config)
+{
+    char* resolved = ::realpath(files.configPath.c_str(), nullptr);
+    std::string target = resolved ? resolved : files.configPath;
+    std::free(resolved);
+    return config.save(target);
+}
+
 int changeTemplates(const Context& context, const ChangeRequest& request, bool adding)
 {
     ContainerFiles files;
@@ -178,39 +220,17 @@ int changeTemplates(const Context& context, const ChangeRequest& request, bool a
         return complain(1, context.tool, KQC::getErrorMessage());
     TransitionLock lock;
     int taken = lock.acquire(context.settings.lockDir, request.veid, "updating");
+    if (taken == 1)
+        return complain(9, context.tool, "Container already locked");
     if (taken != 0)
-        return complain(taken == 1 ? 9 : 1, context.tool, taken == 1 ? "Container already locked" : KQC::getErrorMessage());
+        return complain(1, context.tool, KQC::getErrorMessage());
     std::vector<std::string> installed = wordsOf(config.get("TEMPLATES"));
     for (const std::string& text : request.templates) {
-        std::string name = templateName(context, text);
-        if (name.empty())
-            return complain(1, context.tool, "template " + text + " not found");
-        auto present = std::find(installed.begin(), installed.end(), name);
-        if (adding) {
-            if (int status = checkAddable(context, request, name, config))
-                return status;
-            if (present == installed.end())
-                installed.push_back(name);
-        } else {
-            if (present == installed.end())
-                return complain(1, context.tool, "template " + name + " is not installed in container "
-                                                     + std::to_string(request.veid));
-            installed.erase(present);
-        }
-        config.set("TEMPLATES", [&] {
-            std::string joined;
-            for (const std::string& item : installed)
-                joined += (joined.empty() ? "" : " ") + item;
-            return joined;
-        }());
-        if (!request.quiet)
-            std::printf("%s template %s %s container %d\n", adding ? "Installing" : "Removing", name.c_str(),
-                        adding ? "into" : "from", request.veid);
+        if (int status = changeOne(context, request, config, adding, text, installed))
+            return status;
+        config.set("TEMPLATES", joinedNames(installed));
     }
-    char* resolved = ::realpath(files.configPath.c_str(), nullptr);
-    std::string target = resolved ? resolved : files.configPath;
-    std::free(resolved);
-    return config.save(target) == 0 ? 0 : complain(1, context.tool, KQC::getErrorMessage());
+    return saveConfig(files, config) == 0 ? 0 : complain(1, context.tool, KQC::getErrorMessage());
 }
 
 int openContext(const SimHost& host, const ToolArguments& args, Context& context)

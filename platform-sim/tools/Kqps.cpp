@@ -105,60 +105,78 @@ std::vector<std::string> splitColumns(const std::string& list)
     return columns;
 }
 
-} // namespace
-
-int runKqps(const SimHost& host, const ToolArguments& args)
-{
-    bool header = true, oneContainer = false;
+struct Query {
+    bool header = true;
+    bool oneContainer = false;
     int veid = 0;
     std::vector<std::string> columns = {"pid", "tty", "stat", "time", "command"};
+};
+
+int parseQuery(const ToolArguments& args, Query& query)
+{
     for (size_t i = 1; i < args.size(); ++i) {
         const std::string& arg = args[i];
-        if (arg == "-E" && i + 1 < args.size() && parseInt(args[i + 1], veid)) {
-            oneContainer = true;
+        if (arg == "-E" && i + 1 < args.size() && parseInt(args[i + 1], query.veid)) {
+            query.oneContainer = true;
             ++i;
         } else if ((arg == "-eo" || arg == "-o") && i + 1 < args.size()) {
-            columns = splitColumns(args[++i]);
-        } else if (arg == "-e" || arg == "-A") {
-            continue;
+            query.columns = splitColumns(args[++i]);
         } else if (!arg.empty() && arg[0] != '-') {
-            header = header && arg.find('h') == std::string::npos;
-        } else {
+            query.header = query.header && arg.find('h') == std::string::npos;
+        } else if (arg != "-e" && arg != "-A") {
             std::fprintf(stderr, "kqps: unsupported option '%s'\n", arg.c_str());
             return 1;
         }
     }
-    std::vector<Process> processes;
-    if (oneContainer)
-        readProcesses(host, veid, processes);
-    else
-        readAllProcesses(host, processes);
-    std::string text;
     Process probe;
-    for (const std::string& column : columns) {
+    for (const std::string& column : query.columns) {
         std::string ignored;
         if (!columnValue(column, probe, ignored)) {
             std::fprintf(stderr, "kqps: error: unknown user-defined format specifier \"%s\"\n", column.c_str());
             return 1;
         }
     }
-    if (header) {
-        for (size_t i = 0; i < columns.size(); ++i) {
-            std::string title = columns[i];
-            for (char& c : title)
-                c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-            text += (i ? " " : "") + title;
-        }
-        text += "\n";
+    return 0;
+}
+
+std::string headerLine(const std::vector<std::string>& columns)
+{
+    std::string line;
+    for (const std::string& column : columns) {
+        std::string title = column;
+        for (char& c : title)
+            c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        line += (line.empty() ? "" : " ") + title;
     }
-    for (const Process& process : processes) {
-        for (size_t i = 0; i < columns.size(); ++i) {
-            std::string value;
-            columnValue(columns[i], process, value);
-            text += (i ? " " : "") + value;
-        }
-        text += "\n";
+    return line + "\n";
+}
+
+std::string processLine(const std::vector<std::string>& columns, const Process& process)
+{
+    std::string line;
+    for (size_t i = 0; i < columns.size(); ++i) {
+        std::string value;
+        columnValue(columns[i], process, value);
+        line += (i ? " " : "") + value;
     }
+    return line + "\n";
+}
+
+} // namespace
+
+int runKqps(const SimHost& host, const ToolArguments& args)
+{
+    Query query;
+    if (int status = parseQuery(args, query))
+        return status;
+    std::vector<Process> processes;
+    if (query.oneContainer)
+        readProcesses(host, query.veid, processes);
+    else
+        readAllProcesses(host, processes);
+    std::string text = query.header ? headerLine(query.columns) : "";
+    for (const Process& process : processes)
+        text += processLine(query.columns, process);
     std::fwrite(text.data(), 1, text.size(), stdout);
     return 0;
 }

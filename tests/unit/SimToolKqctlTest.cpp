@@ -39,7 +39,7 @@ protected:
     {
         pid_t pid = fork();
         if (pid == 0)
-            _exit(0);
+            _exit(127);
         waitpid(pid, nullptr, 0);
         return pid;
     }
@@ -231,6 +231,96 @@ TEST_F(SimToolKqctlTest, ConcurrentActionsOnDifferentContainersKeepEveryChange)
         EXPECT_EQ(simtest::finish(child).exitCode, 0);
     EXPECT_EQ(runningList().size(), static_cast<size_t>(count));
     EXPECT_EQ(simtest::lines(mounts()).size(), static_cast<size_t>(count));
+}
+
+TEST_F(SimToolKqctlTest, CreateMakesALayout4ContainerFromASample)
+{
+    expectDone({"create", "200", "--config", "basic", "--name", "web", "--hostname", "web.sim.test"});
+    std::string privateArea = at("kq/private/200");
+    EXPECT_EQ(fs::read_symlink(at("etc/sysconfig/kq-scripts/200.conf")).string(), privateArea + "/ve.conf");
+    EXPECT_EQ(readText(privateArea + "/.ve.layout"), "4\n");
+    EXPECT_TRUE(fs::is_regular_file(privateArea + "/fs/root/etc/shadow"));
+    std::string config = readText(privateArea + "/ve.conf");
+    for (const std::string& line : {"VE_ROOT=\"" + rootDir(200) + "\"", "VE_PRIVATE=\"" + privateArea + "\"",
+                                    std::string("DISKSPACE=\"2097152:2306867\""), std::string("NAME=\"web\""),
+                                    std::string("HOSTNAME=\"web.sim.test\""), std::string("ORIGIN_SAMPLE=\"basic\""),
+                                    std::string("OSTEMPLATE=\"simos-9-x86_64\"")})
+        EXPECT_NE(config.find(line + "\n"), std::string::npos) << line << " in\n" << config;
+    EXPECT_FALSE(fs::exists(lockFile(200)));
+}
+
+TEST_F(SimToolKqctlTest, CreateRefusals)
+{
+    addContainer({"101"});
+    EXPECT_EQ(kqctl({"create", "101", "--config", "basic"}).exitCode, 44);
+    EXPECT_EQ(kqctl({"create", "201", "--config", "missing"}).exitCode, 1);
+    EXPECT_EQ(kqctl({"create", "201", "--config", "basic", "--ostemplate", "missing-os"}).exitCode, 1);
+    EXPECT_EQ(kqctl({"create", "201", "--colour", "red"}).exitCode, 2);
+    EXPECT_FALSE(fs::exists(at("kq/private/201")));
+    fs::create_directories(at("kq/private/202"));
+    EXPECT_EQ(kqctl({"create", "202", "--config", "basic"}).exitCode, 44);
+}
+
+TEST_F(SimToolKqctlTest, SetSavesOptionsThroughTheLink)
+{
+    ASSERT_EQ(kqctl({"create", "200", "--config", "basic"}).exitCode, 0);
+    simtest::writeText(at("etc/sysconfig/kq-scripts/ve-extra.conf-sample"),
+                       "DISKSPACE=\"1:2\"\nIP_ADDRESS=\"10.9.9.9\"\nCPUUNITS=\"77\"\n");
+    expectDone({"set", "200", "--save", "--setmode", "restart", "--ipdel", "all", "--ipadd", "10.0.0.2/24",
+                "--ipadd", "10.0.0.3/24", "--hostname", "", "--name", "renamed", "--description", "two words",
+                "--applyconfig", "extra", "--offline_management", "yes"});
+    EXPECT_TRUE(fs::is_symlink(at("etc/sysconfig/kq-scripts/200.conf")));
+    std::string config = readText(at("kq/private/200/ve.conf"));
+    for (const char* line : {"IP_ADDRESS=\"10.0.0.2/24 10.0.0.3/24\"", "HOSTNAME=\"\"", "NAME=\"renamed\"",
+                             "DESCRIPTION=\"two words\"", "DISKSPACE=\"1:2\"", "CPUUNITS=\"77\"",
+                             "OFFLINE_MANAGEMENT=\"yes\""})
+        EXPECT_NE(config.find(std::string(line) + "\n"), std::string::npos) << line << " in\n" << config;
+    expectDone({"set", "200", "--save", "--ipdel", "10.0.0.2"});
+    EXPECT_NE(readText(at("kq/private/200/ve.conf")).find("IP_ADDRESS=\"10.0.0.3/24\"\n"), std::string::npos);
+}
+
+TEST_F(SimToolKqctlTest, SetEditsAdaptersAndNameservers)
+{
+    addContainer({"101", "--netif", "name=venet0,host_routed=yes"});
+    std::string file = at("etc/sysconfig/kq-scripts/101.conf");
+    auto netif = [&] {
+        RunResult result = bash("source '" + file + "' && printf '%s' \"$NETIF\"");
+        return result.out;
+    };
+    expectDone({"set", "101", "--netif_add", "eth0", "--save"});
+    EXPECT_EQ(netif(), "name=venet0,host_routed=yes;name=eth0,mac=02:4b:00:00:65:01");
+    expectDone({"set", "101", "--ifname", "eth0", "--mac", "02:00:00:00:00:07", "--dhcp", "no", "--ipdel", "all",
+                "--ipadd", "10.0.0.5/24", "--network=lan", "--gw", "10.0.0.1", "--save"});
+    EXPECT_EQ(netif(), "name=venet0,host_routed=yes;"
+                       "name=eth0,mac=02:00:00:00:00:07,dhcp=no,ip=10.0.0.5/24,network=lan,gw=10.0.0.1");
+    expectDone({"set", "101", "--ifname", "eth0", "--network=", "--netif_mac_renew", "--save"});
+    EXPECT_EQ(netif().find("network="), std::string::npos);
+    EXPECT_EQ(netif().find("02:00:00:00:00:07"), std::string::npos);
+    expectDone({"set", "101", "--netif_del", "eth0", "--save"});
+    EXPECT_EQ(netif(), "name=venet0,host_routed=yes");
+    EXPECT_EQ(kqctl({"set", "101", "--netif_del", "eth9", "--save"}).exitCode, 1);
+    EXPECT_EQ(kqctl({"set", "101", "--mac", "02:00:00:00:00:01", "--save"}).exitCode, 2) << "--mac needs --ifname";
+
+    expectDone({"set", "101", "--save", "--nameserver", "10.0.0.53", "--nameserver", "10.0.0.54"});
+    EXPECT_NE(readText(file).find("NAMESERVER=\"10.0.0.53 10.0.0.54\"\n"), std::string::npos);
+    expectDone({"unset", "101", "--save", "--nameserver"});
+    EXPECT_EQ(readText(file).find("NAMESERVER="), std::string::npos);
+}
+
+TEST_F(SimToolKqctlTest, SetUserPasswordAndRefusals)
+{
+    addContainer({"101"});
+    expectDone({"set", "101", "--save", "--userpasswd", "root:n3w:pass"});
+    std::string shadow = readText(at("kq/private/101/root/etc/shadow"));
+    EXPECT_EQ(shadow.compare(0, 8, "root:$6$"), 0);
+    expectDone({"set", "101", "--save", "--userpasswd", "alice:pw"});
+    EXPECT_NE(readText(at("kq/private/101/root/etc/passwd")).find("alice:x:1000:1000:"), std::string::npos);
+    EXPECT_EQ(kqctl({"set", "101", "--save", "--userpasswd", "nocolon"}).exitCode, 2);
+    EXPECT_EQ(kqctl({"set", "101", "--save", "--onboot", "perhaps"}).exitCode, 2);
+    EXPECT_EQ(kqctl({"set", "101", "--bogus"}).exitCode, 2);
+    EXPECT_EQ(kqctl({"set", "999", "--save", "--name", "x"}).exitCode, 11);
+    EXPECT_EQ(kqctl({"unset", "101", "--save", "--bogus"}).exitCode, 2);
+    expectDone({"unset", "101", "--save", "--offline_service", "--iptables", "--rate"});
 }
 
 } // namespace

@@ -116,6 +116,8 @@ inline Child start(std::vector<std::string> argv, std::vector<std::string> env)
 inline RunResult finish(Child child)
 {
     RunResult result;
+    if (child.pid < 0)
+        return result;
     struct pollfd fds[2] = {{child.out, POLLIN, 0}, {child.err, POLLIN, 0}};
     std::string* sinks[2] = {&result.out, &result.err};
     int open = 2;

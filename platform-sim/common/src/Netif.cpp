@@ -21,12 +21,12 @@ bool isKnownKey(const std::string& key)
 
 bool isRepeatable(const std::string& key) { return key == "ip" || key == "ns"; }
 
-int splitPairs(const std::string& spec, std::vector<std::pair<std::string, std::string>>& pairs)
+int splitPairs(const std::string& adapterText, std::vector<std::pair<std::string, std::string>>& pairs)
 {
     size_t start = 0;
-    while (start <= spec.size()) {
-        size_t comma = spec.find(',', start);
-        std::string item = spec.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+    while (start <= adapterText.size()) {
+        size_t comma = adapterText.find(',', start);
+        std::string item = adapterText.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
         size_t equals = item.find('=');
         if (equals == std::string::npos || equals == 0) {
             KQC::setErrorMessage("bad --netif item '%s': key=value expected", item.c_str());
@@ -65,10 +65,10 @@ int checkPair(const std::pair<std::string, std::string>& pair, std::set<std::str
 
 } // namespace
 
-int normalizeNetif(const std::string& spec, int veid, int position, std::string& normalized)
+int normalizeNetif(const std::string& adapterText, int veid, int position, std::string& normalized)
 {
     std::vector<std::pair<std::string, std::string>> pairs;
-    if (splitPairs(spec, pairs) != 0)
+    if (splitPairs(adapterText, pairs) != 0)
         return -1;
     std::set<std::string> seen;
     std::string name;
@@ -82,7 +82,7 @@ int normalizeNetif(const std::string& spec, int veid, int position, std::string&
             hostRouted = pair.second == "yes";
     }
     if (name.empty()) {
-        KQC::setErrorMessage("--netif '%s' has no name", spec.c_str());
+        KQC::setErrorMessage("--netif '%s' has no name", adapterText.c_str());
         return -1;
     }
     normalized = "name=" + name;

@@ -31,7 +31,7 @@ std::string formatNetifLine(const std::vector<NetifAdapter>& adapters);
 // Checks one --netif SPEC and gives it back in the stored form: "name"
 // first, a generated MAC added for an ordinary adapter without one (from
 // the VEID and the adapter's position). -1 with the message when malformed.
-int normalizeNetif(const std::string& spec, int veid, int position, std::string& normalized);
+int normalizeNetif(const std::string& adapterText, int veid, int position, std::string& normalized);
 
 // A locally administered MAC made from the VEID and the adapter's position.
 std::string generatedMac(int veid, int position);
