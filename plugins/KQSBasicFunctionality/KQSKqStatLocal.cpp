@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -116,9 +117,12 @@ long kqLinUbstatCall(long function, unsigned long arg1, unsigned long arg2, void
 void* kqLinUbcQueryCall(int ubid)
 {
     long parameters = kqLinUbstatCall(static_cast<long>(KQ_UBSTAT_PARM_NUM), 0, 0, nullptr, 0);
-    if (parameters < 0)
+    const long recordSize = static_cast<long>(sizeof(kq_ubstat_record));
+    const long headerSize = static_cast<long>(sizeof(kq_ubstat_header));
+    // A count no buffer could hold is a broken answer, not a size to ask for.
+    if (parameters < 0 || parameters > (LONG_MAX - headerSize) / recordSize)
         return nullptr;
-    long size = parameters * static_cast<long>(sizeof(kq_ubstat_record)) + static_cast<long>(sizeof(kq_ubstat_header));
+    long size = parameters * recordSize + headerSize;
     void* buffer = std::malloc(static_cast<size_t>(size));
     if (!buffer)
         return nullptr;
