@@ -21,7 +21,6 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
 #include <mutex>
 #include <new>
 #include <sstream>
@@ -442,11 +441,17 @@ int KQSVEActionSystemLinux::getVPSTransition(const std::string& lockDir, int vei
     if (transition)
         *transition = 0;
     std::string path = lockDir + "/" + std::to_string(veid) + ".lck";
-    std::ifstream in(path);
+    std::string text;
+    if (KQC::file2str(path, text) != 0) {
+        KQC::setErrorMessage("no transition lock for ctid %d", veid);
+        return -1;
+    }
+    // "PID WORD": who holds the lock, and for what.
+    std::istringstream in(text);
     int pid = 0;
     std::string word;
-    if (!in || !(in >> pid)) {
-        KQC::setErrorMessage("no transition lock for ctid %d", veid);
+    if (!(in >> pid)) {
+        KQC::setErrorMessage("the transition lock of ctid %d names no process", veid);
         return -1;
     }
     in >> word;
@@ -523,12 +528,13 @@ int KQSVEActionSystemLinux::getRunVPSList(std::set<int>& veids)
 
 int KQSVEActionSystemLinux::getMountedVPSList(std::set<int>& veids)
 {
-    std::ifstream in(KQC::hostPath(kMounts));
-    if (!in) {
+    std::string text;
+    if (KQC::file2str(KQC::hostPath(kMounts), text) != 0) {
         KQS_LOG().put(1, "Cannot open file /proc/mounts");
         KQC::setErrorMessage("Cannot open file /proc/mounts");
         return -1;
     }
+    std::istringstream in(text);
     std::string line;
     std::lock_guard<std::mutex> guard(vpsRootsLock());
     while (std::getline(in, line)) {

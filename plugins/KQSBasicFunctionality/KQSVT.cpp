@@ -1,12 +1,15 @@
 #include "KQSVT.h"
 
+#include "KQC/Handle.h"
 #include "KQC/HostPaths.h"
 #include "KQC/Vocabulary.h"
 
 #include <cctype>
+#include <cerrno>
 #include <climits>
-#include <fstream>
+#include <fcntl.h>
 #include <iterator>
+#include <sstream>
 #include <unistd.h>
 
 namespace KQS {
@@ -60,6 +63,26 @@ bool isNewer(const PackageVersion& version, unsigned long build, const PackageVe
     return build > lastBuildWithout;
 }
 
+// The whole of a small file. A missing release file is an ordinary answer,
+// so this leaves the thread's error message alone.
+bool readSmallFile(const std::string& path, std::string& text)
+{
+    KQC::KQCHandle fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.isValid())
+        return false;
+    text.clear();
+    char chunk[4096];
+    for (;;) {
+        ssize_t count = ::read(fd.get(), chunk, sizeof chunk);
+        if (count > 0)
+            text.append(chunk, static_cast<size_t>(count));
+        else if (count == 0)
+            return true;
+        else if (errno != EINTR)
+            return false;
+    }
+}
+
 bool readWord(std::istream& in, std::string& word)
 {
     return static_cast<bool>(in >> word) && word.size() <= kMaxWordLength;
@@ -90,9 +113,10 @@ std::string PackageVersion::toString() const
 
 int KQSVT::getBareMetalPackage(std::string& version, std::string& build) const
 {
-    std::ifstream in(KQC::hostPath(kBareMetalRelease));
-    if (!in)
+    std::string text;
+    if (!readSmallFile(KQC::hostPath(kBareMetalRelease), text))
         return 1;
+    std::istringstream in(text);
     static const char* const kProductWords[] = {"Zentravix", "Server", "Bare", "Metal"};
     std::string word;
     for (const char* expected : kProductWords)
@@ -119,9 +143,10 @@ int KQSVT::getBareMetalPackage(std::string& version, std::string& build) const
 
 int KQSVT::getCorvantisPackage(std::string& version, std::string& build) const
 {
-    std::ifstream in(KQC::hostPath(kCorvantisPackingList));
-    if (!in)
+    std::string text;
+    if (!readSmallFile(KQC::hostPath(kCorvantisPackingList), text))
         return 1;
+    std::istringstream in(text);
     const std::string prefix = kCorvantisPackagePrefix;
     std::string line;
     while (std::getline(in, line)) {

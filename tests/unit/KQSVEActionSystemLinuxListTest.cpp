@@ -113,20 +113,13 @@ protected:
     Host m_host{m_temp.root()};
 };
 
-TEST_F(KQSVEActionSystemLinuxListTest, TransitionWordsMapToTheirNumbers)
+TEST_F(KQSVEActionSystemLinuxListTest, LockWordsOutsideTheTableAreAnUnknownTransition)
 {
-    const std::pair<const char*, int> expected[] = {
-        {"creating", 2},         {"mounting", 3},         {"starting", 4},         {"stopping", 5},
-        {"unmounting", 6},       {"destroying", 7},       {"moving", 8},           {"cloning", 9},
-        {"migrating", 10},       {"starting-repair", 11}, {"stopping-repair", 12}, {"setting", 13},
-        {"updating", 14},        {"backing-up", 15},      {"restoring", 16},       {"reinstalling", 17},
-        {"suspending", 18},      {"resuming", 19},        {"restarting", 20},      {"check-updating", 101},
-        {"", 0},
-    };
     EXPECT_EQ(VPSTransitionsMapLinux.size(), 21u);
-    for (const auto& row : expected)
-        EXPECT_EQ(VE::getVPSTransitionByString(row.first), row.second) << row.first;
-    // Held for something the table does not know.
+    EXPECT_EQ(VE::getVPSTransitionByString("creating"), 2);
+    EXPECT_EQ(VE::getVPSTransitionByString("restarting"), 20);
+    EXPECT_EQ(VE::getVPSTransitionByString("check-updating"), 101);
+    EXPECT_EQ(VE::getVPSTransitionByString(""), 0);
     EXPECT_EQ(VE::getVPSTransitionByString("checkpointing"), 1);
     EXPECT_EQ(VE::getVPSTransitionByString("Starting"), 1);
 }

@@ -5,6 +5,8 @@
 #include "PreloadedRun.h"
 #include "TempHost.h"
 
+#include "KQC/Error.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -60,7 +62,10 @@ TEST_F(KQSVTTest, BareMetalReleaseGivesVersionAndBuild)
 
 TEST_F(KQSVTTest, BareMetalReleaseThatIsNotOursIsRefused)
 {
+    // Not having the product is an answer: the thread's message stays.
+    KQC::setErrorMessage("earlier failure");
     EXPECT_EQ(KQSVT().getBareMetalPackage(m_version, m_build), 1);  // no file
+    EXPECT_STREQ(KQC::getErrorMessage(), "earlier failure");
     EXPECT_FALSE(bareMetal("Zentravix Server Metal 5.0.0 (71)"));
     EXPECT_FALSE(bareMetal("Zentravix Server Bare Metal"));
     EXPECT_FALSE(bareMetal("Zentravix Server Bare Metal 5.0.0 71"));
