@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <string>
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
@@ -41,7 +43,14 @@ int openKQLinDevice()
     int fd = g_deviceFd.load();
     if (fd >= 0)
         return fd;
-    fd = ::open(KQC::hostPath(KQ_CONTROL_DEVICE).c_str(), O_RDWR | O_CLOEXEC);
+    std::string path;
+    try {
+        path = KQC::hostPath(KQ_CONTROL_DEVICE);
+    } catch (const std::exception&) {
+        errno = ENOMEM;
+        return -1;
+    }
+    fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
     if (fd < 0)
         return -1;
     // Two threads may open at once; the loser closes its copy so that the

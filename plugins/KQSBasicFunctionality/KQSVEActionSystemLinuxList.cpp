@@ -12,7 +12,6 @@
 #include "KQC/Error.h"
 #include "KQC/Files.h"
 #include "KQC/HostPaths.h"
-#include "KQC/Lock.h"
 
 #include "kqctl/kqctl.h"
 #include "kqnet/kqnet.h"
@@ -22,6 +21,7 @@
 #include <cstdint>
 #include <cstring>
 #include <mutex>
+#include <exception>
 #include <new>
 #include <sstream>
 #include <sys/stat.h>
@@ -34,14 +34,18 @@ const char kConfigFolder[] = "/etc/sysconfig/kq-scripts/";
 const char kHostSettings[] = "/etc/sysconfig/kq";
 const char kMounts[] = "/proc/mounts";
 const char kEnvType[] = "corvantis";
+const char kLogComponent[] = "KQSBasicFunctionalityLocal";
 const int kHostVeid = 0;
-// VEID 1 belongs to the platform itself and is never a client's container.
+// VEID 1 is reserved by the platform and never listed.
 const int kPlatformVeid = 1;
 const int kVETypeForRepair = 4;
 const int kVETypeRepaired = 5;
 const int kVETypeForTempOper = 6;
 const int kUnknownTransition = 1;
 const size_t kInitialRunningRoom = 1024;
+// More running containers than this is a kernel that keeps answering
+// "more", not a host.
+const size_t kMaxRunningRoom = size_t(1) << 24;
 
 const std::pair<const char*, int> Map_VPSTransitionsMapLinux_Array[] = {
     {"creating", 2},         {"mounting", 3},        {"starting", 4},        {"stopping", 5},
@@ -88,6 +92,19 @@ bool parseVeidName(const std::string& name, const char* prefix, const char* suff
     }
     veid = static_cast<int>(value);
     return true;
+}
+
+// Runs a public operation so that no exception leaves it: running out of
+// memory midway is a failure like any other.
+template <class Operation>
+int guarded(const char* name, Operation operation)
+{
+    try {
+        return operation();
+    } catch (const std::exception& error) {
+        KQC::setErrorMessage("%s failed: %s", name, error.what());
+        return -1;
+    }
 }
 
 int veType(const boost::shared_ptr<KQSEnvConfig>& config, int& type)
@@ -438,31 +455,33 @@ int KQSVEActionSystemLinux::getVPSTransitionByString(const std::string& word)
 
 int KQSVEActionSystemLinux::getVPSTransition(const std::string& lockDir, int veid, int* transition)
 {
-    if (transition)
-        *transition = 0;
-    std::string path = lockDir + "/" + std::to_string(veid) + ".lck";
-    std::string text;
-    if (KQC::file2str(path, text) != 0) {
-        KQC::setErrorMessage("no transition lock for ctid %d", veid);
-        return -1;
-    }
-    // "PID WORD": who holds the lock, and for what.
-    std::istringstream in(text);
-    int pid = 0;
-    std::string word;
-    if (!(in >> pid)) {
-        KQC::setErrorMessage("the transition lock of ctid %d names no process", veid);
-        return -1;
-    }
-    in >> word;
-    // The holder may have died; a lock whose process is gone is stale.
-    if (pid <= 0 || !KQC::fentryExists("/proc/" + std::to_string(pid))) {
-        KQC::setErrorMessage("the transition lock of ctid %d is stale", veid);
-        return -1;
-    }
-    if (transition)
-        *transition = getVPSTransitionByString(word);
-    return 0;
+    return guarded("getVPSTransition", [&]() -> int {
+        if (transition)
+            *transition = 0;
+        std::string path = lockDir + "/" + std::to_string(veid) + ".lck";
+        std::string text;
+        if (KQC::file2str(path, text) != 0) {
+            KQC::setErrorMessage("no transition lock for ctid %d", veid);
+            return -1;
+        }
+        // "PID WORD": who holds the lock, and for what.
+        std::istringstream in(text);
+        int pid = 0;
+        std::string word;
+        if (!(in >> pid)) {
+            KQC::setErrorMessage("the transition lock of ctid %d names no process", veid);
+            return -1;
+        }
+        in >> word;
+        // The holder may have died; a lock whose process is gone is stale.
+        if (pid <= 0 || !KQC::fentryExists("/proc/" + std::to_string(pid))) {
+            KQC::setErrorMessage("the transition lock of ctid %d is stale", veid);
+            return -1;
+        }
+        if (transition)
+            *transition = getVPSTransitionByString(word);
+        return 0;
+    });
 }
 
 bool KQSVEActionSystemLinux::isVPSExist(const boost::shared_ptr<KQSEnvConfig>& config)
@@ -488,38 +507,42 @@ bool KQSVEActionSystemLinux::isVPSForTempOper(const boost::shared_ptr<KQSEnvConf
 
 int KQSVEActionSystemLinux::getVeidList(std::set<int>& veids)
 {
-    static std::mutex lock;
-    static KQSPathModTime folderStamp;
-    static std::set<int> known;
-    std::lock_guard<std::mutex> guard(lock);
-    std::string folder = KQC::hostPath(kConfigFolder);
-    if (folderStamp.update(folder)) {
-        KQC::OpenDir dir(folder);
-        if (!dir) {
-            folderStamp.reset();
-            KQC::setErrorMessage("can't open configuration folder '%s': %s", folder.c_str(), std::strerror(errno));
-            return -1;
+    return guarded("getVeidList", [&]() -> int {
+        static std::mutex lock;
+        static KQSPathModTime folderStamp;
+        static std::set<int> known;
+        std::lock_guard<std::mutex> guard(lock);
+        std::string folder = KQC::hostPath(kConfigFolder);
+        if (folderStamp.update(folder)) {
+            KQC::OpenDir dir(folder);
+            if (!dir) {
+                folderStamp.reset();
+                KQC::setErrorMessage("can't open configuration folder '%s': %s", folder.c_str(), std::strerror(errno));
+                return -1;
+            }
+            std::set<int> found;
+            while (dir.read()) {
+                int veid = 0;
+                if (parseVeidName(dir.name(), "", ".conf", veid) && veid != kHostVeid)
+                    found.insert(veid);
+            }
+            known.swap(found);
         }
-        std::set<int> found;
-        while (dir.read()) {
-            int veid = 0;
-            if (parseVeidName(dir.name(), "", ".conf", veid) && veid != kHostVeid)
-                found.insert(veid);
-        }
-        known.swap(found);
-    }
-    veids = known;
-    return 0;
+        veids = known;
+        return 0;
+    });
 }
 
 int KQSVEActionSystemLinux::getRunVPSList(std::set<int>& veids)
 {
     try {
-        for (size_t room = kInitialRunningRoom;; room *= 2) {
+        for (size_t room = kInitialRunningRoom; room <= kMaxRunningRoom; room *= 2) {
             int result = tryRunningList(room, veids);
             if (result <= 0)
                 return result;
         }
+        KQC::setErrorMessage("can't get the list of running containers: more than %zu", kMaxRunningRoom);
+        return -1;
     } catch (const std::bad_alloc&) {
         KQC::setErrorMessage("can't get the list of running containers: out of memory");
         return -1;
@@ -528,49 +551,55 @@ int KQSVEActionSystemLinux::getRunVPSList(std::set<int>& veids)
 
 int KQSVEActionSystemLinux::getMountedVPSList(std::set<int>& veids)
 {
-    std::string text;
-    if (KQC::file2str(KQC::hostPath(kMounts), text) != 0) {
-        KQS_LOG().put(1, "Cannot open file /proc/mounts");
-        KQC::setErrorMessage("Cannot open file /proc/mounts");
-        return -1;
-    }
-    std::istringstream in(text);
-    std::string line;
-    std::lock_guard<std::mutex> guard(vpsRootsLock());
-    while (std::getline(in, line)) {
-        std::istringstream fields(line);
-        std::string device, mountPoint;
-        if (!(fields >> device >> mountPoint))
-            continue;
-        auto found = m_vpsRoots.find(mountPoint);
-        if (found != m_vpsRoots.end())
-            veids.insert(found->second);
-    }
-    return 0;
+    const char* function = __func__;
+    const char* signature = __PRETTY_FUNCTION__;
+    return guarded("getMountedVPSList", [&]() -> int {
+        std::string text;
+        if (KQC::file2str(KQC::hostPath(kMounts), text) != 0) {
+            KQC::Log2(kLogComponent, __FILE__, __LINE__, function, signature).put(1, "Cannot open file /proc/mounts");
+            KQC::setErrorMessage("Cannot open file /proc/mounts");
+            return -1;
+        }
+        std::istringstream in(text);
+        std::string line;
+        std::lock_guard<std::mutex> guard(vpsRootsLock());
+        while (std::getline(in, line)) {
+            std::istringstream fields(line);
+            std::string device, mountPoint;
+            if (!(fields >> device >> mountPoint))
+                continue;
+            auto found = m_vpsRoots.find(mountPoint);
+            if (found != m_vpsRoots.end())
+                veids.insert(found->second);
+        }
+        return 0;
+    });
 }
 
 int KQSVEActionSystemLinux::getActualParametersForVEth(KQSEnvConfig& config)
 {
-    KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
-    if (config.getNetVEths(adapters) != 0) {
-        KQC::setErrorMessage("can't get VEth list");
-        return -1;
-    }
-    if (!adapters.isSpecified() || adapters.get().empty())
-        return 0;
-    int veid = 0;
-    if (config.getVeid(veid) != 0) {
-        KQC::setErrorMessage("can't get CTID");
-        return -1;
-    }
-    unsigned flags = KQNET_INFO_ADDRESSES | KQNET_INFO_STATE;
-    if (KQSVT().isIPv6Available())
-        flags |= KQNET_INFO_IPV6;
-    for (KQSNetVEth& adapter : adapters.get())
-        if (!adapter.isHostRouted() && readLiveAdapter(veid, flags, adapter) != 0)
+    return guarded("getActualParametersForVEth", [&]() -> int {
+        KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
+        if (config.getNetVEths(adapters) != 0) {
+            KQC::setErrorMessage("can't get VEth list");
             return -1;
-    config.setNetVEths(adapters);
-    return 0;
+        }
+        if (!adapters.isSpecified() || adapters.get().empty())
+            return 0;
+        int veid = 0;
+        if (config.getVeid(veid) != 0) {
+            KQC::setErrorMessage("can't get CTID");
+            return -1;
+        }
+        unsigned flags = KQNET_INFO_ADDRESSES | KQNET_INFO_STATE;
+        if (KQSVT().isIPv6Available())
+            flags |= KQNET_INFO_IPV6;
+        for (KQSNetVEth& adapter : adapters.get())
+            if (!adapter.isHostRouted() && readLiveAdapter(veid, flags, adapter) != 0)
+                return -1;
+        config.setNetVEths(adapters);
+        return 0;
+    });
 }
 
 namespace {
@@ -618,12 +647,12 @@ int readConfigPath(int veid, std::string* dir, const char* what,
 
 int KQSVEActionSystemLinux::getPrivateDir(int veid, std::string* dir)
 {
-    return readConfigPath(veid, dir, "VE_PRIVATE", &KQSEnvConfig::getVEPrivateVar);
+    return guarded("getPrivateDir", [&] { return readConfigPath(veid, dir, "VE_PRIVATE", &KQSEnvConfig::getVEPrivateVar); });
 }
 
 int KQSVEActionSystemLinux::getRootDir(int veid, std::string* dir)
 {
-    return readConfigPath(veid, dir, "VE_ROOT", &KQSEnvConfig::getVERootVar);
+    return guarded("getRootDir", [&] { return readConfigPath(veid, dir, "VE_ROOT", &KQSEnvConfig::getVERootVar); });
 }
 
 int KQSVEActionSystemLinux::getVEPrivateLayoutVersion(const std::string& privateDir)
@@ -636,64 +665,70 @@ int KQSVEActionSystemLinux::getVEPrivateLayoutVersion(const std::string& private
 
 int KQSVEActionSystemLinux::getVPSList(KQSVPSList& list, bool skipForRepair, bool onlyGiven)
 {
-    static std::mutex lock;
-    static HostSettings host;
-    std::lock_guard<std::mutex> guard(lock);
+    // Log lines name this operation, not the lambda below.
+    const char* function = __func__;
+    const char* signature = __PRETTY_FUNCTION__;
+    return guarded("getVPSList", [&]() -> int {
+        static std::mutex lock;
+        static HostSettings host;
+        std::lock_guard<std::mutex> guard(lock);
 
-    boost::shared_ptr<KQSEnvConfigBashParser> parser = KQSEnvMLocal::getLocalEnvConfigParser();
-    if (!parser) {
-        KQC::setErrorMessage("can't get the configuration parser");
-        return -7;
-    }
-    if (int result = refreshHostSettings(host, *parser))
-        return result;
-    std::string lockDir = settingOrEmpty(host.settings, "lockdir");
-    std::string dumpDir = settingOrEmpty(host.settings, "dumpdir");
+        boost::shared_ptr<KQSEnvConfigBashParser> parser = KQSEnvMLocal::getLocalEnvConfigParser();
+        if (!parser) {
+            KQC::setErrorMessage("can't get the configuration parser");
+            return -7;
+        }
+        if (int result = refreshHostSettings(host, *parser))
+            return result;
+        std::string lockDir = settingOrEmpty(host.settings, "lockdir");
+        std::string dumpDir = settingOrEmpty(host.settings, "dumpdir");
 
-    if (!onlyGiven || list.empty()) {
-        std::set<int> veids;
-        if (getVeidList(veids) != 0)
+        if (!onlyGiven || list.empty()) {
+            std::set<int> veids;
+            if (getVeidList(veids) != 0)
+                return -1;
+            for (int veid : veids)
+                list.insert(std::make_pair(veid, KQSVPSEntry()));
+        }
+        for (auto& item : list) {
+            // States are found afresh on every listing; only configurations are
+            // kept while their files stay the same.
+            item.second.state = KQC::ENV_STATE_UNKNOWN;
+            item.second.transition = 0;
+            readEntryConfig(item.first, item.second, *parser, host.defaults);
+        }
+        if (!lockDir.empty() && applyTransitions(lockDir, list) != 0)
             return -1;
-        for (int veid : veids)
-            list.insert(std::make_pair(veid, KQSVPSEntry()));
-    }
-    for (auto& item : list) {
-        // States are found afresh on every listing; only configurations are
-        // kept while their files stay the same.
-        item.second.state = KQC::ENV_STATE_UNKNOWN;
-        item.second.transition = 0;
-        readEntryConfig(item.first, item.second, *parser, host.defaults);
-    }
-    if (!lockDir.empty() && applyTransitions(lockDir, list) != 0)
-        return -1;
 
-    std::set<int> running;
-    if (getRunVPSList(running) != 0)
-        return -1;
-    for (int veid : running) {
-        auto found = list.find(veid);
-        if (found != list.end())
-            found->second.state = KQC::ENV_STATE_RUNNING;
-    }
-    if (!dumpDir.empty())
-        applyDumps(dumpDir, list);
-    std::set<int> mounted;
-    if (getMountedVPSList(mounted) != 0)
-        return -1;
-    for (int veid : mounted) {
-        auto found = list.find(veid);
-        if (found != list.end() && found->second.state < KQC::ENV_STATE_MOUNTED)
-            found->second.state = KQC::ENV_STATE_MOUNTED;
-    }
-    applyPrivateAreas(list);
-    dropEntries(list, skipForRepair);
-    for (auto& item : list) {
-        KQSVPSEntry& entry = item.second;
-        if (entry.state > KQC::ENV_STATE_SUSPENDED && entry.config && refreshLiveAdapters(entry) != 0)
-            KQS_LOG().put(1, "can't get parameters for veth:%s", KQC::getErrorMessage());
-        gatherAddresses(entry);
-    }
-    return 0;
+        std::set<int> running;
+        if (getRunVPSList(running) != 0)
+            return -1;
+        for (int veid : running) {
+            auto found = list.find(veid);
+            if (found != list.end())
+                found->second.state = KQC::ENV_STATE_RUNNING;
+        }
+        if (!dumpDir.empty())
+            applyDumps(dumpDir, list);
+        std::set<int> mounted;
+        if (getMountedVPSList(mounted) != 0)
+            return -1;
+        for (int veid : mounted) {
+            auto found = list.find(veid);
+            if (found != list.end() && found->second.state < KQC::ENV_STATE_MOUNTED)
+                found->second.state = KQC::ENV_STATE_MOUNTED;
+        }
+        applyPrivateAreas(list);
+        dropEntries(list, skipForRepair);
+        for (auto& item : list) {
+            KQSVPSEntry& entry = item.second;
+            if (entry.state > KQC::ENV_STATE_SUSPENDED && entry.config && refreshLiveAdapters(entry) != 0)
+                KQC::Log2(kLogComponent, __FILE__, __LINE__, function, signature)
+                    .put(1, "can't get parameters for veth:%s", KQC::getErrorMessage());
+            gatherAddresses(entry);
+        }
+        return 0;
+    });
 }
 
 } // namespace KQS

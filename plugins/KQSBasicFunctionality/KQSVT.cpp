@@ -6,6 +6,7 @@
 
 #include <cctype>
 #include <cerrno>
+#include <exception>
 #include <climits>
 #include <fcntl.h>
 #include <iterator>
@@ -83,6 +84,15 @@ bool readSmallFile(const std::string& path, std::string& text)
     }
 }
 
+bool vswapFlagExists()
+{
+    try {
+        return ::access(KQC::hostPath(kVSwapFlag).c_str(), F_OK) == 0;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
 bool readWord(std::istream& in, std::string& word)
 {
     return static_cast<bool>(in >> word) && word.size() <= kMaxWordLength;
@@ -113,6 +123,24 @@ std::string PackageVersion::toString() const
 
 int KQSVT::getBareMetalPackage(std::string& version, std::string& build) const
 {
+    try {
+        return readBareMetalPackage(version, build);
+    } catch (const std::exception&) {
+        return 1;  // out of memory while reading: no answer
+    }
+}
+
+int KQSVT::getCorvantisPackage(std::string& version, std::string& build) const
+{
+    try {
+        return readCorvantisPackage(version, build);
+    } catch (const std::exception&) {
+        return 1;
+    }
+}
+
+int KQSVT::readBareMetalPackage(std::string& version, std::string& build) const
+{
     std::string text;
     if (!readSmallFile(KQC::hostPath(kBareMetalRelease), text))
         return 1;
@@ -141,7 +169,7 @@ int KQSVT::getBareMetalPackage(std::string& version, std::string& build) const
     return 0;
 }
 
-int KQSVT::getCorvantisPackage(std::string& version, std::string& build) const
+int KQSVT::readCorvantisPackage(std::string& version, std::string& build) const
 {
     std::string text;
     if (!readSmallFile(KQC::hostPath(kCorvantisPackingList), text))
@@ -169,6 +197,15 @@ int KQSVT::getCorvantisPackage(std::string& version, std::string& build) const
 
 bool KQSVT::isIPv6Available() const
 {
+    try {
+        return releaseHasIPv6();
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+bool KQSVT::releaseHasIPv6() const
+{
     std::string version, build;
     unsigned long number = 0;
     if (getBareMetalPackage(version, build) == 0 && parseBuild(build, number))
@@ -181,7 +218,7 @@ bool KQSVT::isIPv6Available() const
 bool KQSVT::isVSwapAvailable() const
 {
     // The kernel does not change under a running process.
-    static const bool available = ::access(KQC::hostPath(kVSwapFlag).c_str(), F_OK) == 0;
+    static const bool available = vswapFlagExists();
     return available;
 }
 

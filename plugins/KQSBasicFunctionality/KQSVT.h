@@ -40,6 +40,11 @@ public:
     // Whether the kernel manages container memory with vswap. Tested once
     // per process; later calls give the same answer.
     bool isVSwapAvailable() const;
+
+private:
+    int readBareMetalPackage(std::string& version, std::string& build) const;
+    int readCorvantisPackage(std::string& version, std::string& build) const;
+    bool releaseHasIPv6() const;
 };
 
 } // namespace KQS
