@@ -7,6 +7,7 @@
 #include "TempHost.h"
 
 #include "KQC/Error.h"
+#include "KQC/Log.h"
 
 #include <gtest/gtest.h>
 
@@ -525,9 +526,14 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, AdapterBothUpAndDownIsLoggedAndTheC
     m_host.container(101, "NETIF=\"name=eth0,ip=10.0.0.2/24\"\n");
     m_host.running("101\n");
     m_host.kernel(101, "veth.eth0.state", "up down");
+    ASSERT_EQ(KQC::LogSettings::setFile(m_host.path("agent.log")), 0);
+    KQC::LogSettings::setThreshold(1);
     KQSVPSList list;
     ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
     EXPECT_EQ(stateOf(list, 101), 6);
+    EXPECT_NE(kqtest::readFile(m_host.path("agent.log"))
+                  .find("can't get parameters for veth:invalid up/down status of VEth: ctid:101 veth:\"eth0\"\n"),
+              std::string::npos);
 
     KQSEnvConfig config(*list[101].config);
     EXPECT_EQ(VE::getActualParametersForVEth(config), -1);
@@ -553,8 +559,11 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, BrokenHostsGiveTheirResults)
     EXPECT_EQ(veidsOf(list), std::set<int>{101});
     // The mount table cannot be read.
     m_host.remove("proc/mounts");
+    ASSERT_EQ(KQC::LogSettings::setFile(m_host.path("agent.log")), 0);
+    KQC::LogSettings::setThreshold(1);
     EXPECT_EQ(VE::getVPSList(list, false, false), -1);
     EXPECT_STREQ(KQC::getErrorMessage(), "Cannot open file /proc/mounts");
+    EXPECT_NE(kqtest::readFile(m_host.path("agent.log")).find(" Cannot open file /proc/mounts\n"), std::string::npos);
     m_host.write("proc/mounts", "");
     // The lock folder is gone; a missing dump folder is not an error.
     m_host.remove("kq/dump");
