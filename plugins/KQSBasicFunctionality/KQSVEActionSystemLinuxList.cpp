@@ -191,8 +191,8 @@ void dropUnsetAddresses(KQSEnvConfig& config)
 }
 
 // The tool stores name and description escaped between double quotes.
-void unescapeText(const KQC::KQCOptionalProperty<std::string>& property, void (KQSEnvConfig::*setter)(const std::string&),
-                  KQSEnvConfig& config)
+void unescapeText(const KQC::KQCOptionalProperty<std::string>& property,
+                  void (KQSEnvConfig::*setter)(const std::string&), KQSEnvConfig& config)
 {
     if (!property.isSpecified())
         return;
@@ -647,7 +647,8 @@ int readConfigPath(int veid, std::string* dir, const char* what,
 
 int KQSVEActionSystemLinux::getPrivateDir(int veid, std::string* dir)
 {
-    return guarded("getPrivateDir", [&] { return readConfigPath(veid, dir, "VE_PRIVATE", &KQSEnvConfig::getVEPrivateVar); });
+    return guarded("getPrivateDir",
+                   [&] { return readConfigPath(veid, dir, "VE_PRIVATE", &KQSEnvConfig::getVEPrivateVar); });
 }
 
 int KQSVEActionSystemLinux::getRootDir(int veid, std::string* dir)

@@ -14,6 +14,9 @@
 #include <cstring>
 #include <fcntl.h>
 #include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -214,9 +217,47 @@ TEST_F(KQSKqStatLocalTest, UbcQueryReturnsHeaderAndOneRecordPerParameter)
     std::free(buffer);
 }
 
+// The kernel's parameter count read from a pipe: each reading of the count
+// gets the next value, so the count can change between the two calls.
+void serveCounts(const std::string& fifo, const std::vector<std::string>& counts)
+{
+    for (size_t index = 0; index < counts.size(); ++index) {
+        if (index > 0) {
+            // Wait until the previous reader has gone, so that the next
+            // value reaches the next reading and not the last one.
+            for (;;) {
+                int probe = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+                if (probe < 0)
+                    break;
+                ::close(probe);
+                std::this_thread::yield();
+            }
+        }
+        int fd = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
+        if (fd < 0)
+            return;
+        std::string text = counts[index] + "\n";
+        EXPECT_EQ(::write(fd, text.data(), text.size()), ssize_t(text.size()));
+        ::close(fd);
+    }
+}
+
+TEST_F(KQSKqStatLocalTest, UbcQueryGivesNullWhenTheCountShrinksMeanwhile)
+{
+    if (kqtest::ranInPreloadedChild({"ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=1"}))
+        return;
+    std::string fifo = kernelPath("host", "ubc.count");
+    kqtest::run("mkdir -p '" + kernelPath("host", "") + "'");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    std::thread kernel(serveCounts, fifo, std::vector<std::string>{"3", "2"});
+    EXPECT_EQ(kqLinUbcQueryCall(101), nullptr);
+    kernel.join();
+}
+
 TEST_F(KQSKqStatLocalTest, UbcQueryGivesNullForImpossibleCounts)
 {
-    if (kqtest::ranInPreloadedChild({"ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0:allocator_may_return_null=1"}))
+    const char* mayReturnNull = "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=1:allocator_may_return_null=1";
+    if (kqtest::ranInPreloadedChild({mayReturnNull}))
         return;
     // A count that wraps negative, one whose size overflows, one no memory holds.
     for (const char* count : {"18446744073709551615", "4611686018427387904", "17179869184"}) {

@@ -49,7 +49,8 @@ public:
 
     void settings(bool withLockDir = true, bool withDumpDir = true) const
     {
-        std::string text = "VE_ROOT=\"" + path("kq/root/$VEID") + "\"\nVE_PRIVATE=\"" + path("kq/private/$VEID") + "\"\n";
+        std::string text = "VE_ROOT=\"" + path("kq/root/$VEID") + "\"\n";
+        text += "VE_PRIVATE=\"" + path("kq/private/$VEID") + "\"\n";
         if (withLockDir)
             text += "LOCKDIR=\"" + path("kq/lock") + "\"\n";
         if (withDumpDir)
