@@ -1,0 +1,735 @@
+// Which containers exist on this host and in what state, read from the
+// host's own records: configuration files, lock files, the kernel's running
+// list, dump files and the mount table.
+#include "KQSVEActionSystemLinux.h"
+
+#include "KQSBasicFunctionalityCommon.h"
+#include "KQSBashConfig.h"
+#include "KQSEnvMLocal.h"
+#include "KQSKqStatLocal.h"
+#include "KQSVT.h"
+
+#include "KQC/Error.h"
+#include "KQC/Files.h"
+#include "KQC/HostPaths.h"
+
+#include "kqctl/kqctl.h"
+#include "kqnet/kqnet.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <mutex>
+#include <exception>
+#include <new>
+#include <sstream>
+#include <sys/stat.h>
+#include <vector>
+
+namespace KQS {
+namespace {
+
+const char kConfigFolder[] = "/etc/sysconfig/kq-scripts/";
+const char kHostSettings[] = "/etc/sysconfig/kq";
+const char kMounts[] = "/proc/mounts";
+const char kEnvType[] = "corvantis";
+const char kLogComponent[] = "KQSBasicFunctionalityLocal";
+const int kHostVeid = 0;
+// VEID 1 is reserved by the platform and never listed.
+const int kPlatformVeid = 1;
+const int kVETypeForRepair = 4;
+const int kVETypeRepaired = 5;
+const int kVETypeForTempOper = 6;
+const int kUnknownTransition = 1;
+const size_t kInitialRunningRoom = 1024;
+// More running containers than this is a kernel that keeps answering
+// "more", not a host.
+const size_t kMaxRunningRoom = size_t(1) << 24;
+
+const std::pair<const char*, int> Map_VPSTransitionsMapLinux_Array[] = {
+    {"creating", 2},         {"mounting", 3},        {"starting", 4},        {"stopping", 5},
+    {"unmounting", 6},       {"destroying", 7},      {"moving", 8},          {"cloning", 9},
+    {"migrating", 10},       {"starting-repair", 11}, {"stopping-repair", 12}, {"setting", 13},
+    {"updating", 14},        {"backing-up", 15},     {"restoring", 16},      {"reinstalling", 17},
+    {"suspending", 18},      {"resuming", 19},       {"restarting", 20},     {"check-updating", 101},
+    {"", 0},
+};
+
+std::map<std::string, int> makeTransitionsMap()
+{
+    std::map<std::string, int> map;
+    for (const auto& row : Map_VPSTransitionsMapLinux_Array)
+        map[row.first] = row.second;
+    return map;
+}
+
+// m_vpsRoots is written while listing and read by the mount scan, which
+// may also be called on its own.
+std::mutex& vpsRootsLock()
+{
+    static std::mutex lock;
+    return lock;
+}
+
+// "<digits><suffix>" and nothing else -> the number. Signs, blanks and
+// numbers beyond int are not VEIDs.
+bool parseVeidName(const std::string& name, const char* prefix, const char* suffix, int& veid)
+{
+    size_t prefixLength = std::strlen(prefix);
+    size_t suffixLength = std::strlen(suffix);
+    if (name.size() <= prefixLength + suffixLength || name.compare(0, prefixLength, prefix) != 0 ||
+        name.compare(name.size() - suffixLength, suffixLength, suffix) != 0)
+        return false;
+    long long value = 0;
+    for (size_t pos = prefixLength; pos < name.size() - suffixLength; ++pos) {
+        char c = name[pos];
+        if (c < '0' || c > '9')
+            return false;
+        value = value * 10 + (c - '0');
+        if (value > INT_MAX)
+            return false;
+    }
+    veid = static_cast<int>(value);
+    return true;
+}
+
+// Runs a public operation so that no exception leaves it: running out of
+// memory midway is a failure like any other.
+template <class Operation>
+int guarded(const char* name, Operation operation)
+{
+    try {
+        return operation();
+    } catch (const std::exception& error) {
+        KQC::setErrorMessage("%s failed: %s", name, error.what());
+        return -1;
+    }
+}
+
+int veType(const boost::shared_ptr<KQSEnvConfig>& config, int& type)
+{
+    if (!config)
+        return -1;
+    KQC::KQCOptionalProperty<int> property;
+    config->getVEType(property);
+    if (!property.isSpecified())
+        return -1;
+    type = property.get();
+    return 0;
+}
+
+bool hasVEType(const boost::shared_ptr<KQSEnvConfig>& config, int wanted)
+{
+    int type = 0;
+    return veType(config, type) == 0 && type == wanted;
+}
+
+bool isDirectory(const std::string& path)
+{
+    struct stat st;
+    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// ---- the host settings ---------------------------------------------------
+
+// The host settings as last read, re-read only when the file changes.
+struct HostSettings {
+    KQSPathModTime stamp;
+    KQSEnvConfig defaults;
+    KQSVtSettings settings;
+};
+
+int refreshHostSettings(HostSettings& host, KQSEnvConfigBashParser& parser)
+{
+    std::string path = KQC::hostPath(kHostSettings);
+    if (!host.stamp.update(path))
+        return 0;
+    KQSEnvConfig defaults;
+    KQSVtSettings settings;
+    boost::shared_ptr<KQSKQConfigBashParser> settingsParser = KQSKQConfigBashParser::getInstance();
+    if (getBashConfig(path.c_str(), parser, defaults) != 0 || !settingsParser ||
+        getBashConfig(path.c_str(), *settingsParser, settings) != 0) {
+        // Try again next time rather than trusting a half-read file.
+        host.stamp.reset();
+        return -7;
+    }
+    host.defaults = defaults;
+    host.settings = settings;
+    return 0;
+}
+
+std::string settingOrEmpty(const KQSVtSettings& settings, const char* name)
+{
+    std::string value;
+    if (settings.getParam(name, value) != 0)
+        return std::string();
+    return value;
+}
+
+// ---- one container's configuration --------------------------------------
+
+void dropUnsetAddresses(KQSEnvConfig& config)
+{
+    KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
+    config.getNetVEths(adapters);
+    if (!adapters.isSpecified())
+        return;
+    KQSNetVEthList& list = adapters.get();
+    for (KQSNetVEth& adapter : list) {
+        // The tool writes 0.0.0.0 for "no address"; it is not one.
+        std::vector<KQC::KQCIPAddress>& addresses = adapter.getAddresses();
+        std::vector<KQC::KQCIPAddress> kept;
+        for (const KQC::KQCIPAddress& address : addresses)
+            if (!(address.isV4() && address.address() == "0.0.0.0"))
+                kept.push_back(address);
+        addresses.swap(kept);
+        if (addresses.empty())
+            break;
+    }
+    config.setNetVEths(adapters);
+}
+
+// The tool stores name and description escaped between double quotes.
+void unescapeText(const KQC::KQCOptionalProperty<std::string>& property,
+                  void (KQSEnvConfig::*setter)(const std::string&), KQSEnvConfig& config)
+{
+    if (!property.isSpecified())
+        return;
+    std::vector<char> text(property.get().begin(), property.get().end());
+    text.push_back('\0');
+    kqctl_unescapestr_eq(text.data());
+    if (text[0] != '\0')
+        (config.*setter)(std::string(text.data()));
+}
+
+void rememberRoot(const KQSEnvConfig& config, int veid)
+{
+    std::string root;
+    if (config.getVERoot(root) != 0 || root.empty())
+        return;
+    std::lock_guard<std::mutex> guard(vpsRootsLock());
+    KQSVEActionSystemLinux::m_vpsRoots[root] = veid;
+}
+
+void readEntryConfig(int veid, KQSVPSEntry& entry, KQSEnvConfigBashParser& parser, const KQSEnvConfig& defaults)
+{
+    std::string path = KQSVEActionSystemLinux::getVPSSystemConfigPathByVeid(veid);
+    if (!entry.modTime.update(path) && entry.config)
+        return;
+    boost::shared_ptr<KQSEnvConfig> config(new KQSEnvConfig());
+    if (getBashConfig(path.c_str(), parser, *config) != 0) {
+        entry.config.reset();
+        return;
+    }
+    dropUnsetAddresses(*config);
+    KQC::KQCOptionalProperty<std::string> text;
+    config->getName(text);
+    unescapeText(text, &KQSEnvConfig::setName, *config);
+    config->getDescription(text);
+    unescapeText(text, &KQSEnvConfig::setDescription, *config);
+    config->setVeid(veid);
+    config->setType(KQC::KQCEnvType(kEnvType));
+    KQSEnvMLocal::mergeConfigsKQDefaultToVE(defaults, *config);
+    KQSEnvMLocal::fillSystemInfo(*config);
+    rememberRoot(*config, veid);
+    entry.config = config;
+}
+
+boost::shared_ptr<KQSEnvConfig> bareConfig(int veid)
+{
+    boost::shared_ptr<KQSEnvConfig> config(new KQSEnvConfig());
+    config->setVeid(veid);
+    config->setType(KQC::KQCEnvType(kEnvType));
+    return config;
+}
+
+// ---- the steps of the listing -------------------------------------------
+
+// A container being created has a lock but no configuration file yet.
+int applyTransitions(const std::string& lockDir, KQSVPSList& list)
+{
+    KQC::OpenDir dir(lockDir);
+    if (!dir) {
+        KQC::setErrorMessage("can't open lock folder '%s': %s", lockDir.c_str(), std::strerror(errno));
+        return -1;
+    }
+    while (dir.read()) {
+        int veid = 0;
+        if (!parseVeidName(dir.name(), "", ".lck", veid) || veid == kHostVeid)
+            continue;
+        int transition = 0;
+        if (KQSVEActionSystemLinux::getVPSTransition(lockDir, veid, &transition) != 0)
+            continue;
+        KQSVPSEntry& entry = list[veid];
+        entry.transition = transition;
+        if (!entry.config)
+            entry.config = bareConfig(veid);
+    }
+    return 0;
+}
+
+void applyDumps(const std::string& dumpDir, KQSVPSList& list)
+{
+    KQC::OpenDir dir(dumpDir);
+    if (!dir)
+        return;  // no dump folder: nothing is suspended
+    while (dir.read()) {
+        int veid = 0;
+        if (!parseVeidName(dir.name(), "Dump.", "", veid))
+            continue;
+        auto found = list.find(veid);
+        if (found != list.end() && found->second.state < KQC::ENV_STATE_RUNNING)
+            found->second.state = KQC::ENV_STATE_SUSPENDED;
+    }
+}
+
+void applyPrivateAreas(KQSVPSList& list)
+{
+    for (auto& item : list) {
+        KQSVPSEntry& entry = item.second;
+        std::string privateDir;
+        if (entry.state < KQC::ENV_STATE_STOPPED && entry.config && entry.config->getVEPrivate(privateDir) == 0 &&
+            KQC::fentryExists(privateDir + "/dump/Dump"))
+            entry.state = KQC::ENV_STATE_SUSPENDED;
+        if (entry.state < KQC::ENV_STATE_STOPPED && KQSVEActionSystemLinux::isVPSExist(entry.config))
+            entry.state = KQC::ENV_STATE_STOPPED;
+        if (!KQSVEActionSystemLinux::isVPSRepaired(entry.config))
+            continue;
+        // The offline-management setting comes from the container that the
+        // type value names, when the listing has it.
+        int named = 0;
+        veType(entry.config, named);
+        auto source = list.find(named);
+        if (source != list.end() && source->second.config) {
+            KQC::KQCOptionalProperty<bool> offline;
+            source->second.config->getOfflineManagement(offline);
+            boost::shared_ptr<KQSEnvConfig> copy(new KQSEnvConfig(*entry.config));
+            copy->setOfflineManagement(offline);
+            entry.config = copy;
+        }
+        entry.state = KQC::ENV_STATE_REPAIRING;
+    }
+}
+
+bool isDropped(int veid, const KQSVPSEntry& entry, bool skipForRepair)
+{
+    if (entry.state < KQC::ENV_STATE_STOPPED && entry.transition == 0)
+        return true;  // neither there nor on its way
+    if (skipForRepair && KQSVEActionSystemLinux::isVPSForRepair(entry.config))
+        return true;
+    return KQSVEActionSystemLinux::isVPSForTempOper(entry.config) || veid == kPlatformVeid;
+}
+
+void dropEntries(KQSVPSList& list, bool skipForRepair)
+{
+    for (auto it = list.begin(); it != list.end();) {
+        if (isDropped(it->first, it->second, skipForRepair))
+            it = list.erase(it);
+        else
+            ++it;
+    }
+}
+
+// The live adapter state of a running container, on a copy: the
+// configuration may already have been handed out.
+int refreshLiveAdapters(KQSVPSEntry& entry)
+{
+    boost::shared_ptr<KQSEnvConfig> copy(new KQSEnvConfig(*entry.config));
+    if (KQSVEActionSystemLinux::getActualParametersForVEth(*copy) != 0)
+        return -1;
+    entry.config = copy;
+    return 0;
+}
+
+// The configuration's address list is the adapters' addresses together.
+void gatherAddresses(KQSVPSEntry& entry)
+{
+    if (!entry.config)
+        return;
+    KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
+    entry.config->getNetVEths(adapters);
+    if (!adapters.isSpecified() || adapters.get().empty())
+        return;
+    boost::shared_ptr<KQSEnvConfig> copy(new KQSEnvConfig(*entry.config));
+    KQC::KQCIPAddressList addresses;
+    bool running = entry.state > KQC::ENV_STATE_SUSPENDED;
+    for (KQSNetVEth& adapter : adapters.get()) {
+        // A kept configuration may still carry the state of an earlier run;
+        // the adapters of a container that does not run have none.
+        if (!running)
+            adapter.setStatus(KQSNetVEth::STATUS_UNKNOWN);
+        // The host-routed adapter of a running container is always up.
+        if (running && adapter.isHostRouted() && adapter.getName() == "venet0")
+            adapter.setStatus(KQSNetVEth::STATUS_UP);
+        addresses.insert(addresses.end(), adapter.getAddresses().begin(), adapter.getAddresses().end());
+    }
+    copy->setNetVEths(adapters);
+    if (addresses.empty())
+        copy->setAddresses(KQC::KQCOptionalProperty<KQC::KQCIPAddressList>());
+    else
+        copy->setAddresses(addresses);
+    entry.config = copy;
+}
+
+// ---- live adapter state --------------------------------------------------
+
+// The live up/down state and, for DHCP adapters, addresses of one adapter.
+int readLiveAdapter(int veid, unsigned flags, KQSNetVEth& adapter)
+{
+    adapter.setStatus(KQSNetVEth::STATUS_UNKNOWN);
+    kqnet_filter* filter = kqnet_get_simple_filter(KQNET_FILTER_BY_NAME, 0, 0, adapter.getName().c_str(), veid, veid);
+    if (!filter)
+        return 0;
+    kqnet_info* info = kqnet_get_info(flags, filter);
+    kqnet_release_filter(filter);
+    if (!info)
+        return 0;  // not live: the state stays unknown
+    bool down = (info->flags & KQNET_FLAG_DOWN) != 0;
+    bool up = (info->flags & KQNET_FLAG_UP) != 0;
+    if (down && up) {
+        KQC::setErrorMessage("invalid up/down status of VEth: ctid:%i veth:\"%s\"", veid, adapter.getName().c_str());
+        kqnet_release_info(info);
+        return -1;
+    }
+    if (down)
+        adapter.setStatus(KQSNetVEth::STATUS_DOWN);
+    else if (up)
+        adapter.setStatus(KQSNetVEth::STATUS_UP);
+    if (adapter.isAnyDhcp()) {
+        std::vector<KQC::KQCIPAddress> addresses;
+        for (int index = 0; index < info->address_count; ++index) {
+            KQC::KQCIPAddress address;
+            if (info->addresses[index] && address.fromString(info->addresses[index]) == 0)
+                addresses.push_back(address);
+        }
+        adapter.setAddresses(addresses);
+    }
+    kqnet_release_info(info);
+    return 0;
+}
+
+// ---- the running list ----------------------------------------------------
+
+// One try with `room` slots: 1 when the answer did not fit, 0 done, -1 failed.
+int tryRunningList(size_t room, std::set<int>& veids)
+{
+    std::vector<uint32_t> buffer(room, 0);
+    kqlist_veidctl control;
+    std::memset(&control, 0, sizeof control);
+    control.count = static_cast<uint32_t>(room);
+    control.veids = buffer.data();
+    long count = KQS::kqLinGetVeidsCall(&control);
+    if (count < 0) {
+        // Kernels without the list request still list the beancounters,
+        // which are the running containers.
+        long bytes = KQS::kqLinUbstatCall(static_cast<long>(KQ_UBSTAT_GET_UBIDS), 0, 0, buffer.data(),
+                                          static_cast<long>(room * sizeof(uint32_t)));
+        if (bytes < 0) {
+            KQC::setErrorMessage("can't get the list of running containers: %s", std::strerror(errno));
+            return -1;
+        }
+        count = bytes / static_cast<long>(sizeof(uint32_t));
+        if (static_cast<size_t>(count) >= room)
+            return 1;
+    } else if (static_cast<size_t>(count) > room) {
+        return 1;
+    }
+    veids.clear();
+    for (long index = 0; index < count; ++index)
+        if (buffer[static_cast<size_t>(index)] != static_cast<uint32_t>(kHostVeid))
+            veids.insert(static_cast<int>(buffer[static_cast<size_t>(index)]));
+    return 0;
+}
+
+} // namespace
+
+const std::map<std::string, int> VPSTransitionsMapLinux = makeTransitionsMap();
+std::map<std::string, int> KQSVEActionSystemLinux::m_vpsRoots;
+
+int KQSVEActionSystemLinux::getVPSTransitionByString(const std::string& word)
+{
+    auto found = VPSTransitionsMapLinux.find(word);
+    return found == VPSTransitionsMapLinux.end() ? kUnknownTransition : found->second;
+}
+
+int KQSVEActionSystemLinux::getVPSTransition(const std::string& lockDir, int veid, int* transition)
+{
+    return guarded("getVPSTransition", [&]() -> int {
+        if (transition)
+            *transition = 0;
+        std::string path = lockDir + "/" + std::to_string(veid) + ".lck";
+        std::string text;
+        if (KQC::file2str(path, text) != 0) {
+            KQC::setErrorMessage("no transition lock for ctid %d", veid);
+            return -1;
+        }
+        // "PID WORD": who holds the lock, and for what.
+        std::istringstream in(text);
+        int pid = 0;
+        std::string word;
+        if (!(in >> pid)) {
+            KQC::setErrorMessage("the transition lock of ctid %d names no process", veid);
+            return -1;
+        }
+        in >> word;
+        // The holder may have died; a lock whose process is gone is stale.
+        if (pid <= 0 || !KQC::fentryExists("/proc/" + std::to_string(pid))) {
+            KQC::setErrorMessage("the transition lock of ctid %d is stale", veid);
+            return -1;
+        }
+        if (transition)
+            *transition = getVPSTransitionByString(word);
+        return 0;
+    });
+}
+
+bool KQSVEActionSystemLinux::isVPSExist(const boost::shared_ptr<KQSEnvConfig>& config)
+{
+    std::string privateDir;
+    return config && config->getVEPrivate(privateDir) == 0 && isDirectory(privateDir);
+}
+
+bool KQSVEActionSystemLinux::isVPSRepaired(const boost::shared_ptr<KQSEnvConfig>& config)
+{
+    return hasVEType(config, kVETypeRepaired);
+}
+
+bool KQSVEActionSystemLinux::isVPSForRepair(const boost::shared_ptr<KQSEnvConfig>& config)
+{
+    return hasVEType(config, kVETypeForRepair);
+}
+
+bool KQSVEActionSystemLinux::isVPSForTempOper(const boost::shared_ptr<KQSEnvConfig>& config)
+{
+    return hasVEType(config, kVETypeForTempOper);
+}
+
+int KQSVEActionSystemLinux::getVeidList(std::set<int>& veids)
+{
+    return guarded("getVeidList", [&]() -> int {
+        static std::mutex lock;
+        static KQSPathModTime folderStamp;
+        static std::set<int> known;
+        std::lock_guard<std::mutex> guard(lock);
+        std::string folder = KQC::hostPath(kConfigFolder);
+        if (folderStamp.update(folder)) {
+            KQC::OpenDir dir(folder);
+            if (!dir) {
+                folderStamp.reset();
+                KQC::setErrorMessage("can't open configuration folder '%s': %s", folder.c_str(), std::strerror(errno));
+                return -1;
+            }
+            std::set<int> found;
+            while (dir.read()) {
+                int veid = 0;
+                if (parseVeidName(dir.name(), "", ".conf", veid) && veid != kHostVeid)
+                    found.insert(veid);
+            }
+            known.swap(found);
+        }
+        veids = known;
+        return 0;
+    });
+}
+
+int KQSVEActionSystemLinux::getRunVPSList(std::set<int>& veids)
+{
+    try {
+        for (size_t room = kInitialRunningRoom; room <= kMaxRunningRoom; room *= 2) {
+            int result = tryRunningList(room, veids);
+            if (result <= 0)
+                return result;
+        }
+        KQC::setErrorMessage("can't get the list of running containers: more than %zu", kMaxRunningRoom);
+        return -1;
+    } catch (const std::bad_alloc&) {
+        KQC::setErrorMessage("can't get the list of running containers: out of memory");
+        return -1;
+    }
+}
+
+int KQSVEActionSystemLinux::getMountedVPSList(std::set<int>& veids)
+{
+    const char* function = __func__;
+    const char* signature = __PRETTY_FUNCTION__;
+    return guarded("getMountedVPSList", [&]() -> int {
+        std::string text;
+        if (KQC::file2str(KQC::hostPath(kMounts), text) != 0) {
+            KQC::Log2(kLogComponent, __FILE__, __LINE__, function, signature).put(1, "Cannot open file /proc/mounts");
+            KQC::setErrorMessage("Cannot open file /proc/mounts");
+            return -1;
+        }
+        std::istringstream in(text);
+        std::string line;
+        std::lock_guard<std::mutex> guard(vpsRootsLock());
+        while (std::getline(in, line)) {
+            std::istringstream fields(line);
+            std::string device, mountPoint;
+            if (!(fields >> device >> mountPoint))
+                continue;
+            auto found = m_vpsRoots.find(mountPoint);
+            if (found != m_vpsRoots.end())
+                veids.insert(found->second);
+        }
+        return 0;
+    });
+}
+
+int KQSVEActionSystemLinux::getActualParametersForVEth(KQSEnvConfig& config)
+{
+    return guarded("getActualParametersForVEth", [&]() -> int {
+        KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
+        if (config.getNetVEths(adapters) != 0) {
+            KQC::setErrorMessage("can't get VEth list");
+            return -1;
+        }
+        if (!adapters.isSpecified() || adapters.get().empty())
+            return 0;
+        int veid = 0;
+        if (config.getVeid(veid) != 0) {
+            KQC::setErrorMessage("can't get CTID");
+            return -1;
+        }
+        unsigned flags = KQNET_INFO_ADDRESSES | KQNET_INFO_STATE;
+        if (KQSVT().isIPv6Available())
+            flags |= KQNET_INFO_IPV6;
+        for (KQSNetVEth& adapter : adapters.get())
+            if (!adapter.isHostRouted() && readLiveAdapter(veid, flags, adapter) != 0)
+                return -1;
+        config.setNetVEths(adapters);
+        return 0;
+    });
+}
+
+namespace {
+
+std::mutex& configPathsLock()
+{
+    static std::mutex lock;
+    return lock;
+}
+
+// One path template of a container's configuration file, with its VEID put
+// in (files written by the tools hold it already; older ones the variable).
+int readConfigPath(int veid, std::string* dir, const char* what,
+                   int (KQSEnvConfig::*getter)(KQC::KQCOptionalProperty<std::string>&) const)
+{
+    if (!dir) {
+        KQC::setErrorMessage("no place for the %s of ctid %d", what, veid);
+        return -1;
+    }
+    boost::shared_ptr<KQSEnvConfigBashParser> parser = KQSEnvMLocal::getLocalEnvConfigParser();
+    if (!parser) {
+        KQC::setErrorMessage("can't get the configuration parser");
+        return -1;
+    }
+    KQSEnvConfig config;
+    {
+        std::lock_guard<std::mutex> guard(configPathsLock());
+        std::string path = KQSVEActionSystemLinux::getVPSSystemConfigPathByVeid(veid);
+        if (getBashConfig(path.c_str(), *parser, config) != 0)
+            return -1;
+    }
+    KQC::KQCOptionalProperty<std::string> value;
+    (config.*getter)(value);
+    if (!value.isSpecified() || value.get().empty()) {
+        KQC::setErrorMessage("the %s of ctid %d is not set", what, veid);
+        return -1;
+    }
+    std::string path = value.get();
+    KQSEnvConfig::veidSubstitute(veid, path);
+    *dir = path;
+    return 0;
+}
+
+} // namespace
+
+int KQSVEActionSystemLinux::getPrivateDir(int veid, std::string* dir)
+{
+    return guarded("getPrivateDir",
+                   [&] { return readConfigPath(veid, dir, "VE_PRIVATE", &KQSEnvConfig::getVEPrivateVar); });
+}
+
+int KQSVEActionSystemLinux::getRootDir(int veid, std::string* dir)
+{
+    return guarded("getRootDir", [&] { return readConfigPath(veid, dir, "VE_ROOT", &KQSEnvConfig::getVERootVar); });
+}
+
+int KQSVEActionSystemLinux::getVEPrivateLayoutVersion(const std::string& privateDir)
+{
+    int version = kqctl_env_layout_version(privateDir.c_str());
+    if (version < 0)
+        KQC::setErrorMessage("can't get the layout version of '%s': %s", privateDir.c_str(), std::strerror(errno));
+    return version;
+}
+
+int KQSVEActionSystemLinux::getVPSList(KQSVPSList& list, bool skipForRepair, bool onlyGiven)
+{
+    // Log lines name this operation, not the lambda below.
+    const char* function = __func__;
+    const char* signature = __PRETTY_FUNCTION__;
+    return guarded("getVPSList", [&]() -> int {
+        static std::mutex lock;
+        static HostSettings host;
+        std::lock_guard<std::mutex> guard(lock);
+
+        boost::shared_ptr<KQSEnvConfigBashParser> parser = KQSEnvMLocal::getLocalEnvConfigParser();
+        if (!parser) {
+            KQC::setErrorMessage("can't get the configuration parser");
+            return -7;
+        }
+        if (int result = refreshHostSettings(host, *parser))
+            return result;
+        std::string lockDir = settingOrEmpty(host.settings, "lockdir");
+        std::string dumpDir = settingOrEmpty(host.settings, "dumpdir");
+
+        if (!onlyGiven || list.empty()) {
+            std::set<int> veids;
+            if (getVeidList(veids) != 0)
+                return -1;
+            for (int veid : veids)
+                list.insert(std::make_pair(veid, KQSVPSEntry()));
+        }
+        for (auto& item : list) {
+            // States are found afresh on every listing; only configurations are
+            // kept while their files stay the same.
+            item.second.state = KQC::ENV_STATE_UNKNOWN;
+            item.second.transition = 0;
+            readEntryConfig(item.first, item.second, *parser, host.defaults);
+        }
+        if (!lockDir.empty() && applyTransitions(lockDir, list) != 0)
+            return -1;
+
+        std::set<int> running;
+        if (getRunVPSList(running) != 0)
+            return -1;
+        for (int veid : running) {
+            auto found = list.find(veid);
+            if (found != list.end())
+                found->second.state = KQC::ENV_STATE_RUNNING;
+        }
+        if (!dumpDir.empty())
+            applyDumps(dumpDir, list);
+        std::set<int> mounted;
+        if (getMountedVPSList(mounted) != 0)
+            return -1;
+        for (int veid : mounted) {
+            auto found = list.find(veid);
+            if (found != list.end() && found->second.state < KQC::ENV_STATE_MOUNTED)
+                found->second.state = KQC::ENV_STATE_MOUNTED;
+        }
+        applyPrivateAreas(list);
+        dropEntries(list, skipForRepair);
+        for (auto& item : list) {
+            KQSVPSEntry& entry = item.second;
+            if (entry.state > KQC::ENV_STATE_SUSPENDED && entry.config && refreshLiveAdapters(entry) != 0)
+                KQC::Log2(kLogComponent, __FILE__, __LINE__, function, signature)
+                    .put(1, "can't get parameters for veth:%s", KQC::getErrorMessage());
+            gatherAddresses(entry);
+        }
+        return 0;
+    });
+}
+
+} // namespace KQS

@@ -1,0 +1,112 @@
+#pragma once
+// Runs the current test again in a child process of this test program, with
+// the simulated kernel preloaded and KQ_HOST_ROOT at a fresh temporary host,
+// so that code issuing real control-device ioctls and beancounter calls is
+// tested as it runs on a host. Each child is a new process: caches that
+// live for a process start empty.
+//
+//   TEST_F(Fixture, Name)
+//   {
+//       if (kqtest::ranInPreloadedChild())
+//           return;               // the parent: the child's outcome is checked
+//       ...                       // the child: the test body, host at hostRoot()
+//   }
+//
+// Extra "NAME=value" entries go into the child's environment. The child's
+// output is shown when it fails.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+extern char** environ;
+
+namespace kqtest {
+
+constexpr char kPreloadedChildRole[] = "KQ_PRELOADED_CHILD";
+
+inline bool isPreloadedChild()
+{
+    return std::getenv(kPreloadedChildRole) != nullptr;
+}
+
+// The host root the child works in.
+inline std::string hostRoot()
+{
+    const char* root = std::getenv("KQ_HOST_ROOT");
+    return root ? root : "";
+}
+
+inline bool ranInPreloadedChild(const std::vector<std::string>& extra = {})
+{
+    if (isPreloadedChild())
+        return false;
+    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    std::string name = std::string(test->test_suite_name()) + "." + test->name();
+    char pattern[] = "/tmp/kqpreloaded.XXXXXX";
+    if (!::mkdtemp(pattern)) {
+        ADD_FAILURE() << "mkdtemp failed";
+        return true;
+    }
+    std::string root = pattern;
+    std::vector<std::string> environment;
+    for (char** entry = environ; *entry; ++entry) {
+        std::string text = *entry;
+        if (text.rfind("LD_PRELOAD=", 0) != 0 && text.rfind("ASAN_OPTIONS=", 0) != 0 &&
+            text.rfind("KQ_HOST_ROOT=", 0) != 0)
+            environment.push_back(text);
+    }
+    environment.push_back(std::string("LD_PRELOAD=") + KQ_LIB_DIR + "/libkqsimkernel.so");
+    environment.push_back("ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0");
+    environment.push_back("KQ_HOST_ROOT=" + root);
+    environment.push_back(std::string(kPreloadedChildRole) + "=1");
+    for (const std::string& entry : extra) {
+        // An extra entry replaces one of the same name.
+        std::string prefix = entry.substr(0, entry.find('=') + 1);
+        for (std::string& text : environment)
+            if (text.rfind(prefix, 0) == 0)
+                text.clear();
+        environment.push_back(entry);
+    }
+    std::vector<std::string> arguments = {"/proc/self/exe", "--gtest_filter=" + name};
+    std::vector<char*> argv, envp;
+    for (std::string& text : arguments)
+        argv.push_back(&text[0]);
+    argv.push_back(nullptr);
+    for (std::string& text : environment)
+        if (!text.empty())
+            envp.push_back(&text[0]);
+    envp.push_back(nullptr);
+    std::string logPath = root + ".log";
+    int log = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (log < 0) {
+        ADD_FAILURE() << "can't create " << logPath;
+        std::system(("rm -rf '" + root + "'").c_str());
+        return true;
+    }
+    pid_t pid = ::fork();
+    if (pid == 0) {
+        ::dup2(log, 1);
+        ::dup2(log, 2);
+        ::execve(argv[0], argv.data(), envp.data());
+        _exit(127);
+    }
+    ::close(log);
+    int status = 0;
+    bool waited = pid > 0 && ::waitpid(pid, &status, 0) == pid;
+    std::ifstream in(logPath);
+    std::string output((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_TRUE(waited && WIFEXITED(status) && WEXITSTATUS(status) == 0) << output;
+    // A filter that matched nothing would pass silently.
+    EXPECT_NE(output.find("[  PASSED  ] 1 test"), std::string::npos) << output;
+    std::system(("rm -rf '" + root + "' '" + logPath + "'").c_str());
+    return true;
+}
+
+} // namespace kqtest

@@ -1,0 +1,593 @@
+// Container enumeration. The pieces that read only files run on a temporary
+// host in this process; whatever asks the kernel (the running list and the
+// whole listing) runs in a preloaded child on the simulated kernel.
+#include "KQSVEActionSystemLinux.h"
+
+#include "PreloadedRun.h"
+#include "TempHost.h"
+
+#include "KQC/Error.h"
+#include "KQC/Log.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <fstream>
+#include <set>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+using namespace KQS;
+typedef KQSVEActionSystemLinux VE;
+
+// ---- a host's files ---------------------------------------------------------
+
+// A pid that no process can have: pids stay below pid_max.
+std::string deadPid()
+{
+    std::ifstream in("/proc/sys/kernel/pid_max");
+    long max = 0;
+    in >> max;
+    return std::to_string(max > 0 ? max : INT_MAX);
+}
+
+std::string livePid()
+{
+    return std::to_string(::getpid());
+}
+
+class Host {
+public:
+    explicit Host(const std::string& root) : m_root(root) {}
+
+    std::string path(const std::string& relative) const { return m_root + "/" + relative; }
+    void write(const std::string& relative, const std::string& text) const { kqtest::writeFile(path(relative), text); }
+    void remove(const std::string& relative) const { kqtest::run("rm -rf '" + path(relative) + "'"); }
+    void mkdir(const std::string& relative) const { kqtest::run("mkdir -p '" + path(relative) + "'"); }
+
+    void settings(bool withLockDir = true, bool withDumpDir = true) const
+    {
+        std::string text = "VE_ROOT=\"" + path("kq/root/$VEID") + "\"\n";
+        text += "VE_PRIVATE=\"" + path("kq/private/$VEID") + "\"\n";
+        if (withLockDir)
+            text += "LOCKDIR=\"" + path("kq/lock") + "\"\n";
+        if (withDumpDir)
+            text += "DUMPDIR=\"" + path("kq/dump") + "\"\n";
+        write("etc/sysconfig/kq", text);
+        mkdir("kq/lock");
+        mkdir("kq/dump");
+        mkdir("etc/sysconfig/kq-scripts");
+        write("proc/mounts", "proc /proc proc rw 0 0\n");
+    }
+
+    // A stopped container: its configuration file and private area.
+    void container(int veid, const std::string& extra = "", bool privateArea = true) const
+    {
+        std::string id = std::to_string(veid);
+        write(configPath(veid), "VE_ROOT=\"" + path("kq/root/" + id) + "\"\nVE_PRIVATE=\"" +
+                                    path("kq/private/" + id) + "\"\n" + extra);
+        if (privateArea)
+            mkdir("kq/private/" + id);
+    }
+    static std::string configPath(int veid) { return "etc/sysconfig/kq-scripts/" + std::to_string(veid) + ".conf"; }
+
+    void running(const std::string& veids) const { write("var/lib/kqsim/running", veids); }
+    void mounted(int veid) const
+    {
+        std::ofstream(path("proc/mounts"), std::ios::app) << "/dev/simfs " << path("kq/root/" + std::to_string(veid))
+                                                          << " simfs rw,relatime 0 0\n";
+    }
+    void dumped(int veid) const { write("kq/dump/Dump." + std::to_string(veid), "image"); }
+    void locked(int veid, const std::string& pid, const std::string& word) const
+    {
+        write("kq/lock/" + std::to_string(veid) + ".lck", pid + "\n" + word + "\n");
+    }
+    void kernel(int veid, const std::string& key, const std::string& value) const
+    {
+        write("var/lib/kqsim/kernel/" + std::to_string(veid) + "/" + key, value + "\n");
+    }
+
+private:
+    std::string m_root;
+};
+
+int stateOf(const KQSVPSList& list, int veid)
+{
+    auto found = list.find(veid);
+    return found == list.end() ? -1 : found->second.state;
+}
+
+std::set<int> veidsOf(const KQSVPSList& list)
+{
+    std::set<int> veids;
+    for (const auto& item : list)
+        veids.insert(item.first);
+    return veids;
+}
+
+// ---- on a temporary host in this process -----------------------------------
+
+class KQSVEActionSystemLinuxListTest : public ::testing::Test {
+protected:
+    kqtest::TempHost m_temp;
+    Host m_host{m_temp.root()};
+};
+
+TEST_F(KQSVEActionSystemLinuxListTest, LockWordsOutsideTheTableAreAnUnknownTransition)
+{
+    EXPECT_EQ(VPSTransitionsMapLinux.size(), 21u);
+    EXPECT_EQ(VE::getVPSTransitionByString("creating"), 2);
+    EXPECT_EQ(VE::getVPSTransitionByString("restarting"), 20);
+    EXPECT_EQ(VE::getVPSTransitionByString("check-updating"), 101);
+    EXPECT_EQ(VE::getVPSTransitionByString(""), 0);
+    EXPECT_EQ(VE::getVPSTransitionByString("checkpointing"), 1);
+    EXPECT_EQ(VE::getVPSTransitionByString("Starting"), 1);
+}
+
+TEST_F(KQSVEActionSystemLinuxListTest, TransitionNeedsALiveHolder)
+{
+    std::string lockDir = m_host.path("kq/lock");
+    int transition = -5;
+    m_host.locked(101, livePid(), "stopping");
+    EXPECT_EQ(VE::getVPSTransition(lockDir, 101, &transition), 0);
+    EXPECT_EQ(transition, 5);
+    m_host.locked(101, livePid(), "checkpointing");
+    EXPECT_EQ(VE::getVPSTransition(lockDir, 101, &transition), 0);
+    EXPECT_EQ(transition, 1);
+    m_host.locked(101, livePid(), "");
+    EXPECT_EQ(VE::getVPSTransition(lockDir, 101, &transition), 0);
+    EXPECT_EQ(transition, 0);
+
+    // The holder has died: the lock is stale.
+    m_host.locked(101, deadPid(), "starting");
+    EXPECT_EQ(VE::getVPSTransition(lockDir, 101, &transition), -1);
+    EXPECT_EQ(transition, 0);
+    EXPECT_STRNE(KQC::getErrorMessage(), "");
+}
+
+TEST_F(KQSVEActionSystemLinuxListTest, BrokenOrMissingLockIsNoTransition)
+{
+    std::string lockDir = m_host.path("kq/lock");
+    int transition = -5;
+    EXPECT_EQ(VE::getVPSTransition(lockDir, 101, &transition), -1);
+    EXPECT_EQ(transition, 0);
+    for (const char* garbage : {"", "starting 123\n", "-1 starting\n", "0 starting\n", "\x01\x02\xff"}) {
+        m_host.write("kq/lock/101.lck", garbage);
+        transition = -5;
+        EXPECT_EQ(VE::getVPSTransition(lockDir, 101, &transition), -1) << garbage;
+        EXPECT_EQ(transition, 0);
+    }
+    EXPECT_EQ(VE::getVPSTransition(m_host.path("no/such/folder"), 101, &transition), -1);
+    m_host.locked(101, livePid(), "mounting");
+    EXPECT_EQ(VE::getVPSTransition(lockDir, 101, nullptr), 0);
+}
+
+TEST_F(KQSVEActionSystemLinuxListTest, OnlyWholeVeidConfNamesAreContainers)
+{
+    m_host.settings();
+    for (const char* name : {"101.conf", "1.conf", "0.conf", "101.conf.orig", "102.conf~", "103.conf.bak", "abc.conf",
+                             "-5.conf", "+7.conf", " 8.conf", "99999999999.conf", ".conf", "ve-basic.conf-sample",
+                             "104.mount"})
+        m_host.write(std::string("etc/sysconfig/kq-scripts/") + name, "");
+    std::set<int> veids;
+    ASSERT_EQ(VE::getVeidList(veids), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(veids, (std::set<int>{1, 101}));
+
+    // A new file is seen; the kept answer serves while nothing changes.
+    m_host.write("etc/sysconfig/kq-scripts/105.conf", "");
+    ASSERT_EQ(VE::getVeidList(veids), 0);
+    EXPECT_EQ(veids, (std::set<int>{1, 101, 105}));
+    veids.clear();
+    ASSERT_EQ(VE::getVeidList(veids), 0);
+    EXPECT_EQ(veids, (std::set<int>{1, 101, 105}));
+}
+
+TEST_F(KQSVEActionSystemLinuxListTest, MissingConfigurationFolderFailsEveryTime)
+{
+    std::set<int> veids;
+    EXPECT_EQ(VE::getVeidList(veids), -1);
+    EXPECT_EQ(VE::getVeidList(veids), -1);
+    m_host.mkdir("etc/sysconfig/kq-scripts");
+    EXPECT_EQ(VE::getVeidList(veids), 0);
+    EXPECT_TRUE(veids.empty());
+}
+
+TEST_F(KQSVEActionSystemLinuxListTest, MountPointsOfKnownRootsAreMounted)
+{
+    VE::m_vpsRoots[m_host.path("kq/root/101")] = 101;
+    VE::m_vpsRoots[m_host.path("kq/root/102")] = 102;
+    m_host.write("proc/mounts", "garbage\n\n/dev/simfs " + m_host.path("kq/root/101") +
+                                    " simfs rw 0 0\n/dev/simfs " + m_host.path("kq/root/1020") + " simfs rw 0 0\n" +
+                                    "/dev/simfs " + m_host.path("kq/root") + " simfs rw 0 0\n");
+    std::set<int> veids;
+    ASSERT_EQ(VE::getMountedVPSList(veids), 0);
+    EXPECT_EQ(veids, std::set<int>{101});
+}
+
+TEST_F(KQSVEActionSystemLinuxListTest, UnreadableMountTableFails)
+{
+    std::set<int> veids;
+    EXPECT_EQ(VE::getMountedVPSList(veids), -1);
+    EXPECT_STREQ(KQC::getErrorMessage(), "Cannot open file /proc/mounts");
+}
+
+TEST_F(KQSVEActionSystemLinuxListTest, TypePredicatesNeedAConfigurationWithTheType)
+{
+    boost::shared_ptr<KQSEnvConfig> none;
+    EXPECT_FALSE(VE::isVPSExist(none));
+    EXPECT_FALSE(VE::isVPSRepaired(none));
+    EXPECT_FALSE(VE::isVPSForRepair(none));
+    EXPECT_FALSE(VE::isVPSForTempOper(none));
+    boost::shared_ptr<KQSEnvConfig> config(new KQSEnvConfig());
+    EXPECT_FALSE(VE::isVPSRepaired(config));
+    EXPECT_FALSE(VE::isVPSExist(config));
+    config->setVEType(4);
+    EXPECT_TRUE(VE::isVPSForRepair(config));
+    EXPECT_FALSE(VE::isVPSRepaired(config));
+    config->setVEType(5);
+    EXPECT_TRUE(VE::isVPSRepaired(config));
+    config->setVEType(6);
+    EXPECT_TRUE(VE::isVPSForTempOper(config));
+
+    config->setVeid(101);
+    config->setVEPrivateVar(m_host.path("kq/private/$VEID"));
+    EXPECT_FALSE(VE::isVPSExist(config));
+    m_host.write("kq/private/101", "a file, not a folder");
+    EXPECT_FALSE(VE::isVPSExist(config));
+    m_host.remove("kq/private/101");
+    m_host.mkdir("kq/private/101");
+    EXPECT_TRUE(VE::isVPSExist(config));
+}
+
+TEST_F(KQSVEActionSystemLinuxListTest, PrivateAndRootDirectoriesComeFromTheConfigurationFile)
+{
+    m_host.settings();
+    m_host.container(101);
+    std::string dir;
+    ASSERT_EQ(VE::getPrivateDir(101, &dir), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(dir, m_host.path("kq/private/101"));
+    ASSERT_EQ(VE::getRootDir(101, &dir), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(dir, m_host.path("kq/root/101"));
+    // Older files keep the VEID variable.
+    m_host.write(Host::configPath(102), "VE_PRIVATE=\"" + m_host.path("kq/private/$VEID") + "\"\n");
+    ASSERT_EQ(VE::getPrivateDir(102, &dir), 0);
+    EXPECT_EQ(dir, m_host.path("kq/private/102"));
+    EXPECT_EQ(VE::getRootDir(102, &dir), -1);
+    EXPECT_EQ(VE::getPrivateDir(103, &dir), -1);
+    EXPECT_EQ(VE::getPrivateDir(101, nullptr), -1);
+}
+
+TEST_F(KQSVEActionSystemLinuxListTest, LayoutVersionIsAskedOfTheControlLibrary)
+{
+    m_host.mkdir("kq/private/101");
+    EXPECT_EQ(VE::getVEPrivateLayoutVersion(m_host.path("kq/private/101")), 3);
+    m_host.write("kq/private/101/.ve.layout", "4\n");
+    EXPECT_EQ(VE::getVEPrivateLayoutVersion(m_host.path("kq/private/101")), 4);
+    EXPECT_EQ(VE::getVEPrivateLayoutVersion(m_host.path("kq/private/999")), -1);
+    EXPECT_STRNE(KQC::getErrorMessage(), "");
+}
+
+// ---- on the simulated kernel, in preloaded children -----------------------
+
+class KQSVEActionSystemLinuxListKernelTest : public ::testing::Test {
+protected:
+    Host m_host{kqtest::hostRoot()};
+};
+
+TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningListLeavesTheHostOut)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    m_host.running("101\n102\n");
+    std::set<int> veids;
+    ASSERT_EQ(VE::getRunVPSList(veids), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(veids, (std::set<int>{101, 102}));
+    m_host.running("");
+    ASSERT_EQ(VE::getRunVPSList(veids), 0);
+    EXPECT_TRUE(veids.empty());
+}
+
+TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningListGrowsItsRoom)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    std::string running;
+    for (int veid = 1000; veid < 4000; ++veid)
+        running += std::to_string(veid) + "\n";
+    m_host.running(running);
+    std::set<int> veids;
+    ASSERT_EQ(VE::getRunVPSList(veids), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(veids.size(), 3000u);
+    EXPECT_EQ(*veids.begin(), 1000);
+    EXPECT_EQ(*veids.rbegin(), 3999);
+}
+
+TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningListFallsBackToTheBeancounters)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    // No control device: the beancounter ids are the running containers.
+    m_host.write("var/lib/kqsim/kernel/host/fault.open", "ENOENT\n");
+    std::string running;
+    for (int veid = 1000; veid < 2100; ++veid)
+        running += std::to_string(veid) + "\n";
+    m_host.running(running);
+    std::set<int> veids;
+    ASSERT_EQ(VE::getRunVPSList(veids), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(veids.size(), 1100u);
+    EXPECT_EQ(veids.count(0), 0u);
+    // Neither way works.
+    m_host.write("var/lib/kqsim/kernel/host/fault.ubc503", "EPERM\n");
+    EXPECT_EQ(VE::getRunVPSList(veids), -1);
+    EXPECT_STRNE(KQC::getErrorMessage(), "");
+}
+
+TEST_F(KQSVEActionSystemLinuxListKernelTest, StatesComeFromTheHostsRecords)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    m_host.settings();
+    m_host.container(101);                             // stopped
+    m_host.container(102), m_host.mounted(102);        // mounted
+    m_host.container(103), m_host.dumped(103);         // suspended
+    m_host.container(104);                             // running
+    m_host.container(105), m_host.dumped(105);         // running with a dump
+    m_host.container(106), m_host.mounted(106), m_host.dumped(106);
+    m_host.container(107, "", false);                  // no private area: gone
+    m_host.container(108), m_host.write("kq/private/108/dump/Dump", "image");
+    m_host.container(1);                               // never listed
+    m_host.container(0);                               // the host
+    m_host.write("etc/sysconfig/kq-scripts/101.conf.orig", "VE_PRIVATE=\"/\"\n");
+    m_host.running("1\n104\n105\n");
+
+    KQSVPSList list;
+    ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(veidsOf(list), (std::set<int>{101, 102, 103, 104, 105, 106, 108}));
+    EXPECT_EQ(stateOf(list, 101), 3);
+    EXPECT_EQ(stateOf(list, 102), 4);
+    EXPECT_EQ(stateOf(list, 103), 5);
+    EXPECT_EQ(stateOf(list, 104), 6);
+    EXPECT_EQ(stateOf(list, 105), 6);
+    EXPECT_EQ(stateOf(list, 106), 5);
+    EXPECT_EQ(stateOf(list, 108), 5);
+    for (const auto& item : list)
+        EXPECT_EQ(item.second.transition, 0) << item.first;
+
+    // A refresh finds the states afresh.
+    m_host.running("");
+    ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(stateOf(list, 104), 3);
+    EXPECT_EQ(stateOf(list, 105), 5);
+}
+
+TEST_F(KQSVEActionSystemLinuxListKernelTest, LocksGiveTransitions)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    m_host.settings();
+    m_host.container(101), m_host.locked(101, livePid(), "checkpointing");
+    m_host.container(102), m_host.locked(102, deadPid(), "starting");
+    m_host.container(103, "", false), m_host.locked(103, deadPid(), "starting");
+    m_host.locked(104, livePid(), "creating");     // being created: no configuration yet
+    m_host.write("kq/lock/105.lck", "garbage\n");
+    m_host.write("kq/lock/106.lck.tmp", livePid() + " creating\n");
+    m_host.locked(1, livePid(), "starting");
+
+    KQSVPSList list;
+    ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(veidsOf(list), (std::set<int>{101, 102, 104}));
+    EXPECT_EQ(list[101].transition, 1);
+    EXPECT_EQ(list[102].transition, 0);
+    EXPECT_EQ(list[104].transition, 2);
+    EXPECT_EQ(list[104].state, 1);
+    ASSERT_TRUE(list[104].config);
+    int veid = 0;
+    EXPECT_EQ(list[104].config->getVeid(veid), 0);
+    EXPECT_EQ(veid, 104);
+    KQC::KQCOptionalProperty<KQC::KQCEnvType> type;
+    list[104].config->getType(type);
+    EXPECT_EQ(type.get().str(), "corvantis");
+    KQC::KQCOptionalProperty<std::string> name;
+    list[104].config->getVERootVar(name);
+    EXPECT_FALSE(name.isSpecified());
+
+    // The creation finished and the lock went away.
+    m_host.remove("kq/lock/104.lck");
+    m_host.container(104);
+    ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(list[104].transition, 0);
+    EXPECT_EQ(list[104].state, 3);
+    list[104].config->getVERootVar(name);
+    EXPECT_TRUE(name.isSpecified());
+}
+
+TEST_F(KQSVEActionSystemLinuxListKernelTest, RepairKindsAreSortedOut)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    m_host.settings();
+    m_host.container(101);
+    m_host.container(10000000, "VE_TYPE=\"4\"\n");   // made for a repair
+    m_host.container(102, "VE_TYPE=\"5\"\n");        // under repair
+    m_host.container(103, "VE_TYPE=\"6\"\n");        // a temporary operation
+    m_host.running("10000000\n103\n");
+
+    KQSVPSList list;
+    ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(veidsOf(list), (std::set<int>{101, 102, 10000000}));
+    EXPECT_EQ(stateOf(list, 102), 7);
+    EXPECT_EQ(stateOf(list, 10000000), 6);
+
+    KQSVPSList withoutRepairs;
+    ASSERT_EQ(VE::getVPSList(withoutRepairs, true, false), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(veidsOf(withoutRepairs), (std::set<int>{101, 102}));
+}
+
+TEST_F(KQSVEActionSystemLinuxListKernelTest, OnlyGivenContainersAreRefreshed)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    m_host.settings();
+    m_host.container(101);
+    m_host.container(102);
+    m_host.running("102\n");
+    KQSVPSList list;
+    list[102];
+    ASSERT_EQ(VE::getVPSList(list, false, true), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(veidsOf(list), std::set<int>{102});
+    EXPECT_EQ(stateOf(list, 102), 6);
+    // An empty list means every container.
+    KQSVPSList all;
+    ASSERT_EQ(VE::getVPSList(all, false, true), 0);
+    EXPECT_EQ(veidsOf(all), (std::set<int>{101, 102}));
+}
+
+TEST_F(KQSVEActionSystemLinuxListKernelTest, ConfigurationIsReadAndCompleted)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    m_host.settings();
+    m_host.container(101, "NAME='web \\$server'\nDESCRIPTION='line\\\\one'\n"
+                          "NETIF=\"name=eth0,ip=0.0.0.0,ip=10.0.0.2/24;name=eth1,ip=10.0.1.2/24\"\n");
+    m_host.container(102, "NETIF=\"name=eth0,ip=0.0.0.0;name=eth1,ip=0.0.0.0\"\n");
+    KQSVPSList list;
+    ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
+    ASSERT_TRUE(list[101].config);
+    const KQSEnvConfig& config = *list[101].config;
+    KQC::KQCOptionalProperty<std::string> text;
+    config.getName(text);
+    EXPECT_EQ(text.get(), "web $server");
+    config.getDescription(text);
+    EXPECT_EQ(text.get(), "line\\one");
+    int veid = 0;
+    EXPECT_EQ(config.getVeid(veid), 0);
+    EXPECT_EQ(veid, 101);
+    KQC::KQCOptionalProperty<KQC::KQCIPAddressList> addresses;
+    config.getAddresses(addresses);
+    ASSERT_TRUE(addresses.isSpecified());
+    ASSERT_EQ(addresses.get().size(), 2u);
+    EXPECT_EQ(addresses.get()[0].toString(), "10.0.0.2/24");
+    EXPECT_EQ(addresses.get()[1].toString(), "10.0.1.2/24");
+    EXPECT_EQ(VE::m_vpsRoots[m_host.path("kq/root/101")], 101);
+
+    // The walk stops at the first adapter left without addresses.
+    KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
+    list[102].config->getNetVEths(adapters);
+    ASSERT_EQ(adapters.get().size(), 2u);
+    EXPECT_TRUE(adapters.get()[0].getAddresses().empty());
+    EXPECT_EQ(adapters.get()[1].getAddresses().size(), 1u);
+}
+
+TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningContainersShowTheirLiveAdapters)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    m_host.settings();
+    m_host.container(101, "NETIF=\"name=venet0,host_routed=yes,ip=10.1.1.1;name=eth0,ip=10.0.0.2/24;"
+                          "name=eth1,dhcp=yes\"\n");
+    m_host.container(102, "NETIF=\"name=venet0,host_routed=yes,ip=10.1.1.2;name=eth0,ip=10.0.0.3/24\"\n");
+    m_host.running("101\n");
+    m_host.kernel(101, "veth.eth0.state", "down");
+    m_host.kernel(101, "veth.eth1.state", "up");
+    m_host.kernel(101, "veth.eth1.addresses", "192.168.5.7/24");
+    KQSVPSList list;
+    ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
+
+    KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
+    list[101].config->getNetVEths(adapters);
+    ASSERT_EQ(adapters.get().size(), 3u);
+    EXPECT_EQ(adapters.get()[0].getStatus(), KQSNetVEth::STATUS_UP);
+    EXPECT_EQ(adapters.get()[1].getStatus(), KQSNetVEth::STATUS_DOWN);
+    EXPECT_EQ(adapters.get()[2].getStatus(), KQSNetVEth::STATUS_UP);
+    ASSERT_EQ(adapters.get()[2].getAddresses().size(), 1u);
+    EXPECT_EQ(adapters.get()[2].getAddresses()[0].toString(), "192.168.5.7/24");
+    KQC::KQCOptionalProperty<KQC::KQCIPAddressList> addresses;
+    list[101].config->getAddresses(addresses);
+    EXPECT_EQ(addresses.get().size(), 3u);
+
+    // A stopped container's adapters have no live state.
+    list[102].config->getNetVEths(adapters);
+    EXPECT_EQ(adapters.get()[0].getStatus(), KQSNetVEth::STATUS_UNKNOWN);
+
+    // It stops: the state it had while running does not stay.
+    m_host.running("");
+    ASSERT_EQ(VE::getVPSList(list, false, false), 0);
+    list[101].config->getNetVEths(adapters);
+    EXPECT_EQ(adapters.get()[0].getStatus(), KQSNetVEth::STATUS_UNKNOWN);
+    EXPECT_EQ(adapters.get()[1].getStatus(), KQSNetVEth::STATUS_UNKNOWN);
+}
+
+TEST_F(KQSVEActionSystemLinuxListKernelTest, AdapterBothUpAndDownIsLoggedAndTheContainerStays)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    m_host.settings();
+    m_host.container(101, "NETIF=\"name=eth0,ip=10.0.0.2/24\"\n");
+    m_host.running("101\n");
+    m_host.kernel(101, "veth.eth0.state", "up down");
+    ASSERT_EQ(KQC::LogSettings::setFile(m_host.path("agent.log")), 0);
+    KQC::LogSettings::setThreshold(1);
+    KQSVPSList list;
+    ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(stateOf(list, 101), 6);
+    EXPECT_NE(kqtest::readFile(m_host.path("agent.log"))
+                  .find("can't get parameters for veth:invalid up/down status of VEth: ctid:101 veth:\"eth0\"\n"),
+              std::string::npos);
+
+    KQSEnvConfig config(*list[101].config);
+    EXPECT_EQ(VE::getActualParametersForVEth(config), -1);
+    EXPECT_STREQ(KQC::getErrorMessage(), "invalid up/down status of VEth: ctid:101 veth:\"eth0\"");
+    config.unsetVeid();
+    EXPECT_EQ(VE::getActualParametersForVEth(config), -1);
+    EXPECT_STREQ(KQC::getErrorMessage(), "can't get CTID");
+    KQSEnvConfig empty;
+    EXPECT_EQ(VE::getActualParametersForVEth(empty), 0);
+}
+
+TEST_F(KQSVEActionSystemLinuxListKernelTest, BrokenHostsGiveTheirResults)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    KQSVPSList list;
+    // No host settings.
+    EXPECT_EQ(VE::getVPSList(list, false, false), -7);
+    m_host.settings();
+    m_host.container(101);
+    m_host.write("etc/sysconfig/kq-scripts/102.conf", "this is = not \"a shell file\n");
+    ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(veidsOf(list), std::set<int>{101});
+    // The mount table cannot be read.
+    m_host.remove("proc/mounts");
+    ASSERT_EQ(KQC::LogSettings::setFile(m_host.path("agent.log")), 0);
+    KQC::LogSettings::setThreshold(1);
+    EXPECT_EQ(VE::getVPSList(list, false, false), -1);
+    EXPECT_STREQ(KQC::getErrorMessage(), "Cannot open file /proc/mounts");
+    EXPECT_NE(kqtest::readFile(m_host.path("agent.log")).find(" Cannot open file /proc/mounts\n"), std::string::npos);
+    m_host.write("proc/mounts", "");
+    // The lock folder is gone; a missing dump folder is not an error.
+    m_host.remove("kq/dump");
+    ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
+    m_host.remove("kq/lock");
+    EXPECT_EQ(VE::getVPSList(list, false, false), -1);
+    m_host.mkdir("kq/lock");
+    // The configuration folder is gone.
+    m_host.remove("etc/sysconfig/kq-scripts");
+    EXPECT_EQ(VE::getVPSList(list, false, false), -1);
+}
+
+TEST_F(KQSVEActionSystemLinuxListKernelTest, HostWithoutLockOrDumpFolderSettings)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    m_host.settings(false, false);
+    m_host.container(101), m_host.dumped(101);
+    m_host.locked(102, livePid(), "creating");
+    KQSVPSList list;
+    ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(veidsOf(list), std::set<int>{101});
+    EXPECT_EQ(stateOf(list, 101), 3);
+}
+
+} // namespace
