@@ -84,6 +84,34 @@ void markRegistryModified()
     isModifiedForGetVEIDMap = true;
 }
 
+// The EID list, from the cache while the folder is unchanged and we wrote
+// nothing. The caller holds lockModify.
+int readEnvListLocked(KQC::KQCEIDSet& out)
+{
+    const std::string folder = agentConfigFolder();
+    if (!envListStamp.changed(folder) && !isModifiedForGetEnvList) {
+        out = envListCache;
+        return 0;
+    }
+    envListCache.clear();
+    KQC::OpenDir dir(folder);
+    if (!dir) {
+        KQC::setErrorMessage("Can't opendir '%s' : %s", folder.c_str(), std::strerror(errno));
+        envListStamp.forget();
+        return -4;
+    }
+    while (dir.read()) {
+        KQC::KQCEID eid;
+        // Only files named by a GUID are environments ("." and ".." and the
+        // lock and temporary files beside them are not).
+        if (eid.fromString(dir.name()) == 0)
+            envListCache.insert(eid);
+    }
+    out = envListCache;
+    isModifiedForGetEnvList = false;
+    return 0;
+}
+
 // Reads the file into the cache entry; the entry's pointer is empty only
 // when the file was never read.
 boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std::string& path, CachedConfig& entry)
@@ -206,28 +234,7 @@ std::string KQSEnvMLocal::getVPSAgentConfigPathByEid(const KQC::KQCEID& eid)
 int KQSEnvMLocal::getEnvList(KQC::KQCEIDSet& out)
 {
     KQC::KQCGuard guard(lockModify);
-    const std::string folder = agentConfigFolder();
-    if (!envListStamp.changed(folder) && !isModifiedForGetEnvList) {
-        out = envListCache;
-        return 0;
-    }
-    envListCache.clear();
-    KQC::OpenDir dir(folder);
-    if (!dir) {
-        KQC::setErrorMessage("Can't opendir '%s' : %s", folder.c_str(), std::strerror(errno));
-        envListStamp.forget();
-        return -4;
-    }
-    while (dir.read()) {
-        KQC::KQCEID eid;
-        // Only files named by a GUID are environments ("." and ".." and the
-        // lock and temporary files beside them are not).
-        if (eid.fromString(dir.name()) == 0)
-            envListCache.insert(eid);
-    }
-    out = envListCache;
-    isModifiedForGetEnvList = false;
-    return 0;
+    return readEnvListLocked(out);
 }
 
 boost::shared_ptr<KQSEnvConfig> KQSEnvMLocal::getEnvConfig(const KQC::KQCEID& eid)
@@ -294,11 +301,14 @@ int KQSEnvMLocal::findByEid(const KQC::KQCEID& eid, int* veid)
 
 int KQSEnvMLocal::getVEIDMap(std::map<int, KQC::KQCEID>& out)
 {
+    // The list is taken under the same hold as the map is built: a write
+    // landing between the two would otherwise be missing from a map that
+    // then counts as fresh.
+    KQC::KQCGuard guard(lockModify);
     KQC::KQCEIDSet eids;
-    int rc = getEnvList(eids);
+    int rc = readEnvListLocked(eids);
     if (rc != 0)
         return rc;
-    KQC::KQCGuard guard(lockModify);
     if (!veidMapStamp.changed(agentConfigFolder()) && !isModifiedForGetVEIDMap) {
         out = veidMapCache;
         return 0;
