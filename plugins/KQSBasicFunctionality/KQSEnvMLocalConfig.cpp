@@ -11,7 +11,8 @@ namespace {
 // The general rule: a property the target has is kept; otherwise the
 // source's is taken whole (lists and sets replace, they are never joined).
 template <class T, class Getter, class Setter>
-void takeIfMissing(const KQSEnvConfig& source, KQSEnvConfig& target, int (Getter::*get)(KQC::KQCOptionalProperty<T>&) const,
+void takeIfMissing(const KQSEnvConfig& source, KQSEnvConfig& target,
+                   int (Getter::*get)(KQC::KQCOptionalProperty<T>&) const,
                    void (Setter::*set)(const KQC::KQCOptionalProperty<T>&))
 {
     KQC::KQCOptionalProperty<T> own;

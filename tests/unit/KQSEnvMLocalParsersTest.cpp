@@ -59,7 +59,8 @@ protected:
 
 TEST_F(ParsersTest, MatchesPlatformAndArchitectureIgnoringCase)
 {
-    auto map = mapOf({vocabulary("vocabulary a\nparameter platform value=Linux\nparameter architecture value=x86_64\n")});
+    auto map = mapOf(
+        {vocabulary("vocabulary a\nparameter platform value=Linux\nparameter architecture value=x86_64\n")});
     EXPECT_TRUE(KQS::KQSEnvMLocal::createParserIfMatchedArchitectureAndPlatform(map, "X86_64", "LINUX"));
     EXPECT_FALSE(KQS::KQSEnvMLocal::createParserIfMatchedArchitectureAndPlatform(map, "i386", "linux"));
     EXPECT_FALSE(KQS::KQSEnvMLocal::createParserIfMatchedArchitectureAndPlatform(map, "x86_64", "linu"));
@@ -72,9 +73,10 @@ TEST_F(ParsersTest, AVocabularyThatDoesNotSayWhatItIsEndsTheWalk)
     auto other = vocabulary("vocabulary other\nparameter platform value=plan9\nparameter architecture value=mips\n");
     auto silent = vocabulary("vocabulary silent\nparameter diskspace group=qos category=qos\n");
     auto target = vocabulary("vocabulary target\nparameter platform value=linux\nparameter architecture value=arm\n");
-    EXPECT_TRUE(KQS::KQSEnvMLocal::createParserIfMatchedArchitectureAndPlatform(mapOf({other, target}), "arm", "linux"));
+    using KQS::KQSEnvMLocal;
+    EXPECT_TRUE(KQSEnvMLocal::createParserIfMatchedArchitectureAndPlatform(mapOf({other, target}), "arm", "linux"));
     EXPECT_FALSE(
-        KQS::KQSEnvMLocal::createParserIfMatchedArchitectureAndPlatform(mapOf({other, silent, target}), "arm", "linux"));
+        KQSEnvMLocal::createParserIfMatchedArchitectureAndPlatform(mapOf({other, silent, target}), "arm", "linux"));
 
     // Once the platform matched, a missing architecture stops the walk too;
     // an architecture without a value merely passes it on.
