@@ -8,6 +8,7 @@ const std::map<std::string, CommandHandler>& commandTable()
         CommandMap commands;
         addEnvCommands(commands);
         addRegistryCommands(commands);
+        addConfigCommands(commands);
         return commands;
     }();
     return table;

@@ -9,5 +9,6 @@ typedef std::map<std::string, CommandHandler> CommandMap;
 
 void addEnvCommands(CommandMap& commands);
 void addRegistryCommands(CommandMap& commands);
+void addConfigCommands(CommandMap& commands);
 
 } // namespace kqagent

@@ -80,11 +80,18 @@ int KQSEnvLock::setPathLazy()
         return 0;
     if (m_veid == 0 && veidFromCache(eid, m_veid) != 0)
         return 1;
-    std::string lockDir;
+    KQSVtSettings settings;
     KQSEnvMLocal envm{KQC::KQCAccessProvider()};
-    if (envm.getLockDir(lockDir) != 0)
+    if (envm.getVtSettings(settings) != 0)
         return 1;
-    m_path = lockDir + "/" + std::to_string(m_veid) + ".lck";
+    KQC::KQCOptionalProperty<std::string> lockDir;
+    settings.getLockDir(lockDir);
+    if (!lockDir.isSpecified()) {
+        // Without it the lock would land in "/", where the tools never look.
+        KQC::setErrorMessage("the host settings give no LOCKDIR");
+        return 1;
+    }
+    m_path = lockDir.get() + "/" + std::to_string(m_veid) + ".lck";
     return 0;
 }
 

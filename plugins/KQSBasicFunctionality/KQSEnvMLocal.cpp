@@ -1,9 +1,22 @@
 #include "KQSEnvMLocal.h"
 
-#include "KQC/Error.h"
-#include "KQC/HostPaths.h"
+#include "KQSBasicFunctionalityCommon.h"
+#include "KQSEnvConfigLock.h"
+#include "KQSVEActionSystemLinux.h"
 
-#include <fstream>
+#include "KQC/Error.h"
+#include "KQC/Files.h"
+#include "KQC/HostPaths.h"
+#include "KQC/Lock.h"
+#include "KQC/Message.h"
+#include "KQS/PathModTime.h"
+
+#include <boost/filesystem.hpp>
+#include <boost/make_shared.hpp>
+
+#include <cerrno>
+#include <cstring>
+#include <sstream>
 
 namespace KQS {
 namespace {
@@ -16,33 +29,131 @@ int notAvailable(const char* operation)
     return KQC::KQC_ERR_NOT_SUPPORTED;
 }
 
-// The value of KEY in a shell-variable file: the last assignment wins, as
-// when the file is sourced. Quotes around the value are removed.
-bool readShellValue(const std::string& path, const std::string& key, std::string& value)
+const char* const kEnvType = "corvantis";
+
+std::string agentConfigFolder()
 {
-    std::ifstream in(path);
-    if (!in)
-        return false;
-    bool found = false;
-    std::string line;
-    while (std::getline(in, line)) {
-        size_t start = line.find_first_not_of(" \t");
-        if (start == std::string::npos || line.compare(start, key.size() + 1, key + "=") != 0)
-            continue;
-        std::string text = line.substr(start + key.size() + 1);
-        while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r'))
-            text.pop_back();
-        if (text.size() >= 2 && (text[0] == '"' || text[0] == '\'') && text.back() == text[0])
-            text = text.substr(1, text.size() - 2);
-        value = text;
-        found = true;
+    return KQC::KQCInstanceFolders::etc().leaf("configs").string();
+}
+
+// The remembered stamp of the configuration folder. The folder's path is
+// kept with it: a stamp says nothing about another folder (the host root
+// may be another one by now).
+struct FolderStamp {
+    std::string folder;
+    KQSPathModTime stamp;
+
+    // Whether the folder changed since the last call (remembering it now).
+    bool changed(const std::string& path)
+    {
+        bool sameFolder = folder == path;
+        folder = path;
+        bool modified = stamp.update(path);
+        return modified || !sameFolder;
     }
-    return found;
+    void forget()
+    {
+        folder.clear();
+        stamp.reset();
+    }
+};
+
+// The registry's shared state. lockModify guards the two flags and the two
+// list caches; the configuration cache has a lock of its own, always taken
+// after lockModify when both are held.
+KQC::KQCLock lockModify;
+bool isModifiedForGetEnvList = false;
+bool isModifiedForGetVEIDMap = false;
+KQC::KQCEIDSet envListCache;
+FolderStamp envListStamp;
+std::map<int, KQC::KQCEID> veidMapCache;
+FolderStamp veidMapStamp;
+
+struct CachedConfig {
+    KQSPathModTime stamp;
+    boost::shared_ptr<KQSEnvConfig> config;
+};
+KQC::KQCLock configCacheLock;
+// By the file's path, which names the EID (and the host root in use).
+std::map<std::string, CachedConfig> configCache;
+
+void markRegistryModified()
+{
+    KQC::KQCGuard guard(lockModify);
+    isModifiedForGetEnvList = true;
+    isModifiedForGetVEIDMap = true;
+}
+
+// The EID list, from the cache while the folder is unchanged and we wrote
+// nothing. The caller holds lockModify.
+int readEnvListLocked(KQC::KQCEIDSet& out)
+{
+    const std::string folder = agentConfigFolder();
+    if (!envListStamp.changed(folder) && !isModifiedForGetEnvList) {
+        out = envListCache;
+        return 0;
+    }
+    envListCache.clear();
+    KQC::OpenDir dir(folder);
+    if (!dir) {
+        KQC::setErrorMessage("Can't opendir '%s' : %s", folder.c_str(), std::strerror(errno));
+        envListStamp.forget();
+        return -4;
+    }
+    while (dir.read()) {
+        KQC::KQCEID eid;
+        // Only files named by a GUID are environments ("." and ".." and the
+        // lock and temporary files beside them are not).
+        if (eid.fromString(dir.name()) == 0)
+            envListCache.insert(eid);
+    }
+    out = envListCache;
+    isModifiedForGetEnvList = false;
+    return 0;
+}
+
+// Reads the file into the cache entry; the entry's pointer is empty only
+// when the file was never read.
+boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std::string& path, CachedConfig& entry)
+{
+    boost::shared_ptr<KQC::KQCMessage> message = KQC::KQCMsgFactory::createNew();
+    if (message->load(path) != 0) {
+        KQC::setErrorMessage("read '%s' : %s", path.c_str(), std::strerror(errno));
+        // Read it again next time rather than answer from a file we lost.
+        entry.stamp.reset();
+        return boost::shared_ptr<KQSEnvConfig>();
+    }
+    // A file that does not parse leaves an empty configuration behind: the
+    // environment stays known, without properties, until the file changes.
+    entry.config = boost::make_shared<KQSEnvConfig>();
+    if (message->getIterator().getObj(KQC::TAG_ENV_CONFIG, *entry.config) != 0) {
+        KQC::setErrorMessage("can't parse env#%s config", eid.toString().c_str());
+        return boost::shared_ptr<KQSEnvConfig>();
+    }
+    return entry.config;
+}
+
+// A private file's name must stay inside the private area.
+bool isSafePrivateName(const std::string& name)
+{
+    if (name.empty() || name[0] == '/')
+        return false;
+    std::istringstream parts(name);
+    std::string part;
+    while (std::getline(parts, part, '/'))
+        if (part == "..")
+            return false;
+    return true;
 }
 
 } // namespace
 
-KQSEnvMLocal::KQSEnvMLocal(const KQC::KQCAccessProvider& access) : KQCRequestModificatorLocal(access) {}
+KQSEnvMLocal::KQSEnvMLocal(const KQC::KQCAccessProvider& access)
+    : KQCRequestModificatorLocal(access),
+      m_veidStorage(KQC::KQCInstanceFolders::base().leaf("current_veid")),
+      m_veidLock(KQC::KQCInstanceFolders::base().leaf("current_veid.lock"))
+{
+}
 
 KQSEnvMLocal::~KQSEnvMLocal() = default;
 
@@ -94,37 +205,9 @@ int KQSEnvMLocal::set(const KQC::KQCEID&, const KQC::KQCGUID&, const char*, cons
     return notAvailable("set from a sample");
 }
 
-int KQSEnvMLocal::getVirtualConfig(boost::shared_ptr<KQC::KQCVEnvConfig>&, const boost::shared_ptr<KQC::KQCNativeConfig>&)
-{
-    return notAvailable("getVirtualConfig");
-}
-
-int KQSEnvMLocal::getNativeConfig(boost::shared_ptr<KQC::KQCNativeConfig>&, const boost::shared_ptr<KQC::KQCVEnvConfig>&)
-{
-    return notAvailable("getNativeConfig");
-}
-
-int KQSEnvMLocal::findByVeid(int veid, KQC::KQCEID&)
-{
-    KQC::setErrorMessage("eid for ctid#%d not found", veid);
-    return KQC::KQC_ERR_NO_ENV_FOR_VEID;
-}
-
-int KQSEnvMLocal::allocateVeid(int&) { return notAvailable("allocateVeid"); }
-
 int KQSEnvMLocal::setUserPassword(const KQC::KQCEID&, const std::string&, const std::string&)
 {
     return notAvailable("setUserPassword");
-}
-
-int KQSEnvMLocal::putPrivate(const KQC::KQCEID&, const std::string&, const std::string&)
-{
-    return notAvailable("putPrivate");
-}
-
-int KQSEnvMLocal::getPrivate(const KQC::KQCEID&, const std::string&, std::string&)
-{
-    return notAvailable("getPrivate");
 }
 
 int KQSEnvMLocal::move(const KQC::KQCEID&, int, const std::string&, const std::string&) { return notAvailable("move"); }
@@ -141,19 +224,276 @@ int KQSEnvMLocal::getInfoEx(const KQC::KQCEIDSet&, KQC::KQCEnvVector&, unsigned 
     return 0;
 }
 
-int KQSEnvMLocal::getLockDir(std::string& dir)
+std::string KQSEnvMLocal::getVPSAgentConfigPathByEid(const KQC::KQCEID& eid)
 {
-    std::string path = KQC::hostPath("/etc/sysconfig/kq");
-    if (!readShellValue(path, "LOCKDIR", dir)) {
-        KQC::setErrorMessage("can't read LOCKDIR from '%s'", path.c_str());
+    return KQC::KQCInstanceFolders::etc().leaf("configs").leaf(eid.toString()).string();
+}
+
+// ---- the registry ----
+
+int KQSEnvMLocal::getEnvList(KQC::KQCEIDSet& out)
+{
+    KQC::KQCGuard guard(lockModify);
+    return readEnvListLocked(out);
+}
+
+boost::shared_ptr<KQSEnvConfig> KQSEnvMLocal::getEnvConfig(const KQC::KQCEID& eid)
+{
+    const std::string path = getVPSAgentConfigPathByEid(eid);
+    boost::shared_ptr<KQSEnvConfig> config;
+    {
+        KQC::KQCGuard guard(configCacheLock);
+        CachedConfig& entry = configCache[path];
+        if (entry.stamp.update(path) || !entry.config)
+            config = loadEnvConfig(eid, path, entry);
+        else
+            config = entry.config;
+    }
+    // Callers may change what they get; the cached record is shared.
+    if (!config)
+        return config;
+    return boost::make_shared<KQSEnvConfig>(*config);
+}
+
+int KQSEnvMLocal::putEnvConfig(const KQC::KQCEID& eid, const KQSEnvConfig& config, bool)
+{
+    const std::string path = getVPSAgentConfigPathByEid(eid);
+    boost::shared_ptr<KQC::KQCMessage> message = KQC::KQCMsgFactory::createNew();
+    message->setName("packet");
+    KQC::KQCMessageIterator it = message->getIterator();
+    it.putObj(KQC::TAG_ENV_CONFIG, config);
+
+    // A fresh host has no folder yet.
+    KQC::mkDeepDir(path, 0755, KQC::MKDIR_EXCLUDE_LAST);
+    KQC::TemporaryFile temporary(path, true);
+    if (!temporary.isValid()) {
+        KQC::setErrorMessage("can't create tmp file for '%s' : %s", path.c_str(), std::strerror(errno));
+        return -9;
+    }
+    if (message->save(temporary.getpath()) != 0) {
+        KQC::setErrorMessage("can't write env config '%s' : %s", path.c_str(), std::strerror(errno));
+        return -9;
+    }
+    temporary.close();
+    if (KQC::copyFile(temporary.getpath(), path) != 0) {
+        KQC::setErrorMessage("can't copy tmp file '%s' to '%s' : %s", temporary.getpath().c_str(), path.c_str(),
+                             std::strerror(errno));
+        return -9;
+    }
+    markRegistryModified();
+    return 0;
+}
+
+int KQSEnvMLocal::findByEid(const KQC::KQCEID& eid, int* veid)
+{
+    boost::shared_ptr<KQSEnvConfig> config = getEnvConfig(eid);
+    if (!config)
+        return -8;
+    int found = 0;
+    if (config->getVeid(found) != 0) {
+        KQC::setErrorMessage("can't find ctid in env '%s' config", eid.toString().c_str());
+        return -7;
+    }
+    if (veid)
+        *veid = found;
+    return 0;
+}
+
+int KQSEnvMLocal::getVEIDMap(std::map<int, KQC::KQCEID>& out)
+{
+    // The list is taken under the same hold as the map is built: a write
+    // landing between the two would otherwise be missing from a map that
+    // then counts as fresh.
+    KQC::KQCGuard guard(lockModify);
+    KQC::KQCEIDSet eids;
+    int rc = readEnvListLocked(eids);
+    if (rc != 0)
+        return rc;
+    if (!veidMapStamp.changed(agentConfigFolder()) && !isModifiedForGetVEIDMap) {
+        out = veidMapCache;
+        return 0;
+    }
+    veidMapCache.clear();
+    // In EID order, so that of two environments claiming one VEID the one
+    // whose EID sorts last is kept.
+    for (const KQC::KQCEID& eid : eids) {
+        int veid = 0;
+        if (findByEid(eid, &veid) == 0)
+            veidMapCache[veid] = eid;
+    }
+    isModifiedForGetVEIDMap = false;
+    out = veidMapCache;
+    return 0;
+}
+
+int KQSEnvMLocal::findByVeid(int veid, KQC::KQCEID& eid, const boost::shared_ptr<std::map<int, KQC::KQCEID>>& map)
+{
+    std::map<int, KQC::KQCEID> fresh;
+    const std::map<int, KQC::KQCEID>* lookIn = map.get();
+    if (!lookIn) {
+        if (getVEIDMap(fresh) != 0)
+            return KQC::KQC_ERR_NO_ENV_FOR_VEID;
+        lookIn = &fresh;
+    }
+    auto it = lookIn->find(veid);
+    if (it == lookIn->end()) {
+        KQC::setErrorMessage("eid for ctid#%d not found", veid);
+        return KQC::KQC_ERR_NO_ENV_FOR_VEID;
+    }
+    eid = it->second;
+    return 0;
+}
+
+int KQSEnvMLocal::findByVeid(int veid, KQC::KQCEID& eid)
+{
+    return findByVeid(veid, eid, boost::shared_ptr<std::map<int, KQC::KQCEID>>());
+}
+
+bool KQSEnvMLocal::findByVe(const KQSEnvConfig& config, KQC::KQCEID& eid)
+{
+    std::string privateDir;
+    if (config.getVEPrivate(privateDir) != 0)
+        return false;
+    const std::string path = privateDir + "/.kqs/eid.conf";
+    std::string text;
+    if (KQC::file2str(path, text) != 0)
+        return false;
+    std::istringstream words(text);
+    std::string word;
+    words >> word;
+    // A record that is no GUID leaves `eid` as it was; the caller decides.
+    eid.fromString(word);
+    KQS_LOG().put(3, "Get EID#%s from file %s, str %s", eid.toString().c_str(), path.c_str(), word.c_str());
+    return true;
+}
+
+int KQSEnvMLocal::addNewEnv(int veid, KQC::KQCEID& eid)
+{
+    if (!eid.isValid()) {
+        // The container may remember its identity from an earlier life of
+        // the agent's files.
+        KQSVPSList containers;
+        containers[veid] = KQSVPSEntry();
+        if (KQSVEActionSystemLinux::getVPSList(containers, false, true) == 0) {
+            auto it = containers.find(veid);
+            if (it != containers.end() && it->second.config)
+                findByVe(*it->second.config, eid);
+        }
+    }
+    if (!eid.isValid())
+        eid.generate();
+    KQSEnvConfig config;
+    config.setVeid(veid);
+    config.setType(KQC::KQCEnvType(kEnvType));
+    int rc = putEnvConfig(eid, config);
+    if (rc != 0) {
+        KQS_LOG().put(1, "[%s] putEnvConfig failed : %s", "addNewEnv", KQC::getErrorMessage());
+        return rc;
+    }
+    return 0;
+}
+
+int KQSEnvMLocal::updateEnvEID(const KQC::KQCEID& eid, const std::string& privatePath)
+{
+    const std::string path = privatePath + "/.kqs/eid.conf";
+    const boost::filesystem::path folder = boost::filesystem::path(path).parent_path();
+    try {
+        boost::filesystem::create_directory(folder);
+    } catch (const boost::filesystem::filesystem_error& e) {
+        KQS_LOG().put(1, "failed to create folder %s: %s", folder.string().c_str(), e.what());
+        KQC::setErrorMessage("failed to create folder %s: %s", folder.string().c_str(), e.what());
+        return -1;
+    }
+    if (KQC::str2file(path, eid.toString()) != 0) {
+        KQC::setErrorMessage("can't write '%s' : %s", path.c_str(), std::strerror(errno));
         return -1;
     }
     return 0;
 }
 
-std::string KQSEnvMLocal::getVPSAgentConfigPathByEid(const KQC::KQCEID& eid)
+int KQSEnvMLocal::updateEnvEID(const KQC::KQCEID& eid, const boost::shared_ptr<KQSEnvConfig>& config)
 {
-    return KQC::KQCInstanceFolders::etc().leaf("configs").leaf(eid.toString()).string();
+    std::string privateDir;
+    if (!config || config->getVEPrivate(privateDir) != 0) {
+        KQC::setErrorMessage("can't find VE_PRIVATE of env '%s'", eid.toString().c_str());
+        return -1;
+    }
+    return updateEnvEID(eid, privateDir);
+}
+
+int KQSEnvMLocal::removeEnv(const KQC::KQCEID& eid)
+{
+    KQSEnvConfigLock lock;
+    if (lock.lock(eid) != 0) {
+        // Somebody is creating or removing it right now: theirs to finish.
+        KQS_LOG().put(3, "Skip remove env eid#%s, 'cause env file is locked", eid.toString().c_str());
+        return 0;
+    }
+    KQC::removeFile(getVPSAgentConfigPathByEid(eid));
+    KQS_LOG().put(3, "Remove env eid#%s", eid.toString().c_str());
+    markRegistryModified();
+    return 0;
+}
+
+// ---- the agent's private files in containers ----
+
+int KQSEnvMLocal::processPrivate(const KQC::KQCEID& eid, const std::string& name, std::string& data, bool get,
+                                 bool raw)
+{
+    int veid = 0;
+    KQSEnvMLocal internal{KQC::KQCAccessProvider()};
+    if (internal.findByEid(eid, &veid) != 0) {
+        KQC::setErrorMessage("can't find ctid by env");
+        return -8;
+    }
+    std::string privateDir;
+    if (KQSVEActionSystemLinux::getPrivateDir(veid, &privateDir) != 0) {
+        KQC::setErrorMessage("can't get VEPrivate");
+        return -7;
+    }
+    if (!isSafePrivateName(name)) {
+        KQC::setErrorMessage("can't use '%s' as a private file name", name.c_str());
+        return get ? -4 : -9;
+    }
+    const std::string path = privateDir + (raw ? "/" : "/kqagent/") + name;
+    if (get) {
+        if (KQC::file2str(path, data) != 0) {
+            KQC::setErrorMessage("can't read '%s' failed : %s", path.c_str(), std::strerror(errno));
+            return -4;
+        }
+        return 0;
+    }
+    if (data.empty()) {
+        if (KQC::removeFile(path) != 0) {
+            KQC::setErrorMessage("can't delete '%s' failed : %s", path.c_str(), std::strerror(errno));
+            return -9;
+        }
+        return 0;
+    }
+    if (KQC::mkDeepDir(path, 0755, KQC::MKDIR_EXCLUDE_LAST) != 0 || KQC::str2file(path, data) != 0) {
+        KQC::setErrorMessage("can't create/write '%s' failed : %s", path.c_str(), std::strerror(errno));
+        return -9;
+    }
+    return 0;
+}
+
+int KQSEnvMLocal::getPrivate(const KQC::KQCEID& eid, const std::string& name, std::string& data)
+{
+    int rc = KQC::KQCAccessChecker::accessCheck(KQC::KQCAccessChecker::getClientContext(access()), eid,
+                                               KQC::RIGHT_PRIVATE_READ);
+    if (rc != 0)
+        return rc;
+    return processPrivate(eid, name, data, true, false);
+}
+
+int KQSEnvMLocal::putPrivate(const KQC::KQCEID& eid, const std::string& name, const std::string& data)
+{
+    int rc = KQC::KQCAccessChecker::accessCheck(KQC::KQCAccessChecker::getClientContext(access()), eid,
+                                               KQC::RIGHT_PRIVATE_WRITE);
+    if (rc != 0)
+        return rc;
+    std::string copy = data;
+    return processPrivate(eid, name, copy, false, false);
 }
 
 } // namespace KQS

@@ -12,6 +12,8 @@
 #include "KQS/EnvConfig.h"
 #include "KQS/EnvM.h"
 #include "KQS/VtSettings.h"
+#include "KQSFileLock.h"
+#include "KQSVeidStorage.h"
 
 #include <boost/shared_ptr.hpp>
 #include <map>
@@ -60,32 +62,93 @@ public:
 
     int getInfoEx(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask, bool sync) override;
 
-    // The lock folder of the host settings.
-    int getLockDir(std::string& dir);
     // The agent-side file of an environment: etc/configs/<EID>.
     static std::string getVPSAgentConfigPathByEid(const KQC::KQCEID& eid);
 
-    // The registry (agent-side files, EID <-> VEID).
+    // The registry: one agent-side file per environment (a message holding
+    // its configuration), and the EID record inside each container.
+    // Thread safe: the EID list and VEID map caches are shared by every
+    // manager of the process under one lock, the configuration cache under
+    // another, always taken in that order.
+    //
+    // 0, or -4 with "Can't opendir '%s' : %s".
     int getEnvList(KQC::KQCEIDSet& out);
+    // A copy of the environment's configuration; empty with "read '%s' : %s"
+    // or "can't parse env#%s config". A file that does not parse reads as an
+    // empty configuration until it changes.
     boost::shared_ptr<KQSEnvConfig> getEnvConfig(const KQC::KQCEID& eid);
+    // Replaces the agent-side file; `flag` is not used. 0, or -9 with the
+    // message set (the old file is then untouched).
     int putEnvConfig(const KQC::KQCEID& eid, const KQSEnvConfig& config, bool flag = false);
+    // 0 with the VEID; -8 when the environment has no readable file, -7
+    // with "can't find ctid in env '%s' config" when it holds no VEID.
     int findByEid(const KQC::KQCEID& eid, int* veid);
+    // Looks the VEID up in `map`, or in a fresh map when it is empty. 0, or
+    // 3804 with "eid for ctid#%d not found".
     int findByVeid(int veid, KQC::KQCEID& eid, const boost::shared_ptr<std::map<int, KQC::KQCEID>>& map);
+    // VEID -> EID of every registered environment that has a VEID; of two
+    // environments with one VEID the one whose EID sorts last wins.
     int getVEIDMap(std::map<int, KQC::KQCEID>& out);
+    // The EID recorded inside the container ("/.kqs/eid.conf" of its
+    // private area); false when there is no readable record.
     bool findByVe(const KQSEnvConfig& config, KQC::KQCEID& eid);
+    // Registers the container: with `eid` when it is valid, else with the
+    // EID the container records, else with a new one. 0 or putEnvConfig's
+    // failure.
     int addNewEnv(int veid, KQC::KQCEID& eid);
+    // Writes the EID record into a container's private area. 0 or -1.
     int updateEnvEID(const KQC::KQCEID& eid, const std::string& privatePath);
     int updateEnvEID(const KQC::KQCEID& eid, const boost::shared_ptr<KQSEnvConfig>& config);
+    // Forgets the environment (removes its agent-side file) unless somebody
+    // holds its configuration lock; always 0.
     int removeEnv(const KQC::KQCEID& eid);
 
-    // Host virtualization settings ("/etc/sysconfig/kq").
+    // VEIDs. The bounds come from the agent's configuration
+    // ("data/kqsenvm/configuration"); 0 when it has them, else -1 with the
+    // defaults 100 and 134217727 in the outputs.
+    int getVeidBounds(int* min, int* max);
+    // 0 when no cached environment uses the VEID, else -1.
+    int checkVeid(int veid);
+    // A free VEID whose private and root areas do not exist yet (templates
+    // from `config` when it has them, else from the host settings). 0, -1
+    // with "can't allocate ctid - no free resources.", or allocateVeid's
+    // failure.
+    int allocateVeidFromMaster(int& veid, const KQSEnvConfig* config);
+    // The first VEID from `veid` on that no cached environment uses (the
+    // gap search over VEIDs >= min). 0, or -1 without an environment cache.
+    int initVeid(int& veid, int min);
+    KQSVeidStorage& veidStorage() { return m_veidStorage; }
+    KQSFileLock& veidLock() { return m_veidLock; }
+
+    // Host virtualization settings ("/etc/sysconfig/kq"). 0, or -1 with
+    // "open '%s' : %s" / "parse '%s' config".
     int getVtSettings(KQSVtSettings& settings);
 
     // Configurations.
     static void mergeConfigs(const KQSEnvConfig& source, KQSEnvConfig& target);
     static void mergeConfigsKQDefaultToVE(const KQSEnvConfig& source, KQSEnvConfig& target);
     static void fillSystemInfo(KQSEnvConfig& config);
+    // Parsers. The local parser is made once from the host's vocabulary
+    // (empty while there is none). A vocabulary map matches when one of its
+    // vocabularies has the platform and architecture (case ignored); a
+    // vocabulary without "platform" (or, once the platform matched, without
+    // "architecture") ends the search of its map unmatched.
     static boost::shared_ptr<KQSEnvConfigBashParser> getLocalEnvConfigParser();
+    static boost::shared_ptr<KQSEnvConfigBashParser> createParserIfMatchedArchitectureAndPlatform(
+        const boost::shared_ptr<KQC::KQCVocMap>& vocabularies, const std::string& architecture,
+        const std::string& platform);
+    // The host's vocabulary first, then every known one in order.
+    static boost::shared_ptr<KQSEnvConfigBashParser> lookupFirstMatchedParser(const std::string& architecture,
+                                                                              const std::string& platform);
+
+private:
+    // The agent's private file NAME in the container (or the private area's
+    // own file in raw mode): read it, write it, or delete it when `data` is
+    // empty. 0, -8, -7, -4 or -9 with the message set.
+    int processPrivate(const KQC::KQCEID& eid, const std::string& name, std::string& data, bool get, bool raw);
+
+    KQSVeidStorage m_veidStorage;
+    KQSFileLock m_veidLock;
 };
 
 } // namespace KQS

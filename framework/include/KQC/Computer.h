@@ -1,0 +1,33 @@
+#pragma once
+// The computer manager: what the host itself is.
+//
+// KQCSystemInfo holds the host's OS (platform "Linux", the distribution and
+// its version from the release file "/etc/os-release" under the host root,
+// the kernel release) and the machine's architecture ("x86_64").
+// Thread safety: getSystem may be called from any thread; it reads the
+// files afresh at each call.
+#include "KQC/Access.h"
+#include "KQC/EnvConfig.h"
+
+#include <string>
+
+namespace KQC {
+
+struct KQCSystemInfo {
+    KQCOS os;
+    std::string architecture;
+};
+
+class KQCComputerMLocal {
+public:
+    explicit KQCComputerMLocal(const KQCAccessProvider& access) : m_access(access) {}
+
+    // Fills `info`. 0, or -1 with the message set when the system or the
+    // release file cannot be read; what could be found is filled even then.
+    int getSystem(KQCSystemInfo& info);
+
+private:
+    KQCAccessProvider m_access;
+};
+
+} // namespace KQC
