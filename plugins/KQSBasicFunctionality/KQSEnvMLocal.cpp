@@ -163,35 +163,10 @@ int KQSEnvMLocal::create(boost::shared_ptr<KQC::KQCEnv>*, const KQC::KQCEnvConfi
     return notAvailable("create");
 }
 
-int KQSEnvMLocal::start(const KQC::KQCEID&) { return notAvailable("start"); }
-int KQSEnvMLocal::stop(const KQC::KQCEID&, bool) { return notAvailable("stop"); }
-int KQSEnvMLocal::restart(const KQC::KQCEID&) { return notAvailable("restart"); }
-int KQSEnvMLocal::destroy(const KQC::KQCEID&) { return notAvailable("destroy"); }
 int KQSEnvMLocal::repair(const KQC::KQCEID&) { return notAvailable("repair"); }
 int KQSEnvMLocal::stop_repair(const KQC::KQCEID&) { return notAvailable("stop_repair"); }
-int KQSEnvMLocal::mount(const KQC::KQCEID&) { return notAvailable("mount"); }
-int KQSEnvMLocal::umount(const KQC::KQCEID&) { return notAvailable("umount"); }
 int KQSEnvMLocal::upgrade(const KQC::KQCEID&) { return notAvailable("upgrade"); }
-int KQSEnvMLocal::suspend(const KQC::KQCEID&) { return notAvailable("suspend"); }
 int KQSEnvMLocal::pause(const KQC::KQCEID&) { return notAvailable("pause"); }
-int KQSEnvMLocal::resume(const KQC::KQCEID&) { return notAvailable("resume"); }
-
-int KQSEnvMLocal::getInfo(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask)
-{
-    return getInfoEx(eids, out, mask, false);
-}
-
-int KQSEnvMLocal::getList(KQC::KQCEIDSet& out, const KQC::KQCEnvMListOptions& options)
-{
-    KQC::KQCEnvVector envs;
-    int rc = getInfo(KQC::KQCEIDSet(), envs, 0xffffffff);
-    if (rc)
-        return rc;
-    for (const auto& env : envs)
-        if (options.states.empty() || options.states.count(env->getStatus().state()))
-            out.insert(env->getEID());
-    return 0;
-}
 
 int KQSEnvMLocal::set(const KQC::KQCEID&, const KQC::KQCEnvConfig&, boost::shared_ptr<KQC::KQCEnvConfig>*,
                       const KQC::KQCStringSet&, bool, const char*)
@@ -215,13 +190,6 @@ int KQSEnvMLocal::move(const KQC::KQCEID&, int, const std::string&, const std::s
 int KQSEnvMLocal::clone(const KQC::KQCEID&, const std::set<int>&, const std::string&, const std::string&)
 {
     return notAvailable("clone");
-}
-
-int KQSEnvMLocal::getInfoEx(const KQC::KQCEIDSet&, KQC::KQCEnvVector&, unsigned int, bool)
-{
-    // The registry and the container listing are not joined yet: no
-    // environment is known.
-    return 0;
 }
 
 std::string KQSEnvMLocal::getVPSAgentConfigPathByEid(const KQC::KQCEID& eid)

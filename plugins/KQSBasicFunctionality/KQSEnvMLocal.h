@@ -13,6 +13,7 @@
 #include "KQS/EnvM.h"
 #include "KQS/VtSettings.h"
 #include "KQSFileLock.h"
+#include "KQSVEActionSystemLinux.h"
 #include "KQSVeidStorage.h"
 
 #include <boost/shared_ptr.hpp>
@@ -119,6 +120,10 @@ public:
     int initVeid(int& veid, int min);
     KQSVeidStorage& veidStorage() { return m_veidStorage; }
     KQSFileLock& veidLock() { return m_veidLock; }
+
+    // Resolves the environment's container and runs one action on it; on
+    // success the client is told that the container's configuration changed.
+    int actionWithVPS(const KQC::KQCEID& eid, const KQSVEActionSystemLinux::CmdType& cmd);
 
     // Host virtualization settings ("/etc/sysconfig/kq"). 0, or -1 with
     // "open '%s' : %s" / "parse '%s' config".
