@@ -194,9 +194,16 @@ boost::json::object envToJson(const KQC::KQCEnv& env)
 {
     boost::json::object object;
     object["eid"] = env.getEID().toString();
+    if (env.getConfig()) {
+        // A configuration of any level is shown with every property it has.
+        for (const auto& field : configToJson(KQS::KQSEnvConfig(*env.getConfig())))
+            object[field.key()] = field.value();
+    }
     object["state"] = env.getStatus().state();
     object["transition"] = env.getStatus().transition();
     object["type"] = env.getType();
+    if (env.getParentEID().isValid())
+        object["parent_eid"] = env.getParentEID().toString();
     return object;
 }
 
