@@ -1,6 +1,10 @@
 // The plug-in frame, on the built shared library loaded with dlopen, as the
 // host agent loads it.
 #include "KQC/Auth.h"
+#include "KQC/EnvCache.h"
+#include "KQC/Log.h"
+#include "PreloadedRun.h"
+#include "TempHost.h"
 #include "KQC/Functionality.h"
 #include "KQS/Functionality.h"
 #include "KQS/TemplateCache.h"
@@ -98,4 +102,66 @@ TEST_F(PluginFrameTest, RegisteredManagersAreThePluginsOwn)
 TEST_F(PluginFrameTest, UnbalancedFiniAborts)
 {
     EXPECT_DEATH(m_fini(), "clientsNum");
+}
+
+namespace {
+
+// The lines a plug-in start wrote to the log.
+std::vector<std::string> logLinesOfInit(int (*init)(), const std::string& logPath)
+{
+    KQC::LogSettings::setFile(logPath);
+    KQC::LogSettings::setThreshold(3);
+    init();
+    KQC::LogSettings::setFile("");
+    std::vector<std::string> lines;
+    std::string text = kqtest::readFile(logPath), line;
+    for (char c : text) {
+        if (c == '\n') {
+            lines.push_back(line);
+            line.clear();
+        } else {
+            line += c;
+        }
+    }
+    return lines;
+}
+
+} // namespace
+
+TEST_F(PluginFrameTest, AFailedWarmUpLogsOneLineAndStillSucceeds)
+{
+    // An empty root has no registry folder, so the warm-up cannot list.
+    std::vector<std::string> lines = logLinesOfInit(m_init, m_root + "/agent.log");
+    ASSERT_EQ(1u, lines.size());
+    EXPECT_NE(std::string::npos,
+              lines[0].find(" 1 KQSBasicFunctionalityLocal KQSBasicFunctionalityLocal.cpp:"))
+        << lines[0];
+    EXPECT_NE(std::string::npos, lines[0].find("[initKQSBasicFunctionalityLocal] Can't getInfo about existed CTs : "))
+        << lines[0];
+    EXPECT_EQ(5, registrations()) << "the failure does not stop the start";
+    EXPECT_EQ(0, m_fini());
+}
+
+TEST_F(PluginFrameTest, StartFillsTheCacheWithTheHostsContainers)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    std::string root = kqtest::hostRoot();
+    ASSERT_EQ(0, kqtest::run(std::string(KQ_BIN_DIR) + "/kqsim init '" + root + "' >/dev/null"));
+    std::vector<std::string> lines = logLinesOfInit(m_init, root + "/empty.log");
+    EXPECT_TRUE(lines.empty()) << lines.front();
+    EXPECT_EQ(1u, KQC::envCache()->size()) << "an empty host: only the host itself";
+    EXPECT_EQ(0, m_fini());
+
+    ASSERT_EQ(0, kqtest::run(std::string(KQ_BIN_DIR) + "/kqsim add '" + root + "' 101 --state running >/dev/null"));
+    ASSERT_EQ(0, kqtest::run(std::string(KQ_BIN_DIR) + "/kqsim add '" + root + "' 102 >/dev/null"));
+    lines = logLinesOfInit(m_init, root + "/full.log");
+    EXPECT_TRUE(lines.empty()) << lines.front();
+    EXPECT_EQ(3u, KQC::envCache()->size());
+    int running = 0;
+    boost::shared_ptr<KQC::KQCEnvList> cached = KQC::envCache()->getEnvList();
+    for (const auto& env : *cached)
+        running += env->getStatus().state() == 6 && env->getEID() != KQC::KQCEID::EID_LOCAL;
+    EXPECT_EQ(1, running);
+    EXPECT_EQ(0, m_fini());
 }
