@@ -1,0 +1,166 @@
+// The first user journey on a simulated host: see every container with its
+// state and transition, and drive it through the actions.
+#include "AgentRun.h"
+#include "TempHost.h"
+
+#include <gtest/gtest.h>
+#include <map>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+class LifecycleE2ETest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(0, host.simulated());
+        ASSERT_EQ(0, host.kqsim("add 101 --state running --name web --ip 10.0.0.11/24"));
+        ASSERT_EQ(0, host.kqsim("add 102 --state stopped --name db"));
+        ASSERT_EQ(0, host.kqsim("add 103 --state mounted --layout 4"));
+        ASSERT_EQ(0, host.kqsim("add 104 --state suspended"));
+    }
+
+    kqtest::RunResult json(std::vector<std::string> args, const std::string& input = "")
+    {
+        args.insert(args.begin(), "--json");
+        return kqtest::agent(host.root(), args, input);
+    }
+
+    // VEID -> the environment object of a listing.
+    std::map<int, boost::json::object> listing()
+    {
+        kqtest::RunResult run = json({"list"});
+        EXPECT_EQ(0, run.exitCode) << run.err;
+        std::map<int, boost::json::object> envs;
+        boost::json::object result = run.json();
+        for (const auto& value : result.at("envs").as_array()) {
+            const auto& env = value.as_object();
+            envs[static_cast<int>(env.at("veid").as_int64())] = env;
+        }
+        return envs;
+    }
+
+    static int state(const boost::json::object& env) { return static_cast<int>(env.at("state").as_int64()); }
+
+    kqtest::TempHost host;
+};
+
+} // namespace
+
+TEST_F(LifecycleE2ETest, ListsEveryContainerWithItsState)
+{
+    auto envs = listing();
+    ASSERT_EQ(4u, envs.size());
+    EXPECT_EQ(6, state(envs[101]));
+    EXPECT_EQ(3, state(envs[102]));
+    EXPECT_EQ(4, state(envs[103]));
+    EXPECT_EQ(5, state(envs[104]));
+    EXPECT_EQ("web", envs[101].at("name").as_string());
+    EXPECT_EQ("10.0.0.11/24", envs[101].at("addresses").as_array().at(0).as_string());
+    EXPECT_EQ("corvantis", envs[101].at("type").as_string());
+    for (auto& entry : envs)
+        EXPECT_EQ(0, entry.second.at("transition").as_int64());
+
+    // The identifiers are stable from one run of the console to the next.
+    EXPECT_EQ(envs[101].at("eid"), listing()[101].at("eid"));
+    auto running = json({"list", "--state", "6"}).json().at("envs").as_array();
+    ASSERT_EQ(1u, running.size());
+    EXPECT_EQ(101, running[0].as_object().at("veid").as_int64());
+}
+
+TEST_F(LifecycleE2ETest, SyncRegistersContainersTheRegistryDidNotKnow)
+{
+    auto before = listing();
+    ASSERT_EQ(0, host.kqsim("add 105 --state running"));
+    kqtest::RunResult sync = json({"sync"});
+    ASSERT_EQ(0, sync.exitCode) << sync.err;
+    auto after = listing();
+    ASSERT_EQ(5u, after.size());
+    EXPECT_EQ(6, state(after[105]));
+    EXPECT_EQ(before[102].at("eid"), after[102].at("eid"));
+    // The container keeps its identifier in its own private area.
+    std::string eid(after[105].at("eid").as_string().c_str());
+    EXPECT_EQ(eid, host.read("kq/private/105/.kqs/eid.conf"));
+
+    // A container that is gone is forgotten.
+    ASSERT_EQ(0, kqtest::run("rm -rf '" + host.path("etc/sysconfig/kq-scripts/102.conf") + "' '" +
+                             host.path("kq/private/102") + "'"));
+    ASSERT_EQ(0, json({"sync"}).exitCode);
+    EXPECT_EQ(0u, listing().count(102));
+    EXPECT_EQ(3804, json({"info", "102"}).json().at("rc").as_int64());
+}
+
+TEST_F(LifecycleE2ETest, ShowsTheTransitionOfALockedContainer)
+{
+    // A live process holds the lock of 102 while it "starts" it, and 106 is
+    // being created: a lock but no configuration yet.
+    pid_t holder = fork();
+    if (holder == 0) {
+        pause();
+        _exit(0);
+    }
+    host.write("kq/lock/102.lck", std::to_string(holder) + "\nstarting");
+    host.write("kq/lock/106.lck", std::to_string(holder) + "\ncreating");
+    ASSERT_EQ(0, json({"sync"}).exitCode);
+    auto envs = listing();
+    kill(holder, SIGKILL);
+    waitpid(holder, nullptr, 0);
+    EXPECT_EQ(4, envs[102].at("transition").as_int64());
+    ASSERT_EQ(1u, envs.count(106));
+    EXPECT_EQ(2, envs[106].at("transition").as_int64());
+
+    // Once the holder is gone the lock is stale and means nothing.
+    EXPECT_EQ(0, listing()[102].at("transition").as_int64());
+}
+
+TEST_F(LifecycleE2ETest, ActionsChangeTheStateAndProgressGoesToStandardError)
+{
+    kqtest::RunResult stop = json({"stop", "101"});
+    ASSERT_EQ(0, stop.exitCode) << stop.err;
+    EXPECT_EQ(0, stop.json().at("rc").as_int64());
+    EXPECT_NE(std::string::npos, stop.err.find("Container was stopped")) << stop.err;
+    EXPECT_EQ(3, state(listing()[101]));
+
+    std::string eid(listing()[102].at("eid").as_string().c_str());
+    EXPECT_EQ(0, json({"start", eid}).exitCode);
+    EXPECT_EQ(0, json({"suspend", "102"}).exitCode);
+    EXPECT_EQ(5, state(listing()[102]));
+    EXPECT_EQ(0, json({"resume", "102"}).exitCode);
+    EXPECT_EQ(0, json({"restart", "102"}).exitCode);
+    EXPECT_EQ(6, state(listing()[102]));
+    EXPECT_EQ(0, json({"umount", "103"}).exitCode);
+    EXPECT_EQ(0, json({"mount", "103"}).exitCode);
+    EXPECT_EQ(0, json({"stop", "102", "--fast"}).exitCode);
+    EXPECT_EQ(0, json({"destroy", "102"}).exitCode);
+    EXPECT_EQ(0u, listing().count(102));
+
+    std::string calls = host.calls();
+    for (const char* line : {"[\"kqctl\",\"stop\",\"101\"]", "[\"kqctl\",\"start\",\"102\"]",
+                             "[\"kqctl\",\"suspend\",\"102\"]", "[\"kqctl\",\"resume\",\"102\"]",
+                             "[\"kqctl\",\"restart\",\"102\"]", "[\"kqctl\",\"umount\",\"103\"]",
+                             "[\"kqctl\",\"mount\",\"103\"]", "[\"kqctl\",\"stop\",\"102\",\"--fast\"]",
+                             "[\"kqctl\",\"destroy\",\"102\"]"})
+        EXPECT_NE(std::string::npos, calls.find(line)) << line;
+}
+
+TEST_F(LifecycleE2ETest, AFailingToolGivesTheResultAndMessage)
+{
+    ASSERT_EQ(0, host.kqsim("fault kqctl start 32 'Container is broken'"));
+    kqtest::RunResult run = json({"start", "102"});
+    EXPECT_EQ(1, run.exitCode);
+    EXPECT_EQ(-103, run.json().at("rc").as_int64());
+    EXPECT_EQ("kqctl start 102 failed: Container is broken", run.json().at("error").as_string());
+    EXPECT_EQ(3, state(listing()[102])) << "nothing changed";
+
+    kqtest::RunResult unknown = json({"start", "{6b1d3f0e-52c4-4a8e-9d27-c0a5e3b17f42}"});
+    EXPECT_EQ(-8, unknown.json().at("rc").as_int64());
+    EXPECT_EQ("can't find ctid by env", unknown.json().at("error").as_string());
+}
+
+TEST_F(LifecycleE2ETest, AClientWithoutTheListingRightIsRefused)
+{
+    kqtest::RunResult run = kqtest::agent(host.root(), {"--json", "--deny", "61", "list"});
+    EXPECT_EQ(1, run.exitCode);
+    EXPECT_EQ(414, run.json().at("rc").as_int64());
+}
