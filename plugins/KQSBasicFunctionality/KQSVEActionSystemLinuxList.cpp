@@ -138,6 +138,7 @@ struct HostSettings {
     KQSPathModTime stamp;
     KQSEnvConfig defaults;
     KQSVtSettings settings;
+    unsigned generation = 0;  // counts the re-reads, so that results made with older defaults are known stale
 };
 
 int refreshHostSettings(HostSettings& host, KQSEnvConfigBashParser& parser)
@@ -156,6 +157,7 @@ int refreshHostSettings(HostSettings& host, KQSEnvConfigBashParser& parser)
     }
     host.defaults = defaults;
     host.settings = settings;
+    ++host.generation;
     return 0;
 }
 
@@ -212,14 +214,50 @@ void rememberRoot(const KQSEnvConfig& config, int veid)
     KQSVEActionSystemLinux::m_vpsRoots[root] = veid;
 }
 
-void readEntryConfig(int veid, KQSVPSEntry& entry, KQSEnvConfigBashParser& parser, const KQSEnvConfig& defaults)
+// The last configuration read for each container, with the stamp of its
+// file and the host-settings generation it was completed with. Callers list
+// into fresh maps, so without this every listing would parse every file
+// again; with it an unchanged file costs one stat. Guarded by the listing's
+// lock.
+struct ParsedConfig {
+    KQSPathModTime stamp;
+    unsigned generation = 0;
+    boost::shared_ptr<const KQSEnvConfig> config;
+};
+
+std::map<int, ParsedConfig>& parsedConfigs()
+{
+    static std::map<int, ParsedConfig> cache;
+    return cache;
+}
+
+// Gives the entry a copy of the remembered configuration when its file has
+// not changed since it was read; true when it did.
+bool reuseParsedConfig(int veid, const std::string& path, unsigned generation, KQSVPSEntry& entry)
+{
+    auto found = parsedConfigs().find(veid);
+    if (found == parsedConfigs().end() || found->second.generation != generation)
+        return false;
+    KQSPathModTime current = found->second.stamp;
+    if (current.update(path))
+        return false;
+    entry.modTime = current;
+    entry.config.reset(new KQSEnvConfig(*found->second.config));
+    return true;
+}
+
+void readEntryConfig(int veid, KQSVPSEntry& entry, KQSEnvConfigBashParser& parser, const HostSettings& host)
 {
     std::string path = KQSVEActionSystemLinux::getVPSSystemConfigPathByVeid(veid);
+    if (!entry.config && reuseParsedConfig(veid, path, host.generation, entry))
+        return;
     if (!entry.modTime.update(path) && entry.config)
         return;
+    const KQSEnvConfig& defaults = host.defaults;
     boost::shared_ptr<KQSEnvConfig> config(new KQSEnvConfig());
     if (getBashConfig(path.c_str(), parser, *config) != 0) {
         entry.config.reset();
+        parsedConfigs().erase(veid);
         return;
     }
     dropUnsetAddresses(*config);
@@ -234,6 +272,10 @@ void readEntryConfig(int veid, KQSVPSEntry& entry, KQSEnvConfigBashParser& parse
     KQSEnvMLocal::fillSystemInfo(*config);
     rememberRoot(*config, veid);
     entry.config = config;
+    ParsedConfig& parsed = parsedConfigs()[veid];
+    parsed.stamp = entry.modTime;
+    parsed.generation = host.generation;
+    parsed.config.reset(new KQSEnvConfig(*config));
 }
 
 boost::shared_ptr<KQSEnvConfig> bareConfig(int veid)
@@ -696,7 +738,7 @@ int KQSVEActionSystemLinux::getVPSList(KQSVPSList& list, bool skipForRepair, boo
             // kept while their files stay the same.
             item.second.state = KQC::ENV_STATE_UNKNOWN;
             item.second.transition = 0;
-            readEntryConfig(item.first, item.second, *parser, host.defaults);
+            readEntryConfig(item.first, item.second, *parser, host);
         }
         if (!lockDir.empty() && applyTransitions(lockDir, list) != 0)
             return -1;

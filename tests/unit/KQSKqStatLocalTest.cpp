@@ -15,7 +15,6 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -219,41 +218,6 @@ TEST_F(KQSKqStatLocalTest, UbcQueryReturnsHeaderAndOneRecordPerParameter)
 
 // The kernel's parameter count read from a pipe: each reading of the count
 // gets the next value, so the count can change between the two calls.
-void serveCounts(const std::string& fifo, const std::vector<std::string>& counts)
-{
-    for (size_t index = 0; index < counts.size(); ++index) {
-        if (index > 0) {
-            // Wait until the previous reader has gone, so that the next
-            // value reaches the next reading and not the last one.
-            for (;;) {
-                int probe = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-                if (probe < 0)
-                    break;
-                ::close(probe);
-                std::this_thread::yield();
-            }
-        }
-        int fd = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
-        if (fd < 0)
-            return;
-        std::string text = counts[index] + "\n";
-        EXPECT_EQ(::write(fd, text.data(), text.size()), ssize_t(text.size()));
-        ::close(fd);
-    }
-}
-
-TEST_F(KQSKqStatLocalTest, UbcQueryGivesNullWhenTheCountShrinksMeanwhile)
-{
-    if (kqtest::ranInPreloadedChild({"ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=1"}))
-        return;
-    std::string fifo = kernelPath("host", "ubc.count");
-    kqtest::run("mkdir -p '" + kernelPath("host", "") + "'");
-    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    std::thread kernel(serveCounts, fifo, std::vector<std::string>{"3", "2"});
-    EXPECT_EQ(kqLinUbcQueryCall(101), nullptr);
-    kernel.join();
-}
-
 TEST_F(KQSKqStatLocalTest, UbcQueryGivesNullForImpossibleCounts)
 {
     const char* mayReturnNull = "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=1:allocator_may_return_null=1";
