@@ -55,8 +55,11 @@ boost::shared_ptr<KQC::KQCEnv> buildEnv(const KQC::KQCEID& eid, const KQSVPSEntr
 {
     KQSEnvConfig empty;
     const KQSEnvConfig& full = entry.config ? *entry.config : empty;
+    // The entry belongs to this call's own list and is dropped after, so
+    // the full configuration is handed over rather than copied.
     boost::shared_ptr<KQSEnvConfig> config =
-        mask == kMaskAll ? boost::shared_ptr<KQSEnvConfig>(new KQSEnvConfig(full)) : reducedConfig(full, mask);
+        mask != kMaskAll ? reducedConfig(full, mask)
+                         : entry.config ? entry.config : boost::shared_ptr<KQSEnvConfig>(new KQSEnvConfig);
     boost::shared_ptr<KQSEnv> env(new KQSEnv(eid, config, KQC::KQCEnvStatus(entry.state, entry.transition)));
     if (mask != kMaskAll && (mask & kMaskParent)) {
         std::string local;
@@ -101,6 +104,9 @@ int KQSEnvMLocal::getInfoEx(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, 
 {
     KQSVPSList containers;
     KQC::KQCEIDSet known;
+    // The VEIDs found while seeding, so that each environment's file is
+    // looked at once per call.
+    std::map<KQC::KQCEID, int, KQC::KQCEnvIDComparator> veidOf;
     if (eids.empty()) {
         int rc = getEnvList(known);
         if (rc)
@@ -111,6 +117,7 @@ int KQSEnvMLocal::getInfoEx(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, 
             if (findByEid(eid, &veid) != 0)
                 continue;
             known.insert(eid);
+            veidOf[eid] = veid;
             containers[veid].config.reset(new KQSEnvConfig);
         }
     }
@@ -118,8 +125,9 @@ int KQSEnvMLocal::getInfoEx(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, 
     if (rc)
         return rc;
     for (const KQC::KQCEID& eid : known) {
-        int veid = 0;
-        if (findByEid(eid, &veid) != 0) {
+        auto seeded = veidOf.find(eid);
+        int veid = seeded != veidOf.end() ? seeded->second : 0;
+        if (seeded == veidOf.end() && findByEid(eid, &veid) != 0) {
             if (sync)
                 removeEnv(eid);
             continue;

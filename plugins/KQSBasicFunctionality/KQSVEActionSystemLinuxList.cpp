@@ -249,7 +249,9 @@ bool reuseParsedConfig(int veid, const std::string& path, unsigned generation, K
 void readEntryConfig(int veid, KQSVPSEntry& entry, KQSEnvConfigBashParser& parser, const HostSettings& host)
 {
     std::string path = KQSVEActionSystemLinux::getVPSSystemConfigPathByVeid(veid);
-    if (!entry.config && reuseParsedConfig(veid, path, host.generation, entry))
+    // An entry that was never read here (new, or seeded by the caller with
+    // an empty configuration) takes the remembered reading if it still holds.
+    if (!entry.modTime.known() && reuseParsedConfig(veid, path, host.generation, entry))
         return;
     if (!entry.modTime.update(path) && entry.config)
         return;

@@ -23,6 +23,8 @@ public:
     bool isChanged(const std::string& path) const;
     // Forget the stamp: the next update reports a change.
     void reset() { m_known = false; }
+    // Whether a stamp is remembered.
+    bool known() const { return m_known; }
 
     bool operator==(const KQSPathModTime& o) const;
 
