@@ -13,18 +13,23 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
+#include <sstream>
+#include <string>
 
 namespace KQS {
 
 template <class Parser, class T>
 int getBashConfig(const char* path, Parser& parser, T& out)
 {
-    std::ifstream in(path);
-    if (!in.is_open()) {
+    // Read whole through a close-on-exec descriptor: a stream of the C++
+    // library would leak its descriptor into tools that other threads start
+    // meanwhile.
+    std::string text;
+    if (KQC::file2str(path, text) != 0) {
         KQC::setErrorMessage("open '%s' : %s", path, std::strerror(errno));
         return -1;
     }
+    std::istringstream in(text);
     if (parser.getConfig(in, out) != 0) {
         KQC::setErrorMessage("parse '%s' config", path);
         return -1;
@@ -35,21 +40,23 @@ int getBashConfig(const char* path, Parser& parser, T& out)
 template <class Parser, class T>
 int putBashConfig(const char* path, Parser& parser, const T& in, bool keepOld)
 {
-    std::ifstream old(path);
-    if (!old.is_open())
+    // A file that cannot be read is written as if new: nothing to keep.
+    std::string oldText;
+    const bool haveOld = KQC::file2str(path, oldText) == 0;
+    if (!haveOld)
         keepOld = false;
+    std::istringstream old(oldText);
     KQC::TemporaryFile temporary(path, true);
     if (!temporary.isValid()) {
         KQC::setErrorMessage("open tmp for '%s': %s", path, std::strerror(errno));
         return -1;
     }
-    if (parser.putConfig(in, temporary.stream(), old.is_open() ? &old : nullptr, keepOld) != 0)
+    if (parser.putConfig(in, temporary.stream(), haveOld ? &old : nullptr, keepOld) != 0)
         return -1;
-    old.close();
-    if (temporary.close() != 0) {
-        KQC::setErrorMessage("open tmp for '%s': %s", path, std::strerror(errno));
+    // A write that failed (a full disk) shows on closing; the framework's
+    // message names the temporary file, which is removed with its object.
+    if (temporary.close() != 0)
         return -1;
-    }
     if (KQC::renameFile(temporary.getpath(), path) != 0) {
         KQC::setErrorMessage("rename '%s' -> '%s' : %s", temporary.getpath().c_str(), path, std::strerror(errno));
         return -1;

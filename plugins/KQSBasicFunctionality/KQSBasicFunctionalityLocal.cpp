@@ -55,18 +55,17 @@ void registerFactories()
 }
 
 // Fills the agent's environment cache with every container of the host,
-// registering the ones the agent did not know yet.
-void warmEnvironmentCache()
+// registering the ones the agent did not know yet. 0, or the listing's
+// failure with the thread's message set; the caller logs it.
+int warmEnvironmentCache(KQS::KQSEnvMLocal& envM)
 {
-    KQS::KQSEnvMLocal envM{KQC::KQCAccessProvider()};
     KQC::KQCEnvVector envs;
-    if (envM.getInfoEx(KQC::KQCEIDSet(), envs, 0xffffffff, true) != 0) {
-        KQS_LOG().put(1, "[%s] Can't getInfo about existed CTs : %s", "initKQSBasicFunctionalityLocal",
-                      KQC::getErrorMessage());
-        return;
-    }
+    int rc = envM.getInfoEx(KQC::KQCEIDSet(), envs, 0xffffffff, true);
+    if (rc != 0)
+        return rc;
     for (const auto& env : envs)
         KQC::envCache()->insert(*env);
+    return 0;
 }
 
 void unregisterFactories()
@@ -90,7 +89,13 @@ extern "C" __attribute__((visibility("default"))) int initKQSBasicFunctionalityL
     KQS::initKQSFunctionalityAgent();
     initKQCServerGroupLocal();
     registerFactories();
-    warmEnvironmentCache();
+    // The warm-up's manager lives until the start is over, as any request's
+    // manager lives until its request is.
+    KQS::KQSEnvMLocal envM{KQC::KQCAccessProvider()};
+    // The failure is logged here so that the line names the entry point.
+    if (warmEnvironmentCache(envM) != 0)
+        KQS_LOG().put(1, "[%s] Can't getInfo about existed CTs : %s", "initKQSBasicFunctionalityLocal",
+                      KQC::getErrorMessage());
     KQS::KQSTemplateCachePrototype::createInstance();
     return 0;
 }

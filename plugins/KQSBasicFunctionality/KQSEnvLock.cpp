@@ -4,12 +4,13 @@
 
 #include "KQC/EnvCache.h"
 #include "KQC/Error.h"
+#include "KQC/Files.h"
 #include "KQS/EnvConfig.h"
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
+#include <sstream>
 #include <unistd.h>
 
 namespace KQS {
@@ -100,12 +101,15 @@ int KQSEnvLock::lock()
     require(!m_locked, "!m_locked");
     if (setPathLazy() != 0)
         return -1;
-    std::fstream file(m_path.c_str(), std::ios::in);
-    if (file.is_open()) {
+    // Files are read and written through close-on-exec descriptors, so that
+    // a tool started meanwhile by another thread never inherits one.
+    std::string text;
+    if (KQC::file2str(m_path, text) == 0) {
+        std::istringstream holder(text);
         int pid = 0;
         std::string word;
-        bool havePid = static_cast<bool>(file >> pid);
-        if (havePid && !(file >> word))
+        bool havePid = static_cast<bool>(holder >> pid);
+        if (havePid && !(holder >> word))
             word = "unknown";
         if (havePid && ::kill(pid, 0) == 0) {
             KQC::setErrorMessage("Environment locked (in '%s' transition)", word.c_str());
@@ -113,13 +117,11 @@ int KQSEnvLock::lock()
         }
     }
     // No file, garbage in it, or a holder that is gone: the lock is ours.
-    file.close();
-    file.clear();
-    file.open(m_path.c_str(), std::ios::out | std::ios::trunc);
+    // Locked from here on, even if the write fails, so that the file is
+    // removed when this object goes.
     m_locked = true;
-    file << ::getpid() << "\n" << transitionName(m_state);
-    file.flush();
-    if (!file.good()) {
+    std::string content = std::to_string(::getpid()) + "\n" + transitionName(m_state);
+    if (KQC::str2file(m_path, content) != 0) {
         KQC::setErrorMessage("Can't create lock");
         return -1;
     }

@@ -6,6 +6,7 @@
 #include "TempHost.h"
 
 #include "KQC/Error.h"
+#include "KQC/Log.h"
 #include "KQC/Message.h"
 
 #include <boost/make_shared.hpp>
@@ -13,6 +14,8 @@
 
 #include <atomic>
 #include <cstdio>
+#include <functional>
+#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -347,6 +350,74 @@ TEST_F(RegistryTest, AFailedWriteLeavesNothingBehind)
     EXPECT_EQ(-9, envm.addNewEnv(101, eid));
     EXPECT_EQ(0u, std::string(KQC::getErrorMessage()).find("can't create tmp file for '"));
     EXPECT_EQ("a file where the folder should be", host.read("etc/kqagent/configs"));
+}
+
+namespace {
+
+// The registry's log lines while `work` runs, each as its level, a blank and
+// its text; the source must be the registry's unit.
+std::vector<std::string> registryLogLines(const std::string& logPath, const std::function<void()>& work)
+{
+    KQC::LogSettings::setFile(logPath);
+    KQC::LogSettings::setThreshold(3);
+    work();
+    KQC::LogSettings::setFile("");
+    std::vector<std::string> lines;
+    std::istringstream text(kqtest::readFile(logPath));
+    std::string line;
+    while (std::getline(text, line)) {
+        std::istringstream fields(line);
+        std::string stamp, level, component, source;
+        fields >> stamp >> level >> component >> source;
+        EXPECT_EQ("KQSBasicFunctionalityLocal", component) << line;
+        EXPECT_EQ(0u, source.find("KQSEnvMLocal.cpp:")) << line;
+        std::string body;
+        std::getline(fields >> std::ws, body);
+        lines.push_back(level + " " + body);
+    }
+    return lines;
+}
+
+} // namespace
+
+TEST_F(RegistryTest, LogsWhatItForgetsSkipsAndReads)
+{
+    KQC::KQCEID kept = registered(101);
+    KQC::KQCEID gone = registered(102);
+    KQC::KQCEID recorded = newEid();
+    host.write("vz/private/103/.kqs/eid.conf", recorded.toString() + "\n");
+    KQS::KQSEnvConfig config = configOf(103);
+    config.setVEPrivateVar(host.path("vz/private/103"));
+
+    std::vector<std::string> lines = registryLogLines(host.path("agent.log"), [&] {
+        KQS::KQSEnvConfigLock lock;
+        ASSERT_EQ(0, lock.lock(kept));
+        envm.removeEnv(kept);
+        envm.removeEnv(gone);
+        KQC::KQCEID found;
+        envm.findByVe(config, found);
+    });
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_EQ("3 Skip remove env eid#" + kept.toString() + ", 'cause env file is locked", lines[0]);
+    EXPECT_EQ("3 Remove env eid#" + gone.toString(), lines[1]);
+    EXPECT_EQ("3 Get EID#" + recorded.toString() + " from file " + host.path("vz/private/103/.kqs/eid.conf") +
+                  ", str " + recorded.toString(),
+              lines[2]);
+}
+
+TEST_F(RegistryTest, LogsFailuresToRecordAndRegister)
+{
+    std::vector<std::string> lines = registryLogLines(host.path("agent.log"), [&] {
+        // No private area: its ".kqs" folder cannot be made.
+        EXPECT_EQ(-1, envm.updateEnvEID(newEid(), host.path("vz/private/101")));
+        ASSERT_EQ(0, kqtest::run("rm -rf '" + host.path("etc/kqagent/configs") + "'"));
+        host.write("etc/kqagent/configs", "a file where the folder should be");
+        KQC::KQCEID eid = newEid();
+        EXPECT_EQ(-9, envm.addNewEnv(101, eid));
+    });
+    ASSERT_EQ(2u, lines.size());
+    EXPECT_EQ(0u, lines[0].find("1 failed to create folder " + host.path("vz/private/101/.kqs") + ": ")) << lines[0];
+    EXPECT_EQ(0u, lines[1].find("1 [addNewEnv] putEnvConfig failed : can't create tmp file for '")) << lines[1];
 }
 
 TEST_F(RegistryTest, ManyThreadsListAndWriteWithoutLosingWrites)

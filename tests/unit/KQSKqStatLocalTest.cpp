@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -216,8 +217,37 @@ TEST_F(KQSKqStatLocalTest, UbcQueryReturnsHeaderAndOneRecordPerParameter)
     std::free(buffer);
 }
 
-// The kernel's parameter count read from a pipe: each reading of the count
-// gets the next value, so the count can change between the two calls.
+// The kernel's parameter count, shrinking after its first reading: the
+// count is a pipe whose first reader gets `first`; once that reader has it
+// open, a plain file holding `then` is renamed into the pipe's place, so
+// every later reading gets `then`. The pipe is held open by no one but that
+// reader, so the order is fixed whatever the threads' timing.
+void shrinkCountAfterFirstReading(const std::string& fifo, const std::string& first, const std::string& then)
+{
+    std::string next = fifo + ".next";
+    kqtest::writeFile(next, then + "\n");
+    // Returns once the first reader has opened the pipe.
+    int fd = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
+    if (fd < 0)
+        return;
+    EXPECT_EQ(::rename(next.c_str(), fifo.c_str()), 0);
+    std::string text = first + "\n";
+    EXPECT_EQ(::write(fd, text.data(), text.size()), ssize_t(text.size()));
+    ::close(fd);
+}
+
+TEST_F(KQSKqStatLocalTest, UbcQueryGivesNullWhenTheCountShrinksMeanwhile)
+{
+    if (kqtest::ranInPreloadedChild({"ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=1"}))
+        return;
+    std::string fifo = kernelPath("host", "ubc.count");
+    kqtest::run("mkdir -p '" + kernelPath("host", "") + "'");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    std::thread kernel(shrinkCountAfterFirstReading, fifo, "3", "2");
+    EXPECT_EQ(kqLinUbcQueryCall(101), nullptr);
+    kernel.join();
+}
+
 TEST_F(KQSKqStatLocalTest, UbcQueryGivesNullForImpossibleCounts)
 {
     const char* mayReturnNull = "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=1:allocator_may_return_null=1";
