@@ -1,6 +1,7 @@
 #include "KQC/Message.h"
 
 #include "ConfigFileIO.h"
+#include "TextHelpers.h"
 #include "KQC/Error.h"
 
 #include <boost/property_tree/ptree.hpp>
@@ -124,17 +125,6 @@ std::string escapeText(const std::string& text)
     return out;
 }
 
-int hexDigit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 int unescapeText(const std::string& text, std::string& out)
 {
     out.clear();
@@ -152,8 +142,9 @@ int unescapeText(const std::string& text, std::string& out)
             out += '\n';
         else if (c == 't')
             out += '\t';
-        else if (c == 'x' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 && hexDigit(text[i + 2]) >= 0) {
-            out += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
+        else if (c == 'x' && i + 2 < text.size() && hexDigitValue(text[i + 1]) >= 0 &&
+                 hexDigitValue(text[i + 2]) >= 0) {
+            out += static_cast<char>(hexDigitValue(text[i + 1]) * 16 + hexDigitValue(text[i + 2]));
             i += 2;
         } else
             return -1;
