@@ -43,18 +43,15 @@ inline std::string hostRoot()
     return root ? root : "";
 }
 
-inline bool ranInPreloadedChild(const std::vector<std::string>& extra = {})
+// Runs this test program again in a child process with the simulated kernel
+// preloaded, KQ_HOST_ROOT at `root` and `arguments` (which select one test)
+// on its command line; its output goes to `logPath`. Extra "NAME=value"
+// entries replace those of the same name in the child's environment.
+// Records a failure, with the child's output, unless the child ran exactly
+// one test and passed; returns whether it did.
+inline bool runPreloaded(const std::string& root, const std::vector<std::string>& arguments,
+                         const std::vector<std::string>& extra, const std::string& logPath)
 {
-    if (isPreloadedChild())
-        return false;
-    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string name = std::string(test->test_suite_name()) + "." + test->name();
-    char pattern[] = "/tmp/kqpreloaded.XXXXXX";
-    if (!::mkdtemp(pattern)) {
-        ADD_FAILURE() << "mkdtemp failed";
-        return true;
-    }
-    std::string root = pattern;
     std::vector<std::string> environment;
     for (char** entry = environ; *entry; ++entry) {
         std::string text = *entry;
@@ -74,21 +71,20 @@ inline bool ranInPreloadedChild(const std::vector<std::string>& extra = {})
                 text.clear();
         environment.push_back(entry);
     }
-    std::vector<std::string> arguments = {"/proc/self/exe", "--gtest_filter=" + name};
+    std::vector<std::string> commandLine = {"/proc/self/exe"};
+    commandLine.insert(commandLine.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv, envp;
-    for (std::string& text : arguments)
+    for (std::string& text : commandLine)
         argv.push_back(&text[0]);
     argv.push_back(nullptr);
     for (std::string& text : environment)
         if (!text.empty())
             envp.push_back(&text[0]);
     envp.push_back(nullptr);
-    std::string logPath = root + ".log";
     int log = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (log < 0) {
         ADD_FAILURE() << "can't create " << logPath;
-        std::system(("rm -rf '" + root + "'").c_str());
-        return true;
+        return false;
     }
     pid_t pid = ::fork();
     if (pid == 0) {
@@ -102,9 +98,28 @@ inline bool ranInPreloadedChild(const std::vector<std::string>& extra = {})
     bool waited = pid > 0 && ::waitpid(pid, &status, 0) == pid;
     std::ifstream in(logPath);
     std::string output((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_TRUE(waited && WIFEXITED(status) && WEXITSTATUS(status) == 0) << output;
+    bool passed = waited && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    EXPECT_TRUE(passed) << output;
     // A filter that matched nothing would pass silently.
-    EXPECT_NE(output.find("[  PASSED  ] 1 test"), std::string::npos) << output;
+    bool ranOne = output.find("[  PASSED  ] 1 test") != std::string::npos;
+    EXPECT_TRUE(ranOne) << output;
+    return passed && ranOne;
+}
+
+inline bool ranInPreloadedChild(const std::vector<std::string>& extra = {})
+{
+    if (isPreloadedChild())
+        return false;
+    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    std::string name = std::string(test->test_suite_name()) + "." + test->name();
+    char pattern[] = "/tmp/kqpreloaded.XXXXXX";
+    if (!::mkdtemp(pattern)) {
+        ADD_FAILURE() << "mkdtemp failed";
+        return true;
+    }
+    std::string root = pattern;
+    std::string logPath = root + ".log";
+    runPreloaded(root, {"--gtest_filter=" + name}, extra, logPath);
     std::system(("rm -rf '" + root + "' '" + logPath + "'").c_str());
     return true;
 }
