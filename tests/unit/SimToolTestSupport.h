@@ -1,6 +1,8 @@
 #pragma once
 // Shared by the simulator's tests: a fresh temporary folder per test and a
 // way to run the built kqsim and tools as real child processes.
+#include "TempHost.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -33,20 +35,6 @@ struct RunResult {
 
 inline std::string kqsimPath() { return std::string(KQ_BIN_DIR) + "/kqsim"; }
 inline std::string toolsDir() { return std::string(KQ_BIN_DIR) + "/kqsim-tools"; }
-
-inline std::string readText(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-inline void writeText(const std::string& path, const std::string& text)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-}
 
 inline std::vector<std::string> lines(const std::string& text)
 {
@@ -154,23 +142,8 @@ inline RunResult finish(Child child)
 // A fresh folder for each test, with a simulated host in it on demand.
 class SimHostTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kqsim-test-XXXXXX").string();
-        std::vector<char> name(pattern.begin(), pattern.end());
-        name.push_back('\0');
-        ASSERT_NE(mkdtemp(name.data()), nullptr) << strerror(errno);
-        m_dir = name.data();
-    }
-
-    void TearDown() override
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_dir, ignored);
-    }
-
-    const std::string& dir() const { return m_dir; }
-    std::string root() const { return m_dir + "/host"; }
+    const std::string& dir() const { return m_temp.dir(); }
+    std::string root() const { return m_temp.path("host"); }
     std::string at(const std::string& relative) const { return root() + "/" + relative; }
 
     RunResult kqsim(std::vector<std::string> args)
@@ -193,6 +166,12 @@ protected:
         args.insert(args.end(), extra.begin(), extra.end());
         RunResult result = kqsim(args);
         ASSERT_EQ(result.exitCode, 0) << result.err;
+    }
+
+    // kqsim set ROOT VEID KEY VALUE: a simulated kernel value, which must be taken.
+    void setKernel(const std::string& veid, const std::string& key, const std::string& value)
+    {
+        ASSERT_EQ(kqsim({"set", root(), veid, key, value}).exitCode, 0) << key;
     }
 
     std::vector<std::string> toolEnvironment() const
@@ -218,8 +197,8 @@ protected:
         return finish(start({"/bin/bash", "-c", script}, environmentWith({})));
     }
 
-    std::vector<std::string> runningList() const { return lines(readText(at("var/lib/kqsim/running"))); }
-    std::string mounts() const { return readText(at("proc/mounts")); }
+    std::vector<std::string> runningList() const { return lines(kqtest::readFile(at("var/lib/kqsim/running"))); }
+    std::string mounts() const { return kqtest::readFile(at("proc/mounts")); }
     std::string rootDir(int veid) const { return root() + "/kq/root/" + std::to_string(veid); }
     std::string mountLine(int veid) const
     {
@@ -227,7 +206,13 @@ protected:
     }
 
 private:
-    std::string m_dir;
+    kqtest::TempDir m_temp{(std::filesystem::temp_directory_path() / "kqsim-test-").string()};
+};
+
+// A simulated host already made in the fresh folder before each test.
+class SimHostReadyTest : public SimHostTest {
+protected:
+    void SetUp() override { initHost(); }
 };
 
 } // namespace simtest
