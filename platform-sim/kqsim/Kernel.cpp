@@ -14,16 +14,6 @@
 namespace KQSim {
 namespace {
 
-std::vector<std::string> words(const std::string& text)
-{
-    std::istringstream stream(text);
-    std::vector<std::string> result;
-    std::string word;
-    while (stream >> word)
-        result.push_back(word);
-    return result;
-}
-
 bool isUnsigned(const std::string& text)
 {
     if (text.empty() || text.size() > 20)
@@ -46,7 +36,7 @@ bool isDecimal(const std::string& text)
 
 bool isNumbers(const std::string& value, size_t count, bool (*check)(const std::string&))
 {
-    std::vector<std::string> list = words(value);
+    std::vector<std::string> list = splitWords(value);
     if (list.size() != count)
         return false;
     for (const std::string& word : list)
@@ -75,7 +65,7 @@ bool isSlmTriples(const std::string& value)
 
 bool isAddressList(const std::string& value)
 {
-    for (const std::string& address : words(value))
+    for (const std::string& address : splitWords(value))
         for (char c : address)
             if (!std::isxdigit(static_cast<unsigned char>(c)) && c != '.' && c != ':' && c != '/')
                 return false;
@@ -97,7 +87,7 @@ bool isErrnoName(const std::string& name)
 // "ERRNO COUNT": the next COUNT ioctls fail with ERRNO.
 bool isErrnoFault(const std::string& value)
 {
-    std::vector<std::string> list = words(value);
+    std::vector<std::string> list = splitWords(value);
     return list.size() == 2 && isErrnoName(list[0]) && isUnsigned(list[1]);
 }
 

@@ -3,6 +3,7 @@
 #include "Kqctl.h"
 
 #include "KQSim/Accounts.h"
+#include "KQSim/Host.h"
 #include "KQSim/Netif.h"
 #include "KQSim/ShellConfig.h"
 
@@ -12,7 +13,6 @@
 #include <climits>
 #include <cstdlib>
 #include <map>
-#include <sstream>
 
 namespace KQSim {
 namespace {
@@ -70,17 +70,6 @@ int splitOptions(const std::vector<std::string>& words, std::vector<Option>& opt
             return refuse(kExitUsage, "Invalid value for " + options.back().first + ": " + options.back().second);
     }
     return 0;
-}
-
-// A space-separated list key edited by --ipadd / --ipdel / --nameserver.
-std::vector<std::string> listOf(const std::string& text)
-{
-    std::istringstream stream(text);
-    std::vector<std::string> items;
-    std::string item;
-    while (stream >> item)
-        items.push_back(item);
-    return items;
 }
 
 std::string joined(const std::vector<std::string>& items, char separator = ' ')
@@ -180,7 +169,7 @@ private:
 
     int editHostRoutedAddresses(const std::string& name, const std::string& value)
     {
-        std::vector<std::string> addresses = listOf(m_config.get("IP_ADDRESS"));
+        std::vector<std::string> addresses = splitWords(m_config.get("IP_ADDRESS"));
         if (name == "--ipdel")
             deleteAddress(addresses, value);
         else if (std::find(addresses.begin(), addresses.end(), value) == addresses.end())

@@ -103,6 +103,16 @@ bool parseInt(const std::string& text, int& value)
     return true;
 }
 
+std::vector<std::string> splitWords(const std::string& text)
+{
+    std::istringstream stream(text);
+    std::vector<std::string> words;
+    std::string word;
+    while (stream >> word)
+        words.push_back(word);
+    return words;
+}
+
 int readRunning(const SimHost& host, std::set<int>& veids)
 {
     veids.clear();
