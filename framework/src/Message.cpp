@@ -57,6 +57,24 @@ const KQCMessageElement* findElement(const KQCMessageNode& node, const std::stri
     return nullptr;
 }
 
+KQCMessageElement intElement(const std::string& key, long long number)
+{
+    KQCMessageElement element;
+    element.key = key;
+    element.kind = KQCMessageElement::Int;
+    element.number = number;
+    return element;
+}
+
+KQCMessageElement stringElement(const std::string& key, const std::string& text)
+{
+    KQCMessageElement element;
+    element.key = key;
+    element.kind = KQCMessageElement::String;
+    element.text = text;
+    return element;
+}
+
 const KQCMessageElement* findNode(const KQCMessageNode& node, const std::string& key, int index)
 {
     for (const KQCMessageElement& element : node.elements)
@@ -402,11 +420,7 @@ int KQCMessageIterator::putInt64(int tag, long long value)
     if (!isValid())
         return -1;
     remove(tag);
-    KQCMessageElement element;
-    element.key = tagKey(tag);
-    element.kind = KQCMessageElement::Int;
-    element.number = value;
-    current()->elements.push_back(element);
+    current()->elements.push_back(intElement(tagKey(tag), value));
     return 0;
 }
 
@@ -422,11 +436,7 @@ int KQCMessageIterator::putStringByKey(const std::string& key, const std::string
     if (!isValid())
         return -1;
     removeKey(key);
-    KQCMessageElement element;
-    element.key = key;
-    element.kind = KQCMessageElement::String;
-    element.text = value;
-    current()->elements.push_back(element);
+    current()->elements.push_back(stringElement(key, value));
     return 0;
 }
 
@@ -434,11 +444,7 @@ int KQCMessageIterator::addInt(int tag, int value)
 {
     if (!isValid())
         return -1;
-    KQCMessageElement element;
-    element.key = tagKey(tag);
-    element.kind = KQCMessageElement::Int;
-    element.number = value;
-    current()->elements.push_back(element);
+    current()->elements.push_back(intElement(tagKey(tag), value));
     return 0;
 }
 
@@ -446,11 +452,7 @@ int KQCMessageIterator::addString(int tag, const std::string& value)
 {
     if (!isValid())
         return -1;
-    KQCMessageElement element;
-    element.key = tagKey(tag);
-    element.kind = KQCMessageElement::String;
-    element.text = value;
-    current()->elements.push_back(element);
+    current()->elements.push_back(stringElement(tagKey(tag), value));
     return 0;
 }
 
