@@ -113,6 +113,19 @@ std::vector<std::string> splitWords(const std::string& text)
     return words;
 }
 
+std::set<int> numberedEntries(const std::string& folder)
+{
+    std::vector<std::string> names;
+    listDirectory(folder, names);
+    std::set<int> numbers;
+    for (const std::string& name : names) {
+        int number = 0;
+        if (parseInt(name, number))
+            numbers.insert(number);
+    }
+    return numbers;
+}
+
 int readRunning(const SimHost& host, std::set<int>& veids)
 {
     veids.clear();
