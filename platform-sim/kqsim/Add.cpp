@@ -144,8 +144,8 @@ int commandAdd(const Arguments& args)
     if (int status = configValues(request, values))
         return status;
     SimHost host{request.root};
-    if (!isSimulatedHost(host.root))
-        return fail(1, host.root + ": not a simulated host (run kqsim init first)");
+    if (int status = requireSimulatedHost(host.root))
+        return status;
     HostSettings settings;
     ContainerFiles files;
     if (readHostSettings(host, settings) != 0

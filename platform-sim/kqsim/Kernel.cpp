@@ -174,8 +174,8 @@ int commandSet(const Arguments& args)
         return fail(2, "set: unknown key '" + key + "'");
     if (check == KeyCheck::BadValue)
         return fail(2, "set: bad value '" + value + "' for " + key);
-    if (!isSimulatedHost(host.root))
-        return fail(1, host.root + ": not a simulated host (run kqsim init first)");
+    if (int status = requireSimulatedHost(host.root))
+        return status;
     std::string folder = host.kernelDir(check == KeyCheck::Host ? "host" : std::to_string(veid));
     if (makeDirs(folder) != 0 || writeFileAtomic(folder + "/" + key, value) != 0)
         return failWithErrorMessage();
@@ -194,8 +194,8 @@ int commandProc(const Arguments& args)
     std::string command = args.size() == 5 ? args[4] : "init";
     if (command.find('\n') != std::string::npos)
         return fail(2, "proc: COMMAND must be one line");
-    if (!isSimulatedHost(host.root))
-        return fail(1, host.root + ": not a simulated host (run kqsim init first)");
+    if (int status = requireSimulatedHost(host.root))
+        return status;
     std::string line = std::to_string(vpid) + " " + std::to_string(hostPid) + " " + command + "\n";
     if (makeDirs(host.stateDir() + "/proc") != 0 || appendOnce(host.processList(veid), line) != 0)
         return failWithErrorMessage();
