@@ -1,7 +1,8 @@
 #pragma once
 // Small text helpers shared by several parts of the framework library
-// (internal to it): hex digits for GUIDs and escaped message text, letter
-// case for keys that are matched without regard to it.
+// (internal to it): hex digits for GUIDs and escaped message text, plain
+// decimal numbers in keys and identifiers, letter case for keys that are
+// matched without regard to it.
 #include <algorithm>
 #include <cctype>
 #include <string>
@@ -18,6 +19,17 @@ inline int hexDigitValue(char c)
     if (c >= 'A' && c <= 'F')
         return c - 'A' + 10;
     return -1;
+}
+
+// Digits only, one to nine of them: a number that always fits an int.
+inline bool isShortDecimal(const std::string& text)
+{
+    if (text.empty() || text.size() > 9)
+        return false;
+    for (char c : text)
+        if (c < '0' || c > '9')
+            return false;
+    return true;
 }
 
 inline std::string upperCase(std::string text)
