@@ -97,12 +97,8 @@ int configValues(const AddRequest& request, ConfigValues& values)
         put("NAME", request.name);
     if (request.hasHostname)
         put("HOSTNAME", request.hostname);
-    if (!request.addresses.empty()) {
-        std::string joined;
-        for (const std::string& address : request.addresses)
-            joined += (joined.empty() ? "" : " ") + address;
-        put("IP_ADDRESS", joined);
-    }
+    if (!request.addresses.empty())
+        put("IP_ADDRESS", joinWords(request.addresses));
     if (!request.type.empty())
         put("VE_TYPE", request.type);
     if (!request.offlineManagement.empty())

@@ -72,14 +72,6 @@ int splitOptions(const std::vector<std::string>& words, std::vector<Option>& opt
     return 0;
 }
 
-std::string joined(const std::vector<std::string>& items, char separator = ' ')
-{
-    std::string text;
-    for (const std::string& item : items)
-        text += (text.empty() ? "" : std::string(1, separator)) + item;
-    return text;
-}
-
 void deleteAddress(std::vector<std::string>& addresses, const std::string& which)
 {
     if (which == "all") {
@@ -133,7 +125,7 @@ private:
             return deleteAdapter(value);
         if (name == "--nameserver") {
             m_nameservers.push_back(value);
-            m_config.set("NAMESERVER", joined(m_nameservers));
+            m_config.set("NAMESERVER", joinWords(m_nameservers));
             return 0;
         }
         if (name == "--searchdomain") {
@@ -174,7 +166,7 @@ private:
             deleteAddress(addresses, value);
         else if (std::find(addresses.begin(), addresses.end(), value) == addresses.end())
             addresses.push_back(value);
-        m_config.set("IP_ADDRESS", joined(addresses));
+        m_config.set("IP_ADDRESS", joinWords(addresses));
         return 0;
     }
 

@@ -161,14 +161,6 @@ int checkAddable(const Context& context, const ChangeRequest& request, const std
     return 0;
 }
 
-std::string joinedNames(const std::vector<std::string>& names)
-{
-    std::string joined;
-    for (const std::string& name : names)
-        joined += (joined.empty() ? "" : " ") + name;
-    return joined;
-}
-
 // One template added to or removed from the installed list; 0 or the exit status.
 int changeOne(const Context& context, const ChangeRequest& request, const ShellConfig& config, bool adding,
               const std::string& text, std::vector<std::string>& installed)
@@ -219,7 +211,7 @@ int changeTemplates(const Context& context, const ChangeRequest& request, bool a
     for (const std::string& text : request.templates) {
         if (int status = changeOne(context, request, config, adding, text, installed))
             return status;
-        config.set("TEMPLATES", joinedNames(installed));
+        config.set("TEMPLATES", joinWords(installed));
     }
     return saveConfig(files, config) == 0 ? 0 : complain(1, context.tool, KQC::getErrorMessage());
 }

@@ -113,6 +113,14 @@ std::vector<std::string> splitWords(const std::string& text)
     return words;
 }
 
+std::string joinWords(const std::vector<std::string>& words)
+{
+    std::string text;
+    for (const std::string& word : words)
+        text += (text.empty() ? "" : " ") + word;
+    return text;
+}
+
 std::set<int> numberedEntries(const std::string& folder)
 {
     std::vector<std::string> names;
