@@ -13,7 +13,8 @@
 //   }
 //
 // Extra "NAME=value" entries go into the child's environment. The child's
-// output is shown when it fails.
+// output is shown when it fails. A parent that prepares the host itself and
+// runs a different child test calls runPreloaded() with its own root.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
