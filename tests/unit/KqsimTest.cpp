@@ -13,7 +13,10 @@ namespace fs = std::filesystem;
 
 class KqsimTest : public simtest::SimHostTest {
 protected:
-    std::string configOf(int veid) const { return kqtest::readFile(at("etc/sysconfig/kq-scripts/" + std::to_string(veid) + ".conf")); }
+    std::string configOf(int veid) const
+    {
+        return kqtest::readFile(at("etc/sysconfig/kq-scripts/" + std::to_string(veid) + ".conf"));
+    }
 
     // A value of a configuration file as bash reads it.
     std::string sourced(const std::string& file, const std::string& key)
