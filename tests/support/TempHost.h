@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -17,6 +18,9 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
+
+extern char** environ;
 
 namespace kqtest {
 
@@ -74,6 +78,34 @@ inline bool exists(const std::string& path)
 {
     struct stat st;
     return ::lstat(path.c_str(), &st) == 0;
+}
+
+// The environment of this process as "NAME=value" entries, with `changes`
+// applied: each named variable takes the given value, or is left out when
+// the value is empty. For starting child processes.
+inline std::vector<std::string> environmentWith(const std::map<std::string, std::string>& changes)
+{
+    std::vector<std::string> result;
+    for (char** entry = environ; *entry; ++entry) {
+        std::string text = *entry;
+        if (!changes.count(text.substr(0, text.find('='))))
+            result.push_back(text);
+    }
+    for (const auto& change : changes)
+        if (!change.second.empty())
+            result.push_back(change.first + "=" + change.second);
+    return result;
+}
+
+// A null-terminated array of pointers into `texts`, for execve's argv and
+// envp; valid while `texts` is unchanged.
+inline std::vector<char*> cStringArray(std::vector<std::string>& texts)
+{
+    std::vector<char*> result;
+    for (std::string& text : texts)
+        result.push_back(&text[0]);
+    result.push_back(nullptr);
+    return result;
 }
 
 // Sets an environment variable while the object lives, then puts back what

@@ -22,8 +22,6 @@
 #include <unistd.h>
 #include <vector>
 
-extern char** environ;
-
 namespace simtest {
 
 struct RunResult {
@@ -46,30 +44,7 @@ inline std::vector<std::string> lines(const std::string& text)
     return result;
 }
 
-// The environment of this process with some variables replaced.
-inline std::vector<std::string> environmentWith(const std::map<std::string, std::string>& changes)
-{
-    std::vector<std::string> result;
-    for (char** entry = environ; *entry; ++entry) {
-        std::string text = *entry;
-        std::string key = text.substr(0, text.find('='));
-        if (!changes.count(key))
-            result.push_back(text);
-    }
-    for (const auto& change : changes)
-        if (!change.second.empty())
-            result.push_back(change.first + "=" + change.second);
-    return result;
-}
-
-inline std::vector<char*> pointers(std::vector<std::string>& texts)
-{
-    std::vector<char*> result;
-    for (std::string& text : texts)
-        result.push_back(text.data());
-    result.push_back(nullptr);
-    return result;
-}
+using kqtest::environmentWith;
 
 // Starts argv[0] (an absolute path) with the given environment; the caller
 // collects it with finish(). stdin is /dev/null.
@@ -81,8 +56,8 @@ struct Child {
 
 inline Child start(std::vector<std::string> argv, std::vector<std::string> env)
 {
-    std::vector<char*> args = pointers(argv);
-    std::vector<char*> envp = pointers(env);
+    std::vector<char*> args = kqtest::cStringArray(argv);
+    std::vector<char*> envp = kqtest::cStringArray(env);
     int outPipe[2], errPipe[2];
     if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0)
         return {};
