@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
-#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
@@ -16,7 +16,7 @@ using KQC::KQCConfiguration;
 
 class ConfigurationTest : public ::testing::Test {
 protected:
-    void SetUp() override { std::system(("mkdir -p '" + m_host.path("etc/kqagent") + "'").c_str()); }
+    void SetUp() override { std::filesystem::create_directories(m_host.path("etc/kqagent")); }
 
     std::string configPath() const { return m_host.path("etc/kqagent/KQSVpsAgent.conf"); }
 
@@ -38,8 +38,7 @@ protected:
         it.putInt(KQC::TAG_MIN_VEID, low);
         it.putInt(KQC::TAG_MAX_VEID, high);
         ASSERT_EQ(config.save(configPath()), 0);
-        struct timeval times[2] = {{stamp, 0}, {stamp, 0}};
-        utimes(configPath().c_str(), times);
+        kqtest::setModificationTime(configPath(), stamp);
     }
 
     kqtest::TempHost m_host;

@@ -8,10 +8,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -28,7 +28,7 @@ protected:
     std::string ownFolder()
     {
         std::string folder = m_host.path("etc/kqagent/vocabulary");
-        std::system(("mkdir -p '" + folder + "'").c_str());
+        std::filesystem::create_directories(folder);
         return folder;
     }
 
@@ -37,8 +37,7 @@ protected:
     void writeFile(const std::string& path, const std::string& text, int stamp)
     {
         std::ofstream(path) << text;
-        struct timeval times[2] = {{stamp, 0}, {stamp, 0}};
-        utimes(path.c_str(), times);
+        kqtest::setModificationTime(path, stamp);
     }
 
     kqtest::TempHost m_host;
