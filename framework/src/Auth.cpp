@@ -1,6 +1,7 @@
 #include "KQC/Auth.h"
 
 #include "KQC/Error.h"
+#include "TextHelpers.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -16,11 +17,8 @@ std::string eidBody(const KQCEID& eid)
 
 bool parseInt(const std::string& text, int& out)
 {
-    if (text.empty() || text.size() > 9)
+    if (!isShortDecimal(text))
         return false;
-    for (char c : text)
-        if (c < '0' || c > '9')
-            return false;
     out = std::atoi(text.c_str());
     return true;
 }

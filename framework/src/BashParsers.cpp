@@ -3,26 +3,15 @@
 #include "EnvConfigKeys.h"
 #include "KQC/Error.h"
 #include "KQS/ShellSyntax.h"
+#include "TextHelpers.h"
 
 #include <algorithm>
-#include <cctype>
 
 namespace KQS {
 namespace {
 
-std::string upperCase(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return text;
-}
-
-std::string lowerCase(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
+using KQC::lowerCase;
+using KQC::upperCase;
 
 int parseFile(std::istream& input, KQSShellFile& file)
 {

@@ -1,6 +1,8 @@
 #include "ConfigFileIO.h"
 
 #include "KQC/Error.h"
+#include "KQC/Files.h"
+#include "KQC/Handle.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -14,45 +16,6 @@ namespace KQC {
 namespace ConfigFileIO {
 namespace {
 
-// Owns one descriptor and closes it on every path out.
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : m_fd(fd) {}
-    ~Descriptor()
-    {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return m_fd; }
-    // Closes now, so that a failing close can be reported.
-    int close()
-    {
-        int result = ::close(m_fd);
-        m_fd = -1;
-        return result;
-    }
-
-private:
-    int m_fd;
-};
-
-int writeAll(int fd, const std::string& content)
-{
-    size_t done = 0;
-    while (done < content.size()) {
-        ssize_t written = ::write(fd, content.data() + done, content.size() - done);
-        if (written < 0) {
-            if (errno == EINTR)
-                continue;
-            return -1;
-        }
-        done += static_cast<size_t>(written);
-    }
-    return 0;
-}
-
 int fsyncRetrying(int fd)
 {
     int result;
@@ -62,21 +25,25 @@ int fsyncRetrying(int fd)
     return result;
 }
 
+// Closes now rather than on destruction, so that a failing close is reported.
+int closeNow(KQCHandle& fd) { return ::close(fd.release()); }
+
 // Writes the temporary file; the caller renames or removes it.
 int writeTemporary(const std::string& path, std::string& tempPath, const std::string& content)
 {
     std::string pattern = path + ".XXXXXX";
     std::vector<char> buffer(pattern.begin(), pattern.end());
     buffer.push_back('\0');
-    Descriptor fd(::mkostemp(buffer.data(), O_CLOEXEC));
-    if (fd.get() < 0) {
+    KQCHandle fd(::mkostemp(buffer.data(), O_CLOEXEC));
+    if (!fd.isValid()) {
         setErrorMessage("can't create temporary file for '%s' : %m", path.c_str());
         return -1;
     }
     tempPath = buffer.data();
     // mkostemp makes the file 0600; configuration files are world-readable.
     ::fchmod(fd.get(), 0644);
-    if (writeAll(fd.get(), content) != 0 || fsyncRetrying(fd.get()) != 0 || fd.close() != 0) {
+    if (writeAll(fd.get(), content.data(), content.size()) != 0 || fsyncRetrying(fd.get()) != 0 ||
+        closeNow(fd) != 0) {
         setErrorMessage("can't write '%s' : %m", tempPath.c_str());
         return -1;
     }
@@ -91,26 +58,15 @@ int readWholeFile(const std::string& path, std::string& content)
     do {
         raw = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     } while (raw < 0 && errno == EINTR);
-    Descriptor fd(raw);
-    if (fd.get() < 0) {
+    KQCHandle fd(raw);
+    if (!fd.isValid()) {
         setErrorMessage("can't open '%s' : %m", path.c_str());
         return -1;
     }
-    std::string text;
-    char chunk[65536];
-    for (;;) {
-        ssize_t got = ::read(fd.get(), chunk, sizeof chunk);
-        if (got < 0) {
-            if (errno == EINTR)
-                continue;
-            setErrorMessage("can't read '%s' : %m", path.c_str());
-            return -1;
-        }
-        if (got == 0)
-            break;
-        text.append(chunk, static_cast<size_t>(got));
+    if (readAll(fd.get(), content) != 0) {
+        setErrorMessage("can't read '%s' : %m", path.c_str());
+        return -1;
     }
-    content.swap(text);
     return 0;
 }
 

@@ -1,5 +1,7 @@
 #include "KQC/GUID.h"
 
+#include "TextHelpers.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -12,17 +14,6 @@ namespace {
 // Positions of the 32 hex digits inside the 36-character form.
 bool isDashPosition(size_t i) { return i == 8 || i == 13 || i == 18 || i == 23; }
 
-int hexValue(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 bool parse36(const char* text, uint8_t out[16])
 {
     int nibble = 0;
@@ -32,7 +23,7 @@ bool parse36(const char* text, uint8_t out[16])
                 return false;
             continue;
         }
-        int v = hexValue(text[i]);
+        int v = hexDigitValue(text[i]);
         if (v < 0)
             return false;
         if (nibble % 2 == 0)

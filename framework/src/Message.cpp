@@ -1,6 +1,7 @@
 #include "KQC/Message.h"
 
 #include "ConfigFileIO.h"
+#include "TextHelpers.h"
 #include "KQC/Error.h"
 
 #include <boost/property_tree/ptree.hpp>
@@ -54,6 +55,24 @@ const KQCMessageElement* findElement(const KQCMessageNode& node, const std::stri
         if (element.key == key)
             return &element;
     return nullptr;
+}
+
+KQCMessageElement intElement(const std::string& key, long long number)
+{
+    KQCMessageElement element;
+    element.key = key;
+    element.kind = KQCMessageElement::Int;
+    element.number = number;
+    return element;
+}
+
+KQCMessageElement stringElement(const std::string& key, const std::string& text)
+{
+    KQCMessageElement element;
+    element.key = key;
+    element.kind = KQCMessageElement::String;
+    element.text = text;
+    return element;
 }
 
 const KQCMessageElement* findNode(const KQCMessageNode& node, const std::string& key, int index)
@@ -124,17 +143,6 @@ std::string escapeText(const std::string& text)
     return out;
 }
 
-int hexDigit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 int unescapeText(const std::string& text, std::string& out)
 {
     out.clear();
@@ -152,8 +160,9 @@ int unescapeText(const std::string& text, std::string& out)
             out += '\n';
         else if (c == 't')
             out += '\t';
-        else if (c == 'x' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 && hexDigit(text[i + 2]) >= 0) {
-            out += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
+        else if (c == 'x' && i + 2 < text.size() && hexDigitValue(text[i + 1]) >= 0 &&
+                 hexDigitValue(text[i + 2]) >= 0) {
+            out += static_cast<char>(hexDigitValue(text[i + 1]) * 16 + hexDigitValue(text[i + 2]));
             i += 2;
         } else
             return -1;
@@ -411,11 +420,7 @@ int KQCMessageIterator::putInt64(int tag, long long value)
     if (!isValid())
         return -1;
     remove(tag);
-    KQCMessageElement element;
-    element.key = tagKey(tag);
-    element.kind = KQCMessageElement::Int;
-    element.number = value;
-    current()->elements.push_back(element);
+    current()->elements.push_back(intElement(tagKey(tag), value));
     return 0;
 }
 
@@ -431,11 +436,7 @@ int KQCMessageIterator::putStringByKey(const std::string& key, const std::string
     if (!isValid())
         return -1;
     removeKey(key);
-    KQCMessageElement element;
-    element.key = key;
-    element.kind = KQCMessageElement::String;
-    element.text = value;
-    current()->elements.push_back(element);
+    current()->elements.push_back(stringElement(key, value));
     return 0;
 }
 
@@ -443,11 +444,7 @@ int KQCMessageIterator::addInt(int tag, int value)
 {
     if (!isValid())
         return -1;
-    KQCMessageElement element;
-    element.key = tagKey(tag);
-    element.kind = KQCMessageElement::Int;
-    element.number = value;
-    current()->elements.push_back(element);
+    current()->elements.push_back(intElement(tagKey(tag), value));
     return 0;
 }
 
@@ -455,11 +452,7 @@ int KQCMessageIterator::addString(int tag, const std::string& value)
 {
     if (!isValid())
         return -1;
-    KQCMessageElement element;
-    element.key = tagKey(tag);
-    element.kind = KQCMessageElement::String;
-    element.text = value;
-    current()->elements.push_back(element);
+    current()->elements.push_back(stringElement(tagKey(tag), value));
     return 0;
 }
 

@@ -1,5 +1,7 @@
 #include "KQC/Tags.h"
 
+#include "TextHelpers.h"
+
 #include <cstdlib>
 #include <cstring>
 
@@ -90,16 +92,6 @@ const TagName kTagNames[] = {
     {TAG_CONNECTION, "connection"},
 };
 
-bool isDecimal(const std::string& text)
-{
-    if (text.empty() || text.size() > 9)
-        return false;
-    for (char c : text)
-        if (c < '0' || c > '9')
-            return false;
-    return true;
-}
-
 } // namespace
 
 std::string tagKey(int tag)
@@ -112,7 +104,7 @@ std::string tagKey(int tag)
 
 int tagFromName(const std::string& name, int& tag)
 {
-    if (isDecimal(name)) {
+    if (isShortDecimal(name)) {
         tag = std::atoi(name.c_str());
         return 0;
     }
@@ -126,7 +118,7 @@ int tagFromName(const std::string& name, int& tag)
 
 std::string canonicalKey(const std::string& component)
 {
-    if (isDecimal(component))
+    if (isShortDecimal(component))
         return tagKey(std::atoi(component.c_str()));
     return component;
 }

@@ -1,19 +1,10 @@
 #include "KQS/VtSettings.h"
 
-#include <algorithm>
-#include <cctype>
+#include "TextHelpers.h"
 
 namespace KQS {
-namespace {
 
-std::string lowerCase(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
-
-} // namespace
+using KQC::lowerCase;
 
 int KQSVtSettings::getParam(const std::string& name, std::string& value) const
 {

@@ -18,6 +18,13 @@ bool takesMode(int flags)
     return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
 }
 
+// The mode argument of an open call, which is only there when the flags
+// create a file; reading it otherwise would read past the arguments.
+mode_t modeArgument(int flags, va_list args)
+{
+    return takesMode(flags) ? static_cast<mode_t>(va_arg(args, int)) : 0;
+}
+
 int openPath(const char* path, int flags, mode_t mode)
 {
     if (kqsim::isControlDevicePath(path))
@@ -40,25 +47,19 @@ extern "C" {
 
 __attribute__((visibility("default"))) int open(const char* path, int flags, ...)
 {
-    mode_t mode = 0;
-    if (takesMode(flags)) {
-        va_list args;
-        va_start(args, flags);
-        mode = static_cast<mode_t>(va_arg(args, int));
-        va_end(args);
-    }
+    va_list args;
+    va_start(args, flags);
+    mode_t mode = modeArgument(flags, args);
+    va_end(args);
     return openPath(path, flags, mode);
 }
 
 __attribute__((visibility("default"))) int open64(const char* path, int flags, ...)
 {
-    mode_t mode = 0;
-    if (takesMode(flags)) {
-        va_list args;
-        va_start(args, flags);
-        mode = static_cast<mode_t>(va_arg(args, int));
-        va_end(args);
-    }
+    va_list args;
+    va_start(args, flags);
+    mode_t mode = modeArgument(flags, args);
+    va_end(args);
     return openPath(path, flags, mode);
 }
 
@@ -85,25 +86,19 @@ __attribute__((visibility("default"))) int __openat64_2(int dirfd, const char* p
 
 __attribute__((visibility("default"))) int openat(int dirfd, const char* path, int flags, ...)
 {
-    mode_t mode = 0;
-    if (takesMode(flags)) {
-        va_list args;
-        va_start(args, flags);
-        mode = static_cast<mode_t>(va_arg(args, int));
-        va_end(args);
-    }
+    va_list args;
+    va_start(args, flags);
+    mode_t mode = modeArgument(flags, args);
+    va_end(args);
     return openPathAt(dirfd, path, flags, mode);
 }
 
 __attribute__((visibility("default"))) int openat64(int dirfd, const char* path, int flags, ...)
 {
-    mode_t mode = 0;
-    if (takesMode(flags)) {
-        va_list args;
-        va_start(args, flags);
-        mode = static_cast<mode_t>(va_arg(args, int));
-        va_end(args);
-    }
+    va_list args;
+    va_start(args, flags);
+    mode_t mode = modeArgument(flags, args);
+    va_end(args);
     return openPathAt(dirfd, path, flags, mode);
 }
 

@@ -97,12 +97,8 @@ int configValues(const AddRequest& request, ConfigValues& values)
         put("NAME", request.name);
     if (request.hasHostname)
         put("HOSTNAME", request.hostname);
-    if (!request.addresses.empty()) {
-        std::string joined;
-        for (const std::string& address : request.addresses)
-            joined += (joined.empty() ? "" : " ") + address;
-        put("IP_ADDRESS", joined);
-    }
+    if (!request.addresses.empty())
+        put("IP_ADDRESS", joinWords(request.addresses));
     if (!request.type.empty())
         put("VE_TYPE", request.type);
     if (!request.offlineManagement.empty())
@@ -144,8 +140,8 @@ int commandAdd(const Arguments& args)
     if (int status = configValues(request, values))
         return status;
     SimHost host{request.root};
-    if (!isSimulatedHost(host.root))
-        return fail(1, host.root + ": not a simulated host (run kqsim init first)");
+    if (int status = requireSimulatedHost(host.root))
+        return status;
     HostSettings settings;
     ContainerFiles files;
     if (readHostSettings(host, settings) != 0

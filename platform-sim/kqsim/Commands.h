@@ -21,5 +21,7 @@ int commandProc(const Arguments& args);
 int fail(int status, const std::string& text);
 // The same with the framework's current error message as TEXT.
 int failWithErrorMessage(int status = 1);
+// 0 when root is a simulated host; otherwise says so and gives back 1.
+int requireSimulatedHost(const std::string& root);
 
 } // namespace KQSim

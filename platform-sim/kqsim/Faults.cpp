@@ -18,9 +18,7 @@ namespace {
 int openHost(const std::string& rootArgument, SimHost& host)
 {
     host.root = absolutePath(rootArgument);
-    if (!isSimulatedHost(host.root))
-        return fail(1, host.root + ": not a simulated host (run kqsim init first)");
-    return 0;
+    return requireSimulatedHost(host.root);
 }
 
 int printFile(const std::string& path)

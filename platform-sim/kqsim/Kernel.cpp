@@ -14,16 +14,6 @@
 namespace KQSim {
 namespace {
 
-std::vector<std::string> words(const std::string& text)
-{
-    std::istringstream stream(text);
-    std::vector<std::string> result;
-    std::string word;
-    while (stream >> word)
-        result.push_back(word);
-    return result;
-}
-
 bool isUnsigned(const std::string& text)
 {
     if (text.empty() || text.size() > 20)
@@ -46,7 +36,7 @@ bool isDecimal(const std::string& text)
 
 bool isNumbers(const std::string& value, size_t count, bool (*check)(const std::string&))
 {
-    std::vector<std::string> list = words(value);
+    std::vector<std::string> list = splitWords(value);
     if (list.size() != count)
         return false;
     for (const std::string& word : list)
@@ -75,7 +65,7 @@ bool isSlmTriples(const std::string& value)
 
 bool isAddressList(const std::string& value)
 {
-    for (const std::string& address : words(value))
+    for (const std::string& address : splitWords(value))
         for (char c : address)
             if (!std::isxdigit(static_cast<unsigned char>(c)) && c != '.' && c != ':' && c != '/')
                 return false;
@@ -97,7 +87,7 @@ bool isErrnoName(const std::string& name)
 // "ERRNO COUNT": the next COUNT ioctls fail with ERRNO.
 bool isErrnoFault(const std::string& value)
 {
-    std::vector<std::string> list = words(value);
+    std::vector<std::string> list = splitWords(value);
     return list.size() == 2 && isErrnoName(list[0]) && isUnsigned(list[1]);
 }
 
@@ -184,8 +174,8 @@ int commandSet(const Arguments& args)
         return fail(2, "set: unknown key '" + key + "'");
     if (check == KeyCheck::BadValue)
         return fail(2, "set: bad value '" + value + "' for " + key);
-    if (!isSimulatedHost(host.root))
-        return fail(1, host.root + ": not a simulated host (run kqsim init first)");
+    if (int status = requireSimulatedHost(host.root))
+        return status;
     std::string folder = host.kernelDir(check == KeyCheck::Host ? "host" : std::to_string(veid));
     if (makeDirs(folder) != 0 || writeFileAtomic(folder + "/" + key, value) != 0)
         return failWithErrorMessage();
@@ -204,8 +194,8 @@ int commandProc(const Arguments& args)
     std::string command = args.size() == 5 ? args[4] : "init";
     if (command.find('\n') != std::string::npos)
         return fail(2, "proc: COMMAND must be one line");
-    if (!isSimulatedHost(host.root))
-        return fail(1, host.root + ": not a simulated host (run kqsim init first)");
+    if (int status = requireSimulatedHost(host.root))
+        return status;
     std::string line = std::to_string(vpid) + " " + std::to_string(hostPid) + " " + command + "\n";
     if (makeDirs(host.stateDir() + "/proc") != 0 || appendOnce(host.processList(veid), line) != 0)
         return failWithErrorMessage();

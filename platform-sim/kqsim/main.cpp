@@ -1,6 +1,8 @@
 // kqsim: the admin tool of the simulated container platform.
 #include "Commands.h"
 
+#include "KQSim/Host.h"
+
 #include "KQC/Error.h"
 
 #include <cstdio>
@@ -17,6 +19,13 @@ int fail(int status, const std::string& text)
 int failWithErrorMessage(int status)
 {
     return fail(status, KQC::getErrorMessage());
+}
+
+int requireSimulatedHost(const std::string& root)
+{
+    if (!isSimulatedHost(root))
+        return fail(1, root + ": not a simulated host (run kqsim init first)");
+    return 0;
 }
 
 } // namespace KQSim

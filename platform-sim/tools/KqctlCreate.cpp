@@ -100,12 +100,8 @@ int actionCreate(KqctlCall& call)
     values.emplace_back("OSTEMPLATE", osTemplate);
     values.emplace_back("ORIGIN_SAMPLE", sample);
     values.insert(values.end(), request.explicitValues.begin(), request.explicitValues.end());
-    if (!request.addresses.empty()) {
-        std::string joined;
-        for (const std::string& address : request.addresses)
-            joined += (joined.empty() ? "" : " ") + address;
-        values.emplace_back("IP_ADDRESS", joined);
-    }
+    if (!request.addresses.empty())
+        values.emplace_back("IP_ADDRESS", joinWords(request.addresses));
     HostSettings settings = call.settings;
     if (!request.privateArea.empty())
         settings.vePrivate = request.privateArea;

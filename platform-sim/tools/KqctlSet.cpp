@@ -3,6 +3,7 @@
 #include "Kqctl.h"
 
 #include "KQSim/Accounts.h"
+#include "KQSim/Host.h"
 #include "KQSim/Netif.h"
 #include "KQSim/ShellConfig.h"
 
@@ -12,7 +13,6 @@
 #include <climits>
 #include <cstdlib>
 #include <map>
-#include <sstream>
 
 namespace KQSim {
 namespace {
@@ -72,25 +72,6 @@ int splitOptions(const std::vector<std::string>& words, std::vector<Option>& opt
     return 0;
 }
 
-// A space-separated list key edited by --ipadd / --ipdel / --nameserver.
-std::vector<std::string> listOf(const std::string& text)
-{
-    std::istringstream stream(text);
-    std::vector<std::string> items;
-    std::string item;
-    while (stream >> item)
-        items.push_back(item);
-    return items;
-}
-
-std::string joined(const std::vector<std::string>& items, char separator = ' ')
-{
-    std::string text;
-    for (const std::string& item : items)
-        text += (text.empty() ? "" : std::string(1, separator)) + item;
-    return text;
-}
-
 void deleteAddress(std::vector<std::string>& addresses, const std::string& which)
 {
     if (which == "all") {
@@ -144,7 +125,7 @@ private:
             return deleteAdapter(value);
         if (name == "--nameserver") {
             m_nameservers.push_back(value);
-            m_config.set("NAMESERVER", joined(m_nameservers));
+            m_config.set("NAMESERVER", joinWords(m_nameservers));
             return 0;
         }
         if (name == "--searchdomain") {
@@ -180,12 +161,12 @@ private:
 
     int editHostRoutedAddresses(const std::string& name, const std::string& value)
     {
-        std::vector<std::string> addresses = listOf(m_config.get("IP_ADDRESS"));
+        std::vector<std::string> addresses = splitWords(m_config.get("IP_ADDRESS"));
         if (name == "--ipdel")
             deleteAddress(addresses, value);
         else if (std::find(addresses.begin(), addresses.end(), value) == addresses.end())
             addresses.push_back(value);
-        m_config.set("IP_ADDRESS", joined(addresses));
+        m_config.set("IP_ADDRESS", joinWords(addresses));
         return 0;
     }
 

@@ -5,6 +5,7 @@
 #include "Tools.h"
 
 #include "KQSim/Fs.h"
+#include "KQSim/Host.h"
 
 #include <cstdio>
 #include <map>
@@ -50,18 +51,9 @@ int runKqnetstat(const SimHost& host, const ToolArguments& args)
         }
         veids.push_back(veid);
     }
-    if (veids.empty()) {
-        std::vector<std::string> names;
-        listDirectory(host.stateDir() + "/kernel", names);
-        std::map<int, bool> sorted;
-        for (const std::string& name : names) {
-            int veid = 0;
-            if (parseInt(name, veid))
-                sorted[veid] = true;
-        }
-        for (const auto& entry : sorted)
-            veids.push_back(entry.first);
-    }
+    if (veids.empty())
+        for (int veid : numberedEntries(host.stateDir() + "/kernel"))
+            veids.push_back(veid);
     std::printf("VEID CLASS IN_BYTES OUT_BYTES IN_PACKETS OUT_PACKETS\n");
     for (int veid : veids)
         printContainer(host, veid);

@@ -14,6 +14,7 @@
 #include "TransitionLock.h"
 
 #include "KQSim/Container.h"
+#include "KQSim/Host.h"
 #include "KQSim/ShellConfig.h"
 
 #include "KQC/Error.h"
@@ -42,16 +43,6 @@ std::vector<std::string> versionsOf(const std::string& templateDir, const std::s
         if (file.size() > prefix.size() && file.compare(0, prefix.size(), prefix) == 0)
             versions.push_back(file.substr(prefix.size()));
     return versions;
-}
-
-std::vector<std::string> wordsOf(const std::string& text)
-{
-    std::istringstream stream(text);
-    std::vector<std::string> words;
-    std::string word;
-    while (stream >> word)
-        words.push_back(word);
-    return words;
 }
 
 // The content lines of one "%section" of a template configuration file.
@@ -110,7 +101,7 @@ int listContainer(const Context& context, int veid)
     if (findContainer(context.host, context.settings, veid, files, &config) != 0)
         return complain(1, context.tool, KQC::getErrorMessage());
     std::vector<std::string> names = {config.get("OSTEMPLATE")};
-    for (const std::string& name : wordsOf(config.get("TEMPLATES")))
+    for (const std::string& name : splitWords(config.get("TEMPLATES")))
         names.push_back(name);
     for (const std::string& name : names) {
         std::vector<std::string> versions = versionsOf(context.settings.templateDir, name);
@@ -160,7 +151,7 @@ int checkAddable(const Context& context, const ChangeRequest& request, const std
     std::vector<std::string> cached = sectionLines(conf, "cached");
     if (!cached.empty() && cached[0] == "yes")
         return complain(1, context.tool, "template " + name + " is an OS template; Use -f/--force option to reinstall the OS");
-    std::vector<std::string> installed = wordsOf(config.get("TEMPLATES"));
+    std::vector<std::string> installed = splitWords(config.get("TEMPLATES"));
     if (!request.force && std::find(installed.begin(), installed.end(), name) != installed.end())
         return complain(1, context.tool, "template " + name + " is already installed");
     std::vector<std::string> sets = sectionLines(conf, "compatible_sets");
@@ -168,14 +159,6 @@ int checkAddable(const Context& context, const ChangeRequest& request, const std
     if (!request.force && !sets.empty() && std::find(sets.begin(), sets.end(), os) == sets.end())
         return complain(1, context.tool, "failed dependencies: " + name + " does not work on " + os);
     return 0;
-}
-
-std::string joinedNames(const std::vector<std::string>& names)
-{
-    std::string joined;
-    for (const std::string& name : names)
-        joined += (joined.empty() ? "" : " ") + name;
-    return joined;
 }
 
 // One template added to or removed from the installed list; 0 or the exit status.
@@ -224,11 +207,11 @@ int changeTemplates(const Context& context, const ChangeRequest& request, bool a
         return complain(9, context.tool, "Container already locked");
     if (taken != 0)
         return complain(1, context.tool, KQC::getErrorMessage());
-    std::vector<std::string> installed = wordsOf(config.get("TEMPLATES"));
+    std::vector<std::string> installed = splitWords(config.get("TEMPLATES"));
     for (const std::string& text : request.templates) {
         if (int status = changeOne(context, request, config, adding, text, installed))
             return status;
-        config.set("TEMPLATES", joinedNames(installed));
+        config.set("TEMPLATES", joinWords(installed));
     }
     return saveConfig(files, config) == 0 ? 0 : complain(1, context.tool, KQC::getErrorMessage());
 }
@@ -240,6 +223,19 @@ int openContext(const SimHost& host, const ToolArguments& args, Context& context
     if (readHostSettings(host, context.settings) != 0)
         return complain(1, context.tool, KQC::getErrorMessage());
     return 0;
+}
+
+// kqpkgadd and kqpkgrm take the same request; they differ in one flag and
+// in the direction of the change.
+int runChange(const SimHost& host, const ToolArguments& args, const char* extraFlag, bool install)
+{
+    Context context;
+    ChangeRequest request;
+    if (int status = openContext(host, args, context))
+        return status;
+    if (int status = parseChange(context, args, extraFlag, request))
+        return status;
+    return changeTemplates(context, request, install);
 }
 
 } // namespace
@@ -260,27 +256,9 @@ int runKqpkgls(const SimHost& host, const ToolArguments& args)
     return listHost(context);
 }
 
-int runKqpkgadd(const SimHost& host, const ToolArguments& args)
-{
-    Context context;
-    ChangeRequest request;
-    if (int status = openContext(host, args, context))
-        return status;
-    if (int status = parseChange(context, args, "--jump", request))
-        return status;
-    return changeTemplates(context, request, true);
-}
+int runKqpkgadd(const SimHost& host, const ToolArguments& args) { return runChange(host, args, "--jump", true); }
 
-int runKqpkgrm(const SimHost& host, const ToolArguments& args)
-{
-    Context context;
-    ChangeRequest request;
-    if (int status = openContext(host, args, context))
-        return status;
-    if (int status = parseChange(context, args, "--remove", request))
-        return status;
-    return changeTemplates(context, request, false);
-}
+int runKqpkgrm(const SimHost& host, const ToolArguments& args) { return runChange(host, args, "--remove", false); }
 
 int runKqpkginfo(const SimHost& host, const ToolArguments& args)
 {
@@ -289,7 +267,7 @@ int runKqpkginfo(const SimHost& host, const ToolArguments& args)
     if (!pathExists(args[2]))
         return complain(1, args[0], "no such file " + args[2]);
     for (const std::string& line : sectionLines(args[2], "technologies"))
-        for (const std::string& word : wordsOf(line))
+        for (const std::string& word : splitWords(line))
             std::printf("%s\n", word.c_str());
     return 0;
 }

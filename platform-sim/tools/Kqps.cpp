@@ -6,6 +6,7 @@
 #include "Tools.h"
 
 #include "KQSim/Fs.h"
+#include "KQSim/Host.h"
 
 #include <cctype>
 #include <cstdio>
@@ -82,16 +83,8 @@ void readProcesses(const SimHost& host, int veid, std::vector<Process>& processe
 
 void readAllProcesses(const SimHost& host, std::vector<Process>& processes)
 {
-    std::vector<std::string> names;
-    listDirectory(host.stateDir() + "/proc", names);
-    std::map<int, bool> veids;
-    for (const std::string& name : names) {
-        int veid = 0;
-        if (parseInt(name, veid))
-            veids[veid] = true;
-    }
-    for (const auto& entry : veids)
-        readProcesses(host, entry.first, processes);
+    for (int veid : numberedEntries(host.stateDir() + "/proc"))
+        readProcesses(host, veid, processes);
 }
 
 std::vector<std::string> splitColumns(const std::string& list)

@@ -1,5 +1,6 @@
 // The registry through the console: VEIDs, the agent's private files in a
 // container, and configurations read from the control tool's text form.
+#include "AgentRun.h"
 #include "TempHost.h"
 
 #include "KQC/GUID.h"
@@ -8,16 +9,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <regex>
-#include <sys/wait.h>
+#include <string>
+#include <vector>
 
 namespace {
-
-struct Result {
-    int exitCode = -1;
-    std::string out;
-};
 
 class RegistryE2ETest : public ::testing::Test {
 protected:
@@ -40,23 +36,11 @@ protected:
         ASSERT_EQ(0, message->save(host.path("etc/kqagent/configs/" + eid.toString())));
     }
 
-    // Runs kqagent on this host with `input` on its standard input.
-    Result agent(const std::string& arguments, const std::string& input = "")
+    // Runs kqagent on this host, answering in JSON, with `input` on its standard input.
+    kqtest::RunResult agent(std::vector<std::string> args, const std::string& input = "")
     {
-        host.write("stdin", input);
-        std::string command = std::string(KQ_BIN_DIR) + "/kqagent --root '" + host.root() + "' --json " + arguments +
-                              " < '" + host.path("stdin") + "' 2>/dev/null";
-        Result result;
-        FILE* pipe = ::popen(command.c_str(), "r");
-        if (!pipe)
-            return result;
-        char buffer[4096];
-        size_t count;
-        while ((count = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
-            result.out.append(buffer, count);
-        int status = ::pclose(pipe);
-        result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        return result;
+        args.insert(args.begin(), "--json");
+        return kqtest::agent(host.root(), args, input);
     }
 
     kqtest::TempHost host;
@@ -68,7 +52,7 @@ TEST_F(RegistryE2ETest, AllocatesAVeidWithinTheConfiguredBounds)
     host.write("etc/kqagent/KQSVpsAgent.conf",
                "<message name=\"configuration\"><node key=\"data\"><node key=\"kqsenvm\"><node key=\"configuration\">"
                "<int key=\"minVeid\">300</int><int key=\"maxVeid\">310</int></node></node></node></message>\n");
-    Result result = agent("veid allocate");
+    kqtest::RunResult result = agent({"veid", "allocate"});
     ASSERT_EQ(0, result.exitCode) << result.out;
     std::smatch match;
     ASSERT_TRUE(std::regex_search(result.out, match, std::regex("\"veid\":([0-9]+)"))) << result.out;
@@ -80,47 +64,47 @@ TEST_F(RegistryE2ETest, AllocatesAVeidWithinTheConfiguredBounds)
 
 TEST_F(RegistryE2ETest, PrivateFilesByVeidAndByEid)
 {
-    Result put = agent("private put 4242 notes", "hello");
+    kqtest::RunResult put = agent({"private", "put", "4242", "notes"}, "hello");
     ASSERT_EQ(0, put.exitCode) << put.out;
     EXPECT_EQ("hello", host.read("vz/private/4242/kqagent/notes"));
 
-    Result get = agent("private get '" + eid.toString() + "' notes");
+    kqtest::RunResult get = agent({"private", "get", eid.toString(), "notes"});
     ASSERT_EQ(0, get.exitCode) << get.out;
     EXPECT_NE(std::string::npos, get.out.find("\"data\":\"hello\"")) << get.out;
 
-    Result erase = agent("private put 4242 notes");
+    kqtest::RunResult erase = agent({"private", "put", "4242", "notes"});
     ASSERT_EQ(0, erase.exitCode) << erase.out;
     EXPECT_FALSE(kqtest::exists(host.path("vz/private/4242/kqagent/notes")));
 
-    Result missing = agent("private get 4242 notes");
+    kqtest::RunResult missing = agent({"private", "get", "4242", "notes"});
     EXPECT_EQ(1, missing.exitCode);
     EXPECT_NE(std::string::npos, missing.out.find("\"rc\":-4")) << missing.out;
 }
 
 TEST_F(RegistryE2ETest, PrivateFilesAreRefusedWithoutTheRight)
 {
-    Result denied = agent("--deny 38 private get 4242 notes");
+    kqtest::RunResult denied = agent({"--deny", "38", "private", "get", "4242", "notes"});
     EXPECT_EQ(1, denied.exitCode);
     EXPECT_NE(std::string::npos, denied.out.find("\"rc\":414")) << denied.out;
 
-    Result unknown = agent("private get 999 notes");
+    kqtest::RunResult unknown = agent({"private", "get", "999", "notes"});
     EXPECT_EQ(1, unknown.exitCode);
     EXPECT_NE(std::string::npos, unknown.out.find("\"error\":\"eid for ctid#999 not found\"")) << unknown.out;
 
-    EXPECT_EQ(2, agent("private get not-a-ct notes").exitCode);
+    EXPECT_EQ(2, agent({"private", "get", "not-a-ct", "notes"}).exitCode);
 }
 
 TEST_F(RegistryE2ETest, ReadsANativeConfiguration)
 {
     host.write("web.conf", "NAME=\"web\"\nARCH=x86_64\nIP_ADDRESS=\"10.0.0.2/24 10.0.0.3\"\nONBOOT=\"yes\"\n");
-    Result result = agent("config virtual '" + host.path("web.conf") + "'");
+    kqtest::RunResult result = agent({"config", "virtual", host.path("web.conf")});
     ASSERT_EQ(0, result.exitCode) << result.out;
     EXPECT_NE(std::string::npos, result.out.find("\"name\":\"web\"")) << result.out;
     EXPECT_NE(std::string::npos, result.out.find("\"addresses\":[\"10.0.0.2/24\",\"10.0.0.3/32\"]")) << result.out;
     EXPECT_NE(std::string::npos, result.out.find("\"onboot\":true")) << result.out;
 
-    EXPECT_EQ(2, agent("config virtual '" + host.path("missing.conf") + "'").exitCode);
-    EXPECT_EQ(2, agent("config sideways x").exitCode);
+    EXPECT_EQ(2, agent({"config", "virtual", host.path("missing.conf")}).exitCode);
+    EXPECT_EQ(2, agent({"config", "sideways", "x"}).exitCode);
 }
 
 } // namespace

@@ -13,19 +13,19 @@
 //   }
 //
 // Extra "NAME=value" entries go into the child's environment. The child's
-// output is shown when it fails.
+// output is shown when it fails. A parent that prepares the host itself and
+// runs a different child test calls runPreloaded() with its own root.
+#include "TempHost.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <fcntl.h>
-#include <fstream>
-#include <iterator>
+#include <map>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
-
-extern char** environ;
 
 namespace kqtest {
 
@@ -43,6 +43,54 @@ inline std::string hostRoot()
     return root ? root : "";
 }
 
+// Runs this test program again in a child process with the simulated kernel
+// preloaded, KQ_HOST_ROOT at `root` and `arguments` (which select one test)
+// on its command line; its output goes to `logPath`. Extra "NAME=value"
+// entries replace those of the same name in the child's environment (an
+// empty value leaves the variable out).
+// Records a failure, with the child's output, unless the child ran exactly
+// one test and passed; returns whether it did.
+inline bool runPreloaded(const std::string& root, const std::vector<std::string>& arguments,
+                         const std::vector<std::string>& extra, const std::string& logPath)
+{
+    std::map<std::string, std::string> changes = {
+        {"LD_PRELOAD", std::string(KQ_LIB_DIR) + "/libkqsimkernel.so"},
+        {"ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0"},
+        {"KQ_HOST_ROOT", root},
+        {kPreloadedChildRole, "1"}};
+    for (const std::string& entry : extra) {
+        size_t equals = entry.find('=');
+        changes[entry.substr(0, equals)] = equals == std::string::npos ? "" : entry.substr(equals + 1);
+    }
+    std::vector<std::string> environment = environmentWith(changes);
+    std::vector<std::string> commandLine = {"/proc/self/exe"};
+    commandLine.insert(commandLine.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv = cStringArray(commandLine);
+    std::vector<char*> envp = cStringArray(environment);
+    int log = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (log < 0) {
+        ADD_FAILURE() << "can't create " << logPath;
+        return false;
+    }
+    pid_t pid = ::fork();
+    if (pid == 0) {
+        ::dup2(log, 1);
+        ::dup2(log, 2);
+        ::execve(argv[0], argv.data(), envp.data());
+        _exit(127);
+    }
+    ::close(log);
+    int status = 0;
+    bool waited = pid > 0 && ::waitpid(pid, &status, 0) == pid;
+    std::string output = readFile(logPath);
+    bool passed = waited && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    EXPECT_TRUE(passed) << output;
+    // A filter that matched nothing would pass silently.
+    bool ranOne = output.find("[  PASSED  ] 1 test") != std::string::npos;
+    EXPECT_TRUE(ranOne) << output;
+    return passed && ranOne;
+}
+
 inline bool ranInPreloadedChild(const std::vector<std::string>& extra = {})
 {
     if (isPreloadedChild())
@@ -55,56 +103,8 @@ inline bool ranInPreloadedChild(const std::vector<std::string>& extra = {})
         return true;
     }
     std::string root = pattern;
-    std::vector<std::string> environment;
-    for (char** entry = environ; *entry; ++entry) {
-        std::string text = *entry;
-        if (text.rfind("LD_PRELOAD=", 0) != 0 && text.rfind("ASAN_OPTIONS=", 0) != 0 &&
-            text.rfind("KQ_HOST_ROOT=", 0) != 0)
-            environment.push_back(text);
-    }
-    environment.push_back(std::string("LD_PRELOAD=") + KQ_LIB_DIR + "/libkqsimkernel.so");
-    environment.push_back("ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0");
-    environment.push_back("KQ_HOST_ROOT=" + root);
-    environment.push_back(std::string(kPreloadedChildRole) + "=1");
-    for (const std::string& entry : extra) {
-        // An extra entry replaces one of the same name.
-        std::string prefix = entry.substr(0, entry.find('=') + 1);
-        for (std::string& text : environment)
-            if (text.rfind(prefix, 0) == 0)
-                text.clear();
-        environment.push_back(entry);
-    }
-    std::vector<std::string> arguments = {"/proc/self/exe", "--gtest_filter=" + name};
-    std::vector<char*> argv, envp;
-    for (std::string& text : arguments)
-        argv.push_back(&text[0]);
-    argv.push_back(nullptr);
-    for (std::string& text : environment)
-        if (!text.empty())
-            envp.push_back(&text[0]);
-    envp.push_back(nullptr);
     std::string logPath = root + ".log";
-    int log = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (log < 0) {
-        ADD_FAILURE() << "can't create " << logPath;
-        std::system(("rm -rf '" + root + "'").c_str());
-        return true;
-    }
-    pid_t pid = ::fork();
-    if (pid == 0) {
-        ::dup2(log, 1);
-        ::dup2(log, 2);
-        ::execve(argv[0], argv.data(), envp.data());
-        _exit(127);
-    }
-    ::close(log);
-    int status = 0;
-    bool waited = pid > 0 && ::waitpid(pid, &status, 0) == pid;
-    std::ifstream in(logPath);
-    std::string output((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_TRUE(waited && WIFEXITED(status) && WEXITSTATUS(status) == 0) << output;
-    // A filter that matched nothing would pass silently.
-    EXPECT_NE(output.find("[  PASSED  ] 1 test"), std::string::npos) << output;
+    runPreloaded(root, {"--gtest_filter=" + name}, extra, logPath);
     std::system(("rm -rf '" + root + "' '" + logPath + "'").c_str());
     return true;
 }

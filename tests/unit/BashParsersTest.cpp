@@ -1,5 +1,6 @@
 #include "KQC/Error.h"
 #include "KQS/BashParsers.h"
+#include "TempHost.h"
 
 #include <gtest/gtest.h>
 
@@ -41,14 +42,7 @@ KQC::KQCIPAddress address(const std::string& text)
 
 class BashParsersTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        m_parser = KQS::KQSEnvConfigBashParser::getInstance(testVocabularies());
-        char pattern[] = "/tmp/kq-parsers-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        m_dir = pattern;
-    }
-    void TearDown() override { std::system(("rm -rf '" + m_dir + "'").c_str()); }
+    void SetUp() override { m_parser = KQS::KQSEnvConfigBashParser::getInstance(testVocabularies()); }
 
     std::string put(const KQSEnvConfig& config, const std::string& old = "", bool keepOld = false)
     {
@@ -65,23 +59,15 @@ protected:
         return m_parser->getConfig(in, config);
     }
 
+    // What bash makes of KEY in a file holding `text`.
     std::string bashValue(const std::string& text, const std::string& key)
     {
-        std::string path = m_dir + "/conf";
-        std::ofstream(path, std::ios::binary) << text;
-        std::string command = "bash -c 'source \"$0\"; printf %s \"$" + key + "\"' '" + path + "'";
-        FILE* pipe = popen(command.c_str(), "r");
-        std::string out;
-        char buffer[4096];
-        size_t got;
-        while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0)
-            out.append(buffer, got);
-        pclose(pipe);
-        return out;
+        m_temp.write("conf", text);
+        return kqtest::bashValue(m_temp.path("conf"), key);
     }
 
     boost::shared_ptr<KQS::KQSEnvConfigBashParser> m_parser;
-    std::string m_dir;
+    kqtest::TempDir m_temp;
 };
 
 // Every property a container file carries, with awkward text where text goes.

@@ -1,12 +1,13 @@
 #include "KQC/Configuration.h"
 #include "KQC/Error.h"
+#include "TempHost.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
-#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
@@ -15,28 +16,9 @@ using KQC::KQCConfiguration;
 
 class ConfigurationTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/kq-conf-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        m_root = pattern;
-        const char* old = getenv("KQ_HOST_ROOT");
-        m_hadRoot = old != nullptr;
-        if (old)
-            m_oldRoot = old;
-        setenv("KQ_HOST_ROOT", m_root.c_str(), 1);
-        std::system(("mkdir -p '" + m_root + "/etc/kqagent'").c_str());
-    }
-    void TearDown() override
-    {
-        if (m_hadRoot)
-            setenv("KQ_HOST_ROOT", m_oldRoot.c_str(), 1);
-        else
-            unsetenv("KQ_HOST_ROOT");
-        std::system(("rm -rf '" + m_root + "'").c_str());
-    }
+    void SetUp() override { std::filesystem::create_directories(m_host.path("etc/kqagent")); }
 
-    std::string configPath() const { return m_root + "/etc/kqagent/KQSVpsAgent.conf"; }
+    std::string configPath() const { return m_host.path("etc/kqagent/KQSVpsAgent.conf"); }
 
     void installShipped()
     {
@@ -56,13 +38,10 @@ protected:
         it.putInt(KQC::TAG_MIN_VEID, low);
         it.putInt(KQC::TAG_MAX_VEID, high);
         ASSERT_EQ(config.save(configPath()), 0);
-        struct timeval times[2] = {{stamp, 0}, {stamp, 0}};
-        utimes(configPath().c_str(), times);
+        kqtest::setModificationTime(configPath(), stamp);
     }
 
-    std::string m_root;
-    std::string m_oldRoot;
-    bool m_hadRoot = false;
+    kqtest::TempHost m_host;
 };
 
 TEST_F(ConfigurationTest, TheShippedConfigurationHasAnEidAndNoVeidBounds)
@@ -125,7 +104,7 @@ TEST_F(ConfigurationTest, AChildAgentsCopyCarriesMasterAndMappings)
     config->setMapping("aaaaaaaa-0000-4000-8000-000000000001", "pipe");
     config->setMapping("aaaaaaaa-0000-4000-8000-000000000001", "local");
     config->setEID("bbbbbbbb-0000-4000-8000-000000000002");
-    std::string path = m_root + "/child.conf";
+    std::string path = m_host.path("child.conf");
     ASSERT_EQ(config->save(path), 0);
     boost::shared_ptr<KQCConfiguration> child;
     ASSERT_EQ(KQCConfiguration::readFromFile(path, child), 0);

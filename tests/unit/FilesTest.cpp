@@ -1,6 +1,7 @@
 #include "KQC/Files.h"
 
 #include "KQC/Error.h"
+#include "TempHost.h"
 
 #include <gtest/gtest.h>
 
@@ -19,15 +20,7 @@ namespace fs = std::filesystem;
 
 class FilesTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/kq-files-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        m_dir = pattern;
-    }
-    void TearDown() override { fs::remove_all(m_dir); }
-
-    std::string path(const std::string& name) const { return m_dir + "/" + name; }
+    std::string path(const std::string& name) const { return m_temp.path(name); }
 
     std::string read(const std::string& name) const
     {
@@ -52,12 +45,12 @@ protected:
     std::set<std::string> entries(const std::string& sub = "") const
     {
         std::set<std::string> names;
-        for (const auto& entry : fs::directory_iterator(sub.empty() ? m_dir : path(sub)))
+        for (const auto& entry : fs::directory_iterator(sub.empty() ? m_temp.dir() : path(sub)))
             names.insert(entry.path().filename().string());
         return names;
     }
 
-    std::string m_dir;
+    kqtest::TempDir m_temp;
 };
 
 TEST_F(FilesTest, EntryExistence)
@@ -65,7 +58,7 @@ TEST_F(FilesTest, EntryExistence)
     write("file", "x");
     ASSERT_EQ(::symlink("missing", path("dangling").c_str()), 0);
     EXPECT_NE(KQC::fentryExists(path("file")), 0);
-    EXPECT_NE(KQC::fentryExists(m_dir), 0);
+    EXPECT_NE(KQC::fentryExists(m_temp.dir()), 0);
     EXPECT_EQ(KQC::fentryExists(path("missing")), 0);
     EXPECT_EQ(KQC::fentryExists(path("dangling"), 1), 0);
     EXPECT_NE(KQC::fentryExists(path("dangling"), 0), 0);
@@ -169,7 +162,7 @@ TEST_F(FilesTest, TemporaryFileCommitReplacesTarget)
     {
         KQC::TemporaryFile tmp(path("conf"));
         ASSERT_TRUE(tmp.isValid());
-        EXPECT_EQ(fs::path(tmp.getpath()).parent_path(), fs::path(m_dir));
+        EXPECT_EQ(fs::path(tmp.getpath()).parent_path(), fs::path(m_temp.dir()));
         EXPECT_NE(tmp.getpath().find("~tmp"), std::string::npos);
         tmp.stream() << "KEY=\"value\"\n" << 42 << '\n';
         EXPECT_EQ(read("conf"), "old\n");  // nothing visible before the commit
@@ -251,7 +244,7 @@ TEST_F(FilesTest, DirectoryReading)
 {
     write("one", "1");
     ASSERT_EQ(::mkdir(path("two").c_str(), 0755), 0);
-    KQC::OpenDir dir(m_dir);
+    KQC::OpenDir dir(m_temp.dir());
     ASSERT_TRUE(static_cast<bool>(dir));
     std::set<std::string> names;
     int dots = 0;

@@ -2,6 +2,7 @@
 
 #include "KQC/Error.h"
 #include "KQC/Exec.h"
+#include "TempHost.h"
 
 #include <gtest/gtest.h>
 
@@ -22,14 +23,7 @@ const char* const kFileVariable = "KQ_HANDLE_TEST_FILE";
 
 class HandleTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/kq-handle-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        m_dir = pattern;
-        m_file = m_dir + "/lock";
-    }
-    void TearDown() override { std::filesystem::remove_all(m_dir); }
+    void SetUp() override { m_file = m_temp.path("lock"); }
 
     KQC::KQCHandle openLockFile() const
     {
@@ -38,14 +32,7 @@ protected:
 
     bool descriptorOpen(int fd) const { return ::fcntl(fd, F_GETFD) != -1; }
 
-    // Runs a shell command line; returns its exit code.
-    int shell(const std::string& command) const
-    {
-        int status = std::system(command.c_str());
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-    std::string m_dir;
+    kqtest::TempDir m_temp;
     std::string m_file;
 };
 
@@ -133,9 +120,9 @@ TEST_F(HandleTest, HoldsAgainstTheSystemFlockTool)
 {
     KQC::KQCHandle holder = openLockFile();
     ASSERT_EQ(holder.lock(true), 0);
-    EXPECT_EQ(shell("flock -n '" + m_file + "' true"), 1);
+    EXPECT_EQ(kqtest::run("flock -n '" + m_file + "' true"), 1);
     ASSERT_EQ(holder.unlock(), 0);
-    EXPECT_EQ(shell("flock -n '" + m_file + "' true"), 0);
+    EXPECT_EQ(kqtest::run("flock -n '" + m_file + "' true"), 0);
 }
 
 TEST_F(HandleTest, WaitsForTheSystemFlockTool)

@@ -7,14 +7,16 @@
 namespace {
 
 using simtest::lines;
-using simtest::readText;
 using simtest::RunResult;
 
 namespace fs = std::filesystem;
 
 class KqsimTest : public simtest::SimHostTest {
 protected:
-    std::string configOf(int veid) const { return readText(at("etc/sysconfig/kq-scripts/" + std::to_string(veid) + ".conf")); }
+    std::string configOf(int veid) const
+    {
+        return kqtest::readFile(at("etc/sysconfig/kq-scripts/" + std::to_string(veid) + ".conf"));
+    }
 
     // A value of a configuration file as bash reads it.
     std::string sourced(const std::string& file, const std::string& key)
@@ -30,7 +32,7 @@ protected:
 TEST_F(KqsimTest, InitMakesTheHostTree)
 {
     initHost();
-    std::string settings = readText(at("etc/sysconfig/kq"));
+    std::string settings = kqtest::readFile(at("etc/sysconfig/kq"));
     EXPECT_NE(settings.find("VE_ROOT=\"" + root() + "/kq/root/$VEID\"\n"), std::string::npos) << settings;
     EXPECT_NE(settings.find("VE_PRIVATE=\"" + root() + "/kq/private/$VEID\"\n"), std::string::npos);
     EXPECT_NE(settings.find("LOCKDIR=\"" + root() + "/kq/lock\"\n"), std::string::npos);
@@ -41,10 +43,10 @@ TEST_F(KqsimTest, InitMakesTheHostTree)
         EXPECT_TRUE(fs::is_directory(at(folder))) << folder;
     for (const char* empty : {"proc/mounts", "var/log/kqsim/calls.log", "etc/kqsim/faults", "dev/kqctl"}) {
         EXPECT_TRUE(isRegular(empty)) << empty;
-        EXPECT_EQ(readText(at(empty)), "") << empty;
+        EXPECT_EQ(kqtest::readFile(at(empty)), "") << empty;
     }
     EXPECT_TRUE(isRegular("etc/sysconfig/kq-scripts/ve-basic.conf-sample"));
-    EXPECT_NE(readText(at("proc/cpuinfo")).find("cpu MHz\t\t: 1000.000"), std::string::npos);
+    EXPECT_NE(kqtest::readFile(at("proc/cpuinfo")).find("cpu MHz\t\t: 1000.000"), std::string::npos);
     EXPECT_TRUE(isRegular("etc/os-release"));
     EXPECT_EQ(fs::read_symlink(at("bin/kqps")).string(), simtest::toolsDir() + "/kqps");
     // The agent's data files come from the project's framework/data/etc.
@@ -56,12 +58,12 @@ TEST_F(KqsimTest, InitMakesTheHostTree)
 TEST_F(KqsimTest, InitInstallsTemplatesWithConfigurationFiles)
 {
     initHost();
-    std::string osConf = readText(at("kq/template/simos-9-x86_64/conf/simos-9-x86_64.conf.20260101"));
+    std::string osConf = kqtest::readFile(at("kq/template/simos-9-x86_64/conf/simos-9-x86_64.conf.20260101"));
     EXPECT_NE(osConf.find("%cached\nyes\n"), std::string::npos);
     EXPECT_NE(osConf.find("%basedir\nsimos-9-x86_64\n"), std::string::npos);
     EXPECT_NE(osConf.find("%base_version 20260101\n"), std::string::npos);
     EXPECT_TRUE(isRegular("kq/template/simos-9-x86_64-20260101.tar.gz"));
-    std::string appConf = readText(at("kq/template/webstack/conf/webstack.conf.20260101"));
+    std::string appConf = kqtest::readFile(at("kq/template/webstack/conf/webstack.conf.20260101"));
     EXPECT_NE(appConf.find("%cached\nno\n"), std::string::npos);
     EXPECT_NE(appConf.find("%version 20260101\nhttpd\n"), std::string::npos);
     EXPECT_FALSE(isRegular("kq/template/webstack-20260101.tar.gz"));
@@ -70,7 +72,7 @@ TEST_F(KqsimTest, InitInstallsTemplatesWithConfigurationFiles)
 TEST_F(KqsimTest, InitWritesTheEnvironmentFileAndEnvPrintsExports)
 {
     initHost();
-    std::vector<std::string> env = lines(readText(at("etc/kqsim/env")));
+    std::vector<std::string> env = lines(kqtest::readFile(at("etc/kqsim/env")));
     std::string preload = std::string(KQ_LIB_DIR) + "/libkqsimkernel.so";
     EXPECT_EQ(env, (std::vector<std::string>{"KQ_HOST_ROOT=" + root(), "KQSIM_BIN=" + simtest::toolsDir(),
                                              "KQSIM_PRELOAD=" + preload}));
@@ -89,12 +91,12 @@ TEST_F(KqsimTest, InitWritesTheEnvironmentFileAndEnvPrintsExports)
 TEST_F(KqsimTest, InitIpv6ReleaseFiles)
 {
     initHost();
-    EXPECT_EQ(readText(at("usr/share/corvantis-release/packing.lst")), "corvantis-release-4.6.0-120\n");
+    EXPECT_EQ(kqtest::readFile(at("usr/share/corvantis-release/packing.lst")), "corvantis-release-4.6.0-120\n");
     EXPECT_FALSE(fs::exists(at("proc/net/if_inet6")));
 
     fs::remove_all(root());
     initHost({"--ipv6"});
-    EXPECT_EQ(readText(at("usr/share/corvantis-release/packing.lst")), "corvantis-release-4.7.0-310\n");
+    EXPECT_EQ(kqtest::readFile(at("usr/share/corvantis-release/packing.lst")), "corvantis-release-4.7.0-310\n");
     EXPECT_TRUE(isRegular("proc/net/if_inet6"));
 }
 
@@ -107,9 +109,9 @@ TEST_F(KqsimTest, InitRefusesExistingContent)
 
     std::string other = dir() + "/other";
     fs::create_directories(other);
-    simtest::writeText(other + "/file", "x");
+    kqtest::writeFile(other + "/file", "x");
     EXPECT_EQ(kqsim({"init", other}).exitCode, 1);
-    EXPECT_EQ(readText(other + "/file"), "x");
+    EXPECT_EQ(kqtest::readFile(other + "/file"), "x");
 
     std::string empty = dir() + "/empty";
     fs::create_directories(empty);
@@ -148,7 +150,7 @@ TEST_F(KqsimTest, AddLayoutsPlaceTheFileTreeAndConfiguration)
     EXPECT_FALSE(fs::is_symlink(at("etc/sysconfig/kq-scripts/101.conf")));
 
     std::string private4 = at("kq/private/102");
-    EXPECT_EQ(readText(private4 + "/.ve.layout"), "4\n");
+    EXPECT_EQ(kqtest::readFile(private4 + "/.ve.layout"), "4\n");
     EXPECT_TRUE(fs::is_regular_file(private4 + "/fs/root/etc/shadow"));
     EXPECT_TRUE(fs::is_directory(private4 + "/scripts"));
     EXPECT_EQ(fs::read_symlink(at("etc/sysconfig/kq-scripts/102.conf")).string(), private4 + "/ve.conf");
@@ -159,7 +161,7 @@ TEST_F(KqsimTest, AddRootPasswordIsSecret)
 {
     initHost();
     addContainer({"101"});
-    std::string shadow = readText(at("kq/private/101/root/etc/shadow"));
+    std::string shadow = kqtest::readFile(at("kq/private/101/root/etc/shadow"));
     ASSERT_EQ(shadow.compare(0, 8, "root:$6$"), 0) << shadow;
     std::string hash = shadow.substr(5, shadow.find(':', 5) - 5);
     void* library = dlopen("libcrypt.so.1", RTLD_NOW);
@@ -249,7 +251,7 @@ TEST_F(KqsimTest, SetStoresKernelValues)
     for (const Case& c : cases) {
         RunResult result = kqsim({"set", root(), "101", c.key, c.value});
         ASSERT_EQ(result.exitCode, 0) << c.key << ": " << result.err;
-        EXPECT_EQ(readText(at(std::string("var/lib/kqsim/") + c.file)), c.value) << c.key;
+        EXPECT_EQ(kqtest::readFile(at(std::string("var/lib/kqsim/") + c.file)), c.value) << c.key;
     }
 }
 
@@ -276,7 +278,7 @@ TEST_F(KqsimTest, ProcAppendsProcessLines)
     initHost();
     ASSERT_EQ(kqsim({"proc", root(), "101", "1", "4242"}).exitCode, 0);
     ASSERT_EQ(kqsim({"proc", root(), "101", "17", "4243", "/usr/sbin/httpd -k start"}).exitCode, 0);
-    EXPECT_EQ(readText(at("var/lib/kqsim/proc/101")), "1 4242 init\n17 4243 /usr/sbin/httpd -k start\n");
+    EXPECT_EQ(kqtest::readFile(at("var/lib/kqsim/proc/101")), "1 4242 init\n17 4243 /usr/sbin/httpd -k start\n");
     EXPECT_EQ(kqsim({"proc", root(), "101", "0", "1"}).exitCode, 2);
     EXPECT_EQ(kqsim({"proc", root(), "101", "x", "1"}).exitCode, 2);
 }
@@ -287,20 +289,20 @@ TEST_F(KqsimTest, FaultRulesAreCheckedAndCleared)
     ASSERT_EQ(kqsim({"fault", root(), "kqctl", "start", "32", "Container is running"}).exitCode, 0);
     ASSERT_EQ(kqsim({"fault", root(), "kqps", "*", "signal:9"}).exitCode, 0);
     ASSERT_EQ(kqsim({"fault", root(), "kqctl", "stop", "sleep:1"}).exitCode, 0);
-    EXPECT_EQ(readText(at("etc/kqsim/faults")),
+    EXPECT_EQ(kqtest::readFile(at("etc/kqsim/faults")),
               "kqctl start 32 Container is running\nkqps * signal:9\nkqctl stop sleep:1\n");
     EXPECT_EQ(kqsim({"fault", root(), "kqctl", "start", "256"}).exitCode, 2);
     EXPECT_EQ(kqsim({"fault", root(), "kqctl", "start", "signal:x"}).exitCode, 2);
     EXPECT_EQ(kqsim({"fault", root(), "kqctl", "start", "sleep:"}).exitCode, 2);
     EXPECT_EQ(kqsim({"fault", root(), "kqctl"}).exitCode, 2);
     ASSERT_EQ(kqsim({"fault", root(), "--clear"}).exitCode, 0);
-    EXPECT_EQ(readText(at("etc/kqsim/faults")), "");
+    EXPECT_EQ(kqtest::readFile(at("etc/kqsim/faults")), "");
 }
 
 TEST_F(KqsimTest, CallsPrintsTheLog)
 {
     initHost();
-    simtest::writeText(at("var/log/kqsim/calls.log"), "[\"kqctl\",\"start\",\"101\"]\n");
+    kqtest::writeFile(at("var/log/kqsim/calls.log"), "[\"kqctl\",\"start\",\"101\"]\n");
     RunResult result = kqsim({"calls", root()});
     ASSERT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.out, "[\"kqctl\",\"start\",\"101\"]\n");

@@ -1,5 +1,7 @@
 #include "kqctl/kqctl.h"
 
+#include "TempHost.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -7,7 +9,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,33 +21,6 @@ namespace fs = std::filesystem;
 // duration of a test.
 class LibkqctlTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/libkqctl.XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        m_root = fs::canonical(pattern).string();
-        const char* previous = std::getenv("KQ_HOST_ROOT");
-        m_hadRoot = previous != nullptr;
-        m_previousRoot = previous ? previous : "";
-        ::setenv("KQ_HOST_ROOT", m_root.c_str(), 1);
-    }
-
-    void TearDown() override
-    {
-        if (m_hadRoot)
-            ::setenv("KQ_HOST_ROOT", m_previousRoot.c_str(), 1);
-        else
-            ::unsetenv("KQ_HOST_ROOT");
-        fs::remove_all(m_root);
-    }
-
-    void write(const std::string& relative, const std::string& text)
-    {
-        fs::path path = fs::path(m_root) / relative;
-        fs::create_directories(path.parent_path());
-        std::ofstream(path) << text;
-    }
-
     std::string unescaped(std::string text)
     {
         std::vector<char> buffer(text.begin(), text.end());
@@ -87,31 +61,29 @@ protected:
         return 7;
     }
 
-    std::string m_root;
-    bool m_hadRoot = false;
-    std::string m_previousRoot;
+    kqtest::TempHost m_host;
 };
 
 TEST_F(LibkqctlTest, OpenNeedsTheHostRoot)
 {
     EXPECT_EQ(kqctl_open(), 0);
-    ::setenv("KQ_HOST_ROOT", (m_root + "/missing").c_str(), 1);
+    ::setenv("KQ_HOST_ROOT", m_host.path("missing").c_str(), 1);
     EXPECT_EQ(kqctl_open(), -1);
     EXPECT_EQ(errno, ENOENT);
 }
 
 TEST_F(LibkqctlTest, LayoutVersionFollowsTheMarkerFile)
 {
-    write("private/101/.ve.layout", "4\n");
-    write("private/102/root/etc/passwd", "");
-    write("private/103/.ve.layout", "5\n");
-    write("private/file", "");
-    EXPECT_EQ(kqctl_env_layout_version((m_root + "/private/101").c_str()), 4);
-    EXPECT_EQ(kqctl_env_layout_version((m_root + "/private/102").c_str()), 3);
-    EXPECT_EQ(kqctl_env_layout_version((m_root + "/private/103").c_str()), 3);
-    EXPECT_EQ(kqctl_env_layout_version((m_root + "/private/104").c_str()), -1);
+    m_host.write("private/101/.ve.layout", "4\n");
+    m_host.write("private/102/root/etc/passwd", "");
+    m_host.write("private/103/.ve.layout", "5\n");
+    m_host.write("private/file", "");
+    EXPECT_EQ(kqctl_env_layout_version(m_host.path("private/101").c_str()), 4);
+    EXPECT_EQ(kqctl_env_layout_version(m_host.path("private/102").c_str()), 3);
+    EXPECT_EQ(kqctl_env_layout_version(m_host.path("private/103").c_str()), 3);
+    EXPECT_EQ(kqctl_env_layout_version(m_host.path("private/104").c_str()), -1);
     EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(kqctl_env_layout_version((m_root + "/private/file").c_str()), -1);
+    EXPECT_EQ(kqctl_env_layout_version(m_host.path("private/file").c_str()), -1);
     EXPECT_EQ(errno, ENOTDIR);
     EXPECT_EQ(kqctl_env_layout_version(nullptr), -1);
 }
@@ -133,19 +105,19 @@ TEST_F(LibkqctlTest, UnescapeUndoesTheToolsEscaping)
 
 TEST_F(LibkqctlTest, ExecRunsInTheContainersRoot)
 {
-    write("var/lib/kqsim/running", "101\n102\n");
-    write("etc/sysconfig/kq", "VE_ROOT=\"" + m_root + "/kq/root/$VEID\"\n");
-    write("etc/sysconfig/kq-scripts/101.conf", "VE_ROOT=\"" + m_root + "/kq/own/101\"\n");
-    fs::create_directories(m_root + "/kq/own/101");
-    fs::create_directories(m_root + "/kq/root/102");
-    EXPECT_EQ(directoryOf(101), m_root + "/kq/own/101");
-    EXPECT_EQ(directoryOf(102), m_root + "/kq/root/102");
-    EXPECT_EQ(directoryOf(0), m_root);
+    m_host.write("var/lib/kqsim/running", "101\n102\n");
+    m_host.write("etc/sysconfig/kq", "VE_ROOT=\"" + m_host.root() + "/kq/root/$VEID\"\n");
+    m_host.write("etc/sysconfig/kq-scripts/101.conf", "VE_ROOT=\"" + m_host.root() + "/kq/own/101\"\n");
+    fs::create_directories(m_host.path("kq/own/101"));
+    fs::create_directories(m_host.path("kq/root/102"));
+    EXPECT_EQ(directoryOf(101), m_host.path("kq/own/101"));
+    EXPECT_EQ(directoryOf(102), m_host.path("kq/root/102"));
+    EXPECT_EQ(directoryOf(0), m_host.root());
 }
 
 TEST_F(LibkqctlTest, ExecGivesTheDescriptorsAsStandardInput)
 {
-    write("var/lib/kqsim/running", "101\n");
+    m_host.write("var/lib/kqsim/running", "101\n");
     int input[2], output[2];
     ASSERT_EQ(::pipe2(input, O_CLOEXEC), 0);
     ASSERT_EQ(::pipe2(output, O_CLOEXEC), 0);
@@ -171,7 +143,7 @@ TEST_F(LibkqctlTest, ExecGivesTheDescriptorsAsStandardInput)
 
 TEST_F(LibkqctlTest, ExecRefusesContainersThatDoNotRun)
 {
-    write("var/lib/kqsim/running", "101\n");
+    m_host.write("var/lib/kqsim/running", "101\n");
     int error = 0;
     EXPECT_EQ(kqctl_env_exec_fn_async(102, "", reportDirectory, nullptr, -1, -1, 0, 0, &error), -1);
     EXPECT_EQ(error, ESRCH);

@@ -1,55 +1,30 @@
 #include "kqnet/kqnet.h"
 
+#include "TempHost.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 namespace {
 
-namespace fs = std::filesystem;
-
 class LibkqnetTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        char pattern[] = "/tmp/libkqnet.XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        m_root = pattern;
-        const char* previous = std::getenv("KQ_HOST_ROOT");
-        m_hadRoot = previous != nullptr;
-        m_previousRoot = previous ? previous : "";
-        ::setenv("KQ_HOST_ROOT", m_root.c_str(), 1);
-        write("var/lib/kqsim/running", "101\n");
+        m_host.write("var/lib/kqsim/running", "101\n");
         setKernel(101, "veth.eth0.state", "down");
         setKernel(101, "veth.eth1.state", "up");
         setKernel(101, "veth.eth1.addresses", "10.0.0.5/24 fe80::1/64");
         setKernel(102, "veth.eth0.state", "up");
     }
 
-    void TearDown() override
-    {
-        if (m_hadRoot)
-            ::setenv("KQ_HOST_ROOT", m_previousRoot.c_str(), 1);
-        else
-            ::unsetenv("KQ_HOST_ROOT");
-        fs::remove_all(m_root);
-    }
-
-    void write(const std::string& relative, const std::string& text)
-    {
-        fs::path path = fs::path(m_root) / relative;
-        fs::create_directories(path.parent_path());
-        std::ofstream(path) << text;
-    }
-
     void setKernel(int veid, const std::string& key, const std::string& value)
     {
-        write("var/lib/kqsim/kernel/" + std::to_string(veid) + "/" + key, value + "\n");
+        m_host.write("var/lib/kqsim/kernel/" + std::to_string(veid) + "/" + key, value + "\n");
     }
 
     // The records for adapter NAME of VEID, as the plug-in asks for them.
@@ -69,9 +44,7 @@ protected:
         return std::vector<std::string>(record->addresses, record->addresses + record->address_count);
     }
 
-    std::string m_root;
-    bool m_hadRoot = false;
-    std::string m_previousRoot;
+    kqtest::TempHost m_host;
 };
 
 TEST_F(LibkqnetTest, StateOfRunningContainersAdapters)
@@ -116,13 +89,13 @@ TEST_F(LibkqnetTest, ContainersThatDoNotRunHaveNoAdapters)
     errno = 0;
     EXPECT_EQ(info("eth0", 102), nullptr);
     EXPECT_EQ(errno, ENOENT);
-    write("var/lib/kqsim/running", "");
+    m_host.write("var/lib/kqsim/running", "");
     EXPECT_EQ(info("eth0", 101), nullptr);
 }
 
 TEST_F(LibkqnetTest, FilterOverAllAdaptersOfARange)
 {
-    write("var/lib/kqsim/running", "101\n102\n");
+    m_host.write("var/lib/kqsim/running", "101\n102\n");
     kqnet_filter* filter = kqnet_get_simple_filter(KQNET_FILTER_ALL, 0, 0, nullptr, 100, 200);
     ASSERT_NE(filter, nullptr);
     kqnet_info* records = kqnet_get_info(KQNET_INFO_STATE, filter);

@@ -1,5 +1,6 @@
 #include "KQC/Error.h"
 #include "KQC/Message.h"
+#include "TempHost.h"
 
 #include <gtest/gtest.h>
 
@@ -16,21 +17,13 @@ using KQC::KQCMessageIterator;
 
 class MessageTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/kq-message-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        m_dir = pattern;
-    }
-    void TearDown() override { std::system(("rm -rf '" + m_dir + "'").c_str()); }
-
-    std::string path(const std::string& name) const { return m_dir + "/" + name; }
+    std::string path(const std::string& name) const { return m_temp.path(name); }
     void writeFile(const std::string& name, const std::string& text) const
     {
         std::ofstream(path(name)) << text;
     }
 
-    std::string m_dir;
+    kqtest::TempDir m_temp;
 };
 
 struct Point {
@@ -208,7 +201,7 @@ TEST_F(MessageTest, SaveReplacesTheFileAndLeavesNoTemporaryBehind)
     int veid = 0;
     loaded.getIterator().getInt(KQC::TAG_VEID, veid);
     EXPECT_EQ(veid, 2);
-    EXPECT_EQ(std::system(("test $(ls '" + m_dir + "' | wc -l) -eq 1").c_str()), 0);
+    EXPECT_EQ(std::system(("test $(ls '" + m_temp.dir() + "' | wc -l) -eq 1").c_str()), 0);
     EXPECT_EQ(message.save(path("no/such/dir/f.xml")), -1);
 }
 

@@ -1,5 +1,6 @@
 #include "KQC/Error.h"
 #include "KQS/ShellSyntax.h"
+#include "TempHost.h"
 
 #include <gtest/gtest.h>
 
@@ -16,36 +17,23 @@ using KQS::KQSShellFile;
 
 class ShellSyntaxTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/kq-shell-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        m_dir = pattern;
-    }
-    void TearDown() override { std::system(("rm -rf '" + m_dir + "'").c_str()); }
-
     std::string writeFile(const std::string& text)
     {
-        std::string path = m_dir + "/file" + std::to_string(m_count++);
-        std::ofstream(path, std::ios::binary) << text;
-        return path;
+        std::string name = "file" + std::to_string(m_count++);
+        m_temp.write(name, text);
+        return m_temp.path(name);
     }
 
     // What bash makes of KEY after sourcing the file: the reference reader.
     std::string bashValue(const std::string& path, const std::string& key)
     {
-        std::string command = "bash -c 'source \"$0\"; printf %s \"$" + key + "\"' '" + path + "'";
-        FILE* pipe = popen(command.c_str(), "r");
-        std::string out;
-        char buffer[4096];
-        size_t got;
-        while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0)
-            out.append(buffer, got);
-        EXPECT_EQ(pclose(pipe), 0) << command;
+        int exitCode = -1;
+        std::string out = kqtest::bashValue(path, key, &exitCode);
+        EXPECT_EQ(exitCode, 0) << path;
         return out;
     }
 
-    std::string m_dir;
+    kqtest::TempDir m_temp;
     int m_count = 0;
 };
 

@@ -4,108 +4,42 @@
 // selected, and the child issues the calls and checks the answers.
 #include "KQS/KqKernelAbi.h"
 
+#include "PreloadedRun.h"
+#include "TempHost.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
-extern char** environ;
-
 namespace {
-
-namespace fs = std::filesystem;
-
-const char kChildRole[] = "KQ_SIMKERNEL_CHILD";
 
 // ---- parent side ---------------------------------------------------------
 
 class SimKernelTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/kqsimkernel.XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        m_root = pattern;
-    }
-
-    void TearDown() override { fs::remove_all(m_root); }
-
-    void write(const std::string& relative, const std::string& text)
-    {
-        fs::path path = fs::path(m_root) / relative;
-        fs::create_directories(path.parent_path());
-        std::ofstream(path) << text;
-    }
-
-    std::string read(const std::string& relative)
-    {
-        std::ifstream in(fs::path(m_root) / relative);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
-
     void setKernel(const std::string& scope, const std::string& key, const std::string& value)
     {
-        write("var/lib/kqsim/kernel/" + scope + "/" + key, value + "\n");
+        m_temp.write("var/lib/kqsim/kernel/" + scope + "/" + key, value + "\n");
     }
 
-    // Runs child test `name` preloaded; extra entries are "NAME=value".
+    // Runs child test `name` preloaded on this host; extra entries are "NAME=value".
     void runChild(const std::string& name, const std::vector<std::string>& extra = {})
     {
-        std::vector<std::string> environment;
-        for (char** entry = environ; *entry; ++entry) {
-            std::string text = *entry;
-            if (text.rfind("LD_PRELOAD=", 0) != 0 && text.rfind("ASAN_OPTIONS=", 0) != 0 &&
-                text.rfind("KQ_HOST_ROOT=", 0) != 0)
-                environment.push_back(text);
-        }
-        environment.push_back(std::string("LD_PRELOAD=") + KQ_LIB_DIR + "/libkqsimkernel.so");
-        environment.push_back("ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0");
-        environment.push_back("KQ_HOST_ROOT=" + m_root);
-        environment.push_back(std::string(kChildRole) + "=1");
-        environment.insert(environment.end(), extra.begin(), extra.end());
-        std::vector<std::string> arguments = {"/proc/self/exe", "--gtest_filter=SimKernelChild.DISABLED_" + name,
-                                              "--gtest_also_run_disabled_tests"};
-        std::vector<char*> argv, envp;
-        for (std::string& text : arguments)
-            argv.push_back(text.data());
-        argv.push_back(nullptr);
-        for (std::string& text : environment)
-            envp.push_back(text.data());
-        envp.push_back(nullptr);
-        std::string logPath = m_root + "/child.log";
-        int log = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-        ASSERT_GE(log, 0);
-        pid_t pid = ::fork();
-        if (pid == 0) {
-            ::dup2(log, 1);
-            ::dup2(log, 2);
-            ::execve(argv[0], argv.data(), envp.data());
-            _exit(127);
-        }
-        ::close(log);
-        ASSERT_GT(pid, 0);
-        int status = 0;
-        ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-        std::string output = read("child.log");
-        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << output;
-        // A filter that matched nothing would pass silently.
-        ASSERT_NE(output.find("[  PASSED  ] 1 test"), std::string::npos) << output;
+        kqtest::runPreloaded(m_temp.dir(),
+                             {"--gtest_filter=SimKernelChild.DISABLED_" + name, "--gtest_also_run_disabled_tests"},
+                             extra, m_temp.path("child.log"));
     }
 
-    std::string m_root;
+    kqtest::TempDir m_temp{"/tmp/kqsimkernel."};
 };
 
 TEST_F(SimKernelTest, VeidListReportsTheTotalSoCallersDoubleTheirRoom)
@@ -113,13 +47,13 @@ TEST_F(SimKernelTest, VeidListReportsTheTotalSoCallersDoubleTheirRoom)
     std::string running;
     for (int veid = 1000; veid < 3500; ++veid)
         running += std::to_string(veid) + "\n";
-    write("var/lib/kqsim/running", running);
+    m_temp.write("var/lib/kqsim/running", running);
     runChild("VeidListOverflow");
 }
 
 TEST_F(SimKernelTest, MissingRunningListIsEmpty)
 {
-    write("var/lib/kqsim/kernel/host/ubc.count", "3\n");
+    m_temp.write("var/lib/kqsim/kernel/host/ubc.count", "3\n");
     runChild("VeidListEmpty");
 }
 
@@ -154,7 +88,7 @@ TEST_F(SimKernelTest, IoctlFaultsCountDownAcrossProcesses)
     setKernel("host", "fault.ioctl", "EBUSY 3");
     runChild("IoctlOutcomes", {"KQ_EXPECT=EBUSY EBUSY"});
     runChild("IoctlOutcomes", {"KQ_EXPECT=EBUSY OK OK"});
-    std::string left = read("var/lib/kqsim/kernel/host/fault.ioctl");
+    std::string left = m_temp.read("var/lib/kqsim/kernel/host/fault.ioctl");
     EXPECT_EQ(left.substr(0, left.find_first_of(" \n")), "EBUSY");
     EXPECT_EQ(std::atoi(left.c_str() + left.find(' ')), 0);
 }
@@ -172,7 +106,7 @@ TEST_F(SimKernelTest, BeancounterCallFallsBackFrom503To253)
     setKernel("host", "ubc.count", "3");
     setKernel("host", "ubc.2", "20 21 22 23 24 25 26 27");
     setKernel("101", "ubc.1", "10 11 12 13 14 15 16 17");
-    write("var/lib/kqsim/running", "101\n102\n");
+    m_temp.write("var/lib/kqsim/running", "101\n102\n");
     runChild("Ubstat", {"KQ_EXPECT=FALLBACK"});
 }
 
@@ -181,7 +115,7 @@ TEST_F(SimKernelTest, BeancounterCallAnswersUnderItsFirstNumber)
     setKernel("host", "ubc.count", "3");
     setKernel("host", "ubc.2", "20 21 22 23 24 25 26 27");
     setKernel("101", "ubc.1", "10 11 12 13 14 15 16 17");
-    write("var/lib/kqsim/running", "101\n102\n");
+    m_temp.write("var/lib/kqsim/running", "101\n102\n");
     runChild("Ubstat", {"KQ_EXPECT=PRIMARY"});
 }
 
@@ -193,8 +127,8 @@ TEST_F(SimKernelTest, DeviceOpenFaultMakesTheDeviceMissing)
 
 TEST_F(SimKernelTest, UnrelatedCallsAreUntouched)
 {
-    write("plain.txt", "hello");
-    write("var/lib/kqsim/running", "101\n");
+    m_temp.write("plain.txt", "hello");
+    m_temp.write("var/lib/kqsim/running", "101\n");
     runChild("Untouched");
 }
 
@@ -204,7 +138,7 @@ class SimKernelChild : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        if (!std::getenv(kChildRole))
+        if (!kqtest::isPreloadedChild())
             GTEST_SKIP() << "runs only in a preloaded re-run";
         m_root = std::getenv("KQ_HOST_ROOT");
         if (std::getenv("KQ_NO_DEVICE"))

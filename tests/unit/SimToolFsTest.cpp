@@ -24,9 +24,9 @@ protected:
 TEST_F(SimToolFsTest, AtomicWriteReplacesAndSetsTheMode)
 {
     std::string path = dir() + "/file";
-    simtest::writeText(path, "old");
+    kqtest::writeFile(path, "old");
     ASSERT_EQ(KQSim::writeFileAtomic(path, "new", 0600), 0) << KQC::getErrorMessage();
-    EXPECT_EQ(simtest::readText(path), "new");
+    EXPECT_EQ(kqtest::readFile(path), "new");
     struct stat info;
     ASSERT_EQ(stat(path.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0600u);
@@ -49,7 +49,7 @@ TEST_F(SimToolFsTest, AppendCreatesAndAppends)
     std::string path = dir() + "/log";
     ASSERT_EQ(KQSim::appendOnce(path, "one\n"), 0);
     ASSERT_EQ(KQSim::appendOnce(path, "two\n"), 0);
-    EXPECT_EQ(simtest::readText(path), "one\ntwo\n");
+    EXPECT_EQ(kqtest::readFile(path), "one\ntwo\n");
     EXPECT_EQ(KQSim::appendOnce(dir() + "/missing/log", "x"), -1);
 }
 
@@ -58,10 +58,10 @@ TEST_F(SimToolFsTest, ReadAndTreeHelpers)
     std::string content;
     EXPECT_EQ(KQSim::readFile(dir() + "/none", content), -1);
     fs::create_directories(dir() + "/a/b");
-    simtest::writeText(dir() + "/a/b/file", "x");
+    kqtest::writeFile(dir() + "/a/b/file", "x");
     fs::create_symlink("b/file", dir() + "/a/link");
     ASSERT_EQ(KQSim::copyTree(dir() + "/a", dir() + "/c"), 0) << KQC::getErrorMessage();
-    EXPECT_EQ(simtest::readText(dir() + "/c/b/file"), "x");
+    EXPECT_EQ(kqtest::readFile(dir() + "/c/b/file"), "x");
     EXPECT_EQ(fs::read_symlink(dir() + "/c/link").string(), "b/file") << "links are copied as links";
     ASSERT_EQ(KQSim::removeTree(dir() + "/a"), 0);
     EXPECT_FALSE(KQSim::entryExists(dir() + "/a"));

@@ -5,12 +5,11 @@ namespace {
 
 using simtest::RunResult;
 
-class SimToolKqauthTest : public simtest::SimHostTest {
+class SimToolKqauthTest : public simtest::SimHostReadyTest {
 protected:
     void SetUp() override
     {
-        SimHostTest::SetUp();
-        initHost();
+        SimHostReadyTest::SetUp();
         addContainer({"101"});
     }
 
@@ -42,7 +41,7 @@ TEST_F(SimToolKqauthTest, GroupZeroMembership)
     EXPECT_EQ(auth({"-g", "0", "101", "alice"}, "pw").exitCode, 3);
     EXPECT_EQ(auth({"-g", "0", "101", "root"}, "secret").exitCode, 0);
     std::string group = at("kq/private/101/root/etc/group");
-    simtest::writeText(group, "root:x:0:alice,bob\ndaemon:x:1:\nalice:x:1000:\n");
+    kqtest::writeFile(group, "root:x:0:alice,bob\ndaemon:x:1:\nalice:x:1000:\n");
     EXPECT_EQ(auth({"-g", "0", "101", "alice"}, "pw").exitCode, 0);
 }
 

@@ -4,19 +4,12 @@
 
 namespace {
 
-using simtest::readText;
 using simtest::RunResult;
 
 namespace fs = std::filesystem;
 
-class SimToolKqctlTest : public simtest::SimHostTest {
+class SimToolKqctlTest : public simtest::SimHostReadyTest {
 protected:
-    void SetUp() override
-    {
-        SimHostTest::SetUp();
-        initHost();
-    }
-
     RunResult kqctl(const std::vector<std::string>& args) { return tool("kqctl", args); }
 
     void expectDone(const std::vector<std::string>& args)
@@ -186,22 +179,22 @@ TEST_F(SimToolKqctlTest, LockHeldByALiveProcessRefuses)
 {
     addContainer({"101"});
     std::string held = std::to_string(getpid()) + "\nmounting";
-    simtest::writeText(lockFile(101), held);
+    kqtest::writeFile(lockFile(101), held);
     RunResult result = kqctl({"start", "101"});
     EXPECT_EQ(result.exitCode, 9);
     EXPECT_EQ(result.err, "Container already locked\n");
     EXPECT_FALSE(isRunning(101));
-    EXPECT_EQ(readText(lockFile(101)), held) << "somebody else's lock stays as it was";
+    EXPECT_EQ(kqtest::readFile(lockFile(101)), held) << "somebody else's lock stays as it was";
 
     expectDone({"--skiplock", "start", "101"});
     EXPECT_TRUE(isRunning(101));
-    EXPECT_EQ(readText(lockFile(101)), held);
+    EXPECT_EQ(kqtest::readFile(lockFile(101)), held);
 }
 
 TEST_F(SimToolKqctlTest, LockOfADeadProcessIsTakenOver)
 {
     addContainer({"101"});
-    simtest::writeText(lockFile(101), std::to_string(deadPid()) + "\nstopping");
+    kqtest::writeFile(lockFile(101), std::to_string(deadPid()) + "\nstopping");
     expectDone({"start", "101"});
     EXPECT_TRUE(isRunning(101));
     EXPECT_FALSE(fs::exists(lockFile(101)));
@@ -214,7 +207,7 @@ TEST_F(SimToolKqctlTest, LockOfADeadProcessIsTakenOver)
 TEST_F(SimToolKqctlTest, GarbageLockIsTakenOver)
 {
     addContainer({"101"});
-    simtest::writeText(lockFile(101), "");
+    kqtest::writeFile(lockFile(101), "");
     expectDone({"mount", "101"});
     EXPECT_FALSE(fs::exists(lockFile(101)));
 }
@@ -238,9 +231,9 @@ TEST_F(SimToolKqctlTest, CreateMakesALayout4ContainerFromASample)
     expectDone({"create", "200", "--config", "basic", "--name", "web", "--hostname", "web.sim.test"});
     std::string privateArea = at("kq/private/200");
     EXPECT_EQ(fs::read_symlink(at("etc/sysconfig/kq-scripts/200.conf")).string(), privateArea + "/ve.conf");
-    EXPECT_EQ(readText(privateArea + "/.ve.layout"), "4\n");
+    EXPECT_EQ(kqtest::readFile(privateArea + "/.ve.layout"), "4\n");
     EXPECT_TRUE(fs::is_regular_file(privateArea + "/fs/root/etc/shadow"));
-    std::string config = readText(privateArea + "/ve.conf");
+    std::string config = kqtest::readFile(privateArea + "/ve.conf");
     for (const std::string& line : {"VE_ROOT=\"" + rootDir(200) + "\"", "VE_PRIVATE=\"" + privateArea + "\"",
                                     std::string("DISKSPACE=\"2097152:2306867\""), std::string("NAME=\"web\""),
                                     std::string("HOSTNAME=\"web.sim.test\""), std::string("ORIGIN_SAMPLE=\"basic\""),
@@ -264,19 +257,19 @@ TEST_F(SimToolKqctlTest, CreateRefusals)
 TEST_F(SimToolKqctlTest, SetSavesOptionsThroughTheLink)
 {
     ASSERT_EQ(kqctl({"create", "200", "--config", "basic"}).exitCode, 0);
-    simtest::writeText(at("etc/sysconfig/kq-scripts/ve-extra.conf-sample"),
+    kqtest::writeFile(at("etc/sysconfig/kq-scripts/ve-extra.conf-sample"),
                        "DISKSPACE=\"1:2\"\nIP_ADDRESS=\"10.9.9.9\"\nCPUUNITS=\"77\"\n");
     expectDone({"set", "200", "--save", "--setmode", "restart", "--ipdel", "all", "--ipadd", "10.0.0.2/24",
                 "--ipadd", "10.0.0.3/24", "--hostname", "", "--name", "renamed", "--description", "two words",
                 "--applyconfig", "extra", "--offline_management", "yes"});
     EXPECT_TRUE(fs::is_symlink(at("etc/sysconfig/kq-scripts/200.conf")));
-    std::string config = readText(at("kq/private/200/ve.conf"));
+    std::string config = kqtest::readFile(at("kq/private/200/ve.conf"));
     for (const char* line : {"IP_ADDRESS=\"10.0.0.2/24 10.0.0.3/24\"", "HOSTNAME=\"\"", "NAME=\"renamed\"",
                              "DESCRIPTION=\"two words\"", "DISKSPACE=\"1:2\"", "CPUUNITS=\"77\"",
                              "OFFLINE_MANAGEMENT=\"yes\""})
         EXPECT_NE(config.find(std::string(line) + "\n"), std::string::npos) << line << " in\n" << config;
     expectDone({"set", "200", "--save", "--ipdel", "10.0.0.2"});
-    EXPECT_NE(readText(at("kq/private/200/ve.conf")).find("IP_ADDRESS=\"10.0.0.3/24\"\n"), std::string::npos);
+    EXPECT_NE(kqtest::readFile(at("kq/private/200/ve.conf")).find("IP_ADDRESS=\"10.0.0.3/24\"\n"), std::string::npos);
 }
 
 TEST_F(SimToolKqctlTest, SetEditsAdaptersAndNameservers)
@@ -302,19 +295,19 @@ TEST_F(SimToolKqctlTest, SetEditsAdaptersAndNameservers)
     EXPECT_EQ(kqctl({"set", "101", "--mac", "02:00:00:00:00:01", "--save"}).exitCode, 2) << "--mac needs --ifname";
 
     expectDone({"set", "101", "--save", "--nameserver", "10.0.0.53", "--nameserver", "10.0.0.54"});
-    EXPECT_NE(readText(file).find("NAMESERVER=\"10.0.0.53 10.0.0.54\"\n"), std::string::npos);
+    EXPECT_NE(kqtest::readFile(file).find("NAMESERVER=\"10.0.0.53 10.0.0.54\"\n"), std::string::npos);
     expectDone({"unset", "101", "--save", "--nameserver"});
-    EXPECT_EQ(readText(file).find("NAMESERVER="), std::string::npos);
+    EXPECT_EQ(kqtest::readFile(file).find("NAMESERVER="), std::string::npos);
 }
 
 TEST_F(SimToolKqctlTest, SetUserPasswordAndRefusals)
 {
     addContainer({"101"});
     expectDone({"set", "101", "--save", "--userpasswd", "root:n3w:pass"});
-    std::string shadow = readText(at("kq/private/101/root/etc/shadow"));
+    std::string shadow = kqtest::readFile(at("kq/private/101/root/etc/shadow"));
     EXPECT_EQ(shadow.compare(0, 8, "root:$6$"), 0);
     expectDone({"set", "101", "--save", "--userpasswd", "alice:pw"});
-    EXPECT_NE(readText(at("kq/private/101/root/etc/passwd")).find("alice:x:1000:1000:"), std::string::npos);
+    EXPECT_NE(kqtest::readFile(at("kq/private/101/root/etc/passwd")).find("alice:x:1000:1000:"), std::string::npos);
     EXPECT_EQ(kqctl({"set", "101", "--save", "--userpasswd", "nocolon"}).exitCode, 2);
     EXPECT_EQ(kqctl({"set", "101", "--save", "--onboot", "perhaps"}).exitCode, 2);
     EXPECT_EQ(kqctl({"set", "101", "--bogus"}).exitCode, 2);

@@ -3,19 +3,12 @@
 
 namespace {
 
-using simtest::readText;
 using simtest::RunResult;
 
 namespace fs = std::filesystem;
 
-class SimToolKqmlocalTest : public simtest::SimHostTest {
+class SimToolKqmlocalTest : public simtest::SimHostReadyTest {
 protected:
-    void SetUp() override
-    {
-        SimHostTest::SetUp();
-        initHost();
-    }
-
     std::string configName(int veid) const { return at("etc/sysconfig/kq-scripts/" + std::to_string(veid) + ".conf"); }
     std::string privateArea(int veid) const { return at("kq/private/" + std::to_string(veid)); }
 };
@@ -28,7 +21,7 @@ TEST_F(SimToolKqmlocalTest, MoveCarriesAreasAndState)
     EXPECT_FALSE(fs::exists(configName(101)));
     EXPECT_FALSE(fs::exists(privateArea(101)));
     EXPECT_TRUE(fs::is_regular_file(privateArea(301) + "/root/etc/passwd"));
-    std::string config = readText(configName(301));
+    std::string config = kqtest::readFile(configName(301));
     EXPECT_NE(config.find("VE_PRIVATE=\"" + privateArea(301) + "\"\n"), std::string::npos) << config;
     EXPECT_NE(config.find("VE_ROOT=\"" + rootDir(301) + "\"\n"), std::string::npos);
     EXPECT_NE(config.find("NAME=\"web\"\n"), std::string::npos);
@@ -43,7 +36,7 @@ TEST_F(SimToolKqmlocalTest, CloneChainsFromTheFirstCopy)
     ASSERT_EQ(result.exitCode, 0) << result.err;
     for (int veid : {102, 203, 205}) {
         EXPECT_EQ(fs::read_symlink(configName(veid)).string(), privateArea(veid) + "/ve.conf") << veid;
-        EXPECT_NE(readText(privateArea(veid) + "/ve.conf").find("VE_PRIVATE=\"" + privateArea(veid) + "\""),
+        EXPECT_NE(kqtest::readFile(privateArea(veid) + "/ve.conf").find("VE_PRIVATE=\"" + privateArea(veid) + "\""),
                   std::string::npos);
         EXPECT_TRUE(fs::is_regular_file(privateArea(veid) + "/fs/root/etc/shadow"));
     }
@@ -58,7 +51,7 @@ TEST_F(SimToolKqmlocalTest, Refusals)
     EXPECT_EQ(tool("kqmlocal", {"-s", "999:103::"}).exitCode, 1);
     EXPECT_EQ(tool("kqmlocal", {"-s", "101"}).exitCode, 2);
     EXPECT_EQ(tool("kqmlocal", {"-x", "101:103::"}).exitCode, 2);
-    simtest::writeText(at("kq/lock/101.lck"), std::to_string(getpid()) + "\nstarting");
+    kqtest::writeFile(at("kq/lock/101.lck"), std::to_string(getpid()) + "\nstarting");
     EXPECT_EQ(tool("kqmlocal", {"-s", "101:103::"}).exitCode, 9);
     EXPECT_TRUE(fs::exists(configName(101)));
     EXPECT_FALSE(fs::exists(configName(103)));

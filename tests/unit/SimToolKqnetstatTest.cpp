@@ -5,25 +5,13 @@ namespace {
 
 using simtest::RunResult;
 
-class SimToolKqnetstatTest : public simtest::SimHostTest {
-protected:
-    void SetUp() override
-    {
-        SimHostTest::SetUp();
-        initHost();
-    }
-
-    void set(const std::string& key, const std::string& value)
-    {
-        ASSERT_EQ(kqsim({"set", root(), "101", key, value}).exitCode, 0) << key;
-    }
-};
+class SimToolKqnetstatTest : public simtest::SimHostReadyTest {};
 
 TEST_F(SimToolKqnetstatTest, NetstatPrintsClassesInOrder)
 {
-    set("net.2", "10 20 30 40");
-    set("net.0", "1 2 3 4");
-    set("net.10", "5 6 7 8");
+    setKernel("101", "net.2", "10 20 30 40");
+    setKernel("101", "net.0", "1 2 3 4");
+    setKernel("101", "net.10", "5 6 7 8");
     RunResult result = tool("kqnetstat", {"-v", "101"});
     ASSERT_EQ(result.exitCode, 0);
     std::vector<std::string> lines = simtest::lines(result.out);

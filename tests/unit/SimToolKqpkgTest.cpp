@@ -6,12 +6,11 @@ namespace {
 
 using simtest::RunResult;
 
-class SimToolKqpkgTest : public simtest::SimHostTest {
+class SimToolKqpkgTest : public simtest::SimHostReadyTest {
 protected:
     void SetUp() override
     {
-        SimHostTest::SetUp();
-        initHost();
+        SimHostReadyTest::SetUp();
         addContainer({"101"});
     }
 
@@ -19,7 +18,7 @@ protected:
     {
         std::string conf = at("kq/template/" + name + "/conf");
         std::filesystem::create_directories(conf);
-        simtest::writeText(conf + "/" + name + ".conf." + version, text);
+        kqtest::writeFile(conf + "/" + name + ".conf." + version, text);
     }
 };
 
@@ -65,7 +64,7 @@ TEST_F(SimToolKqpkgTest, AddRefusals)
 
 TEST_F(SimToolKqpkgTest, LockedContainerIsRefused)
 {
-    simtest::writeText(at("kq/lock/101.lck"), std::to_string(getpid()) + "\nstarting");
+    kqtest::writeFile(at("kq/lock/101.lck"), std::to_string(getpid()) + "\nstarting");
     EXPECT_EQ(tool("kqpkgadd", {"-q", "101", "webstack"}).exitCode, 9);
 }
 

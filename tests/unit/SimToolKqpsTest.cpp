@@ -5,12 +5,11 @@ namespace {
 
 using simtest::RunResult;
 
-class SimToolKqpsTest : public simtest::SimHostTest {
+class SimToolKqpsTest : public simtest::SimHostReadyTest {
 protected:
     void SetUp() override
     {
-        SimHostTest::SetUp();
-        initHost();
+        SimHostReadyTest::SetUp();
         ASSERT_EQ(kqsim({"proc", root(), "101", "1", "5001", "/sbin/init"}).exitCode, 0);
         ASSERT_EQ(kqsim({"proc", root(), "101", "20", "5002", "/usr/sbin/httpd -k start"}).exitCode, 0);
         ASSERT_EQ(kqsim({"proc", root(), "102", "1", "6001", "init"}).exitCode, 0);

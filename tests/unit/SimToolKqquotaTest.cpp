@@ -5,30 +5,18 @@ namespace {
 
 using simtest::RunResult;
 
-class SimToolKqquotaTest : public simtest::SimHostTest {
-protected:
-    void SetUp() override
-    {
-        SimHostTest::SetUp();
-        initHost();
-    }
-
-    void set(const std::string& key, const std::string& value)
-    {
-        ASSERT_EQ(kqsim({"set", root(), "101", key, value}).exitCode, 0) << key;
-    }
-};
+class SimToolKqquotaTest : public simtest::SimHostReadyTest {};
 
 TEST_F(SimToolKqquotaTest, QuotaRoundsBytesUpToKib)
 {
-    set("quota.block_usage", "1025");
-    set("quota.block_soft", "2048");
-    set("quota.block_hard", "1");
-    set("quota.block_grace", "60");
-    set("quota.inode_usage", "12");
-    set("quota.inode_hard", "100");
-    set("quota.ugid_a", "7");
-    set("quota.ugid_b", "9");
+    setKernel("101", "quota.block_usage", "1025");
+    setKernel("101", "quota.block_soft", "2048");
+    setKernel("101", "quota.block_hard", "1");
+    setKernel("101", "quota.block_grace", "60");
+    setKernel("101", "quota.inode_usage", "12");
+    setKernel("101", "quota.inode_hard", "100");
+    setKernel("101", "quota.ugid_a", "7");
+    setKernel("101", "quota.ugid_b", "9");
     RunResult result = tool("kqquota", {"-b", "-q", "show", "101", "-t"});
     ASSERT_EQ(result.exitCode, 0) << result.err;
     std::vector<std::string> lines = simtest::lines(result.out);

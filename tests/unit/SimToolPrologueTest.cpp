@@ -4,18 +4,11 @@
 namespace {
 
 using simtest::lines;
-using simtest::readText;
 using simtest::RunResult;
 
-class SimToolPrologueTest : public simtest::SimHostTest {
+class SimToolPrologueTest : public simtest::SimHostReadyTest {
 protected:
-    void SetUp() override
-    {
-        SimHostTest::SetUp();
-        initHost();
-    }
-
-    std::vector<std::string> calls() const { return lines(readText(at("var/log/kqsim/calls.log"))); }
+    std::vector<std::string> calls() const { return lines(kqtest::readFile(at("var/log/kqsim/calls.log"))); }
 
     void fault(const std::vector<std::string>& rule)
     {

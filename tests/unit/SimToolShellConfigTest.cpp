@@ -83,11 +83,8 @@ TEST(SimToolShellConfigTest, WrittenValuesReadBackExactlyThroughBash)
     const std::vector<std::string> values = {
         "plain", "", "with space", "quote\"inside", "dollar $HOME ${X}", "back`tick`", "back\\slash\\",
         "new\nline", "single ' quote", "tab\there", "latin \xc3\xa9 and raw \xff byte", "trailing\\"};
-    std::string pattern = (std::filesystem::temp_directory_path() / "kqsim-shell-XXXXXX").string();
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    ASSERT_NE(mkdtemp(name.data()), nullptr);
-    std::string file = std::string(name.data()) + "/values.conf";
+    kqtest::TempDir folder((std::filesystem::temp_directory_path() / "kqsim-shell-").string());
+    std::string file = folder.path("values.conf");
     for (const std::string& value : values) {
         ShellConfig config;
         config.set("VALUE", value);
@@ -99,7 +96,6 @@ TEST(SimToolShellConfigTest, WrittenValuesReadBackExactlyThroughBash)
         ASSERT_EQ(reread.load(file), 0) << KQC::getErrorMessage();
         EXPECT_EQ(reread.get("VALUE"), value);
     }
-    std::filesystem::remove_all(name.data());
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 #pragma once
 // Shared by the simulator's tests: a fresh temporary folder per test and a
 // way to run the built kqsim and tools as real child processes.
+#include "TempHost.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,8 +22,6 @@
 #include <unistd.h>
 #include <vector>
 
-extern char** environ;
-
 namespace simtest {
 
 struct RunResult {
@@ -34,20 +34,6 @@ struct RunResult {
 inline std::string kqsimPath() { return std::string(KQ_BIN_DIR) + "/kqsim"; }
 inline std::string toolsDir() { return std::string(KQ_BIN_DIR) + "/kqsim-tools"; }
 
-inline std::string readText(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-inline void writeText(const std::string& path, const std::string& text)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-}
-
 inline std::vector<std::string> lines(const std::string& text)
 {
     std::vector<std::string> result;
@@ -58,30 +44,7 @@ inline std::vector<std::string> lines(const std::string& text)
     return result;
 }
 
-// The environment of this process with some variables replaced.
-inline std::vector<std::string> environmentWith(const std::map<std::string, std::string>& changes)
-{
-    std::vector<std::string> result;
-    for (char** entry = environ; *entry; ++entry) {
-        std::string text = *entry;
-        std::string key = text.substr(0, text.find('='));
-        if (!changes.count(key))
-            result.push_back(text);
-    }
-    for (const auto& change : changes)
-        if (!change.second.empty())
-            result.push_back(change.first + "=" + change.second);
-    return result;
-}
-
-inline std::vector<char*> pointers(std::vector<std::string>& texts)
-{
-    std::vector<char*> result;
-    for (std::string& text : texts)
-        result.push_back(text.data());
-    result.push_back(nullptr);
-    return result;
-}
+using kqtest::environmentWith;
 
 // Starts argv[0] (an absolute path) with the given environment; the caller
 // collects it with finish(). stdin is /dev/null.
@@ -93,8 +56,8 @@ struct Child {
 
 inline Child start(std::vector<std::string> argv, std::vector<std::string> env)
 {
-    std::vector<char*> args = pointers(argv);
-    std::vector<char*> envp = pointers(env);
+    std::vector<char*> args = kqtest::cStringArray(argv);
+    std::vector<char*> envp = kqtest::cStringArray(env);
     int outPipe[2], errPipe[2];
     if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0)
         return {};
@@ -154,23 +117,8 @@ inline RunResult finish(Child child)
 // A fresh folder for each test, with a simulated host in it on demand.
 class SimHostTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kqsim-test-XXXXXX").string();
-        std::vector<char> name(pattern.begin(), pattern.end());
-        name.push_back('\0');
-        ASSERT_NE(mkdtemp(name.data()), nullptr) << strerror(errno);
-        m_dir = name.data();
-    }
-
-    void TearDown() override
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_dir, ignored);
-    }
-
-    const std::string& dir() const { return m_dir; }
-    std::string root() const { return m_dir + "/host"; }
+    const std::string& dir() const { return m_temp.dir(); }
+    std::string root() const { return m_temp.path("host"); }
     std::string at(const std::string& relative) const { return root() + "/" + relative; }
 
     RunResult kqsim(std::vector<std::string> args)
@@ -193,6 +141,12 @@ protected:
         args.insert(args.end(), extra.begin(), extra.end());
         RunResult result = kqsim(args);
         ASSERT_EQ(result.exitCode, 0) << result.err;
+    }
+
+    // kqsim set ROOT VEID KEY VALUE: a simulated kernel value, which must be taken.
+    void setKernel(const std::string& veid, const std::string& key, const std::string& value)
+    {
+        ASSERT_EQ(kqsim({"set", root(), veid, key, value}).exitCode, 0) << key;
     }
 
     std::vector<std::string> toolEnvironment() const
@@ -218,8 +172,8 @@ protected:
         return finish(start({"/bin/bash", "-c", script}, environmentWith({})));
     }
 
-    std::vector<std::string> runningList() const { return lines(readText(at("var/lib/kqsim/running"))); }
-    std::string mounts() const { return readText(at("proc/mounts")); }
+    std::vector<std::string> runningList() const { return lines(kqtest::readFile(at("var/lib/kqsim/running"))); }
+    std::string mounts() const { return kqtest::readFile(at("proc/mounts")); }
     std::string rootDir(int veid) const { return root() + "/kq/root/" + std::to_string(veid); }
     std::string mountLine(int veid) const
     {
@@ -227,7 +181,13 @@ protected:
     }
 
 private:
-    std::string m_dir;
+    kqtest::TempDir m_temp{(std::filesystem::temp_directory_path() / "kqsim-test-").string()};
+};
+
+// A simulated host already made in the fresh folder before each test.
+class SimHostReadyTest : public SimHostTest {
+protected:
+    void SetUp() override { initHost(); }
 };
 
 } // namespace simtest

@@ -3,14 +3,15 @@
 #include "KQC/Vocabulary.h"
 #include "KQC/Message.h"
 #include "KQS/EnvConfig.h"
+#include "TempHost.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -24,30 +25,10 @@ using KQC::KQCVocParameter;
 // so the framework's own data is used.
 class VocabularyTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/kq-voc-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        m_root = pattern;
-        const char* old = getenv("KQ_HOST_ROOT");
-        m_hadRoot = old != nullptr;
-        if (old)
-            m_oldRoot = old;
-        setenv("KQ_HOST_ROOT", m_root.c_str(), 1);
-    }
-    void TearDown() override
-    {
-        if (m_hadRoot)
-            setenv("KQ_HOST_ROOT", m_oldRoot.c_str(), 1);
-        else
-            unsetenv("KQ_HOST_ROOT");
-        std::system(("rm -rf '" + m_root + "'").c_str());
-    }
-
     std::string ownFolder()
     {
-        std::string folder = m_root + "/etc/kqagent/vocabulary";
-        std::system(("mkdir -p '" + folder + "'").c_str());
+        std::string folder = m_host.path("etc/kqagent/vocabulary");
+        std::filesystem::create_directories(folder);
         return folder;
     }
 
@@ -56,13 +37,10 @@ protected:
     void writeFile(const std::string& path, const std::string& text, int stamp)
     {
         std::ofstream(path) << text;
-        struct timeval times[2] = {{stamp, 0}, {stamp, 0}};
-        utimes(path.c_str(), times);
+        kqtest::setModificationTime(path, stamp);
     }
 
-    std::string m_root;
-    std::string m_oldRoot;
-    bool m_hadRoot = false;
+    kqtest::TempHost m_host;
 };
 
 std::string machineArchitecture()

@@ -1,6 +1,7 @@
 #include "KQSim/Fs.h"
 
 #include "KQC/Error.h"
+#include "KQC/Files.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -52,16 +53,9 @@ int FileDescriptor::close()
 
 int writeAll(int fd, const std::string& data)
 {
-    size_t done = 0;
-    while (done < data.size()) {
-        ssize_t n = ::write(fd, data.data() + done, data.size() - done);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            KQC::setErrorMessage("write: %m");
-            return -1;
-        }
-        done += static_cast<size_t>(n);
+    if (KQC::writeAll(fd, data.data(), data.size()) != 0) {
+        KQC::setErrorMessage("write: %m");
+        return -1;
     }
     return 0;
 }
@@ -73,20 +67,11 @@ int readFile(const std::string& path, std::string& content)
         KQC::setErrorMessage("open '%s': %m", path.c_str());
         return -1;
     }
-    content.clear();
-    char buffer[8192];
-    for (;;) {
-        ssize_t n = ::read(fd.get(), buffer, sizeof buffer);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            KQC::setErrorMessage("read '%s': %m", path.c_str());
-            return -1;
-        }
-        if (n == 0)
-            return 0;
-        content.append(buffer, static_cast<size_t>(n));
+    if (KQC::readAll(fd.get(), content) != 0) {
+        KQC::setErrorMessage("read '%s': %m", path.c_str());
+        return -1;
     }
+    return 0;
 }
 
 namespace {

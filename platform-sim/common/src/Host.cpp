@@ -103,6 +103,37 @@ bool parseInt(const std::string& text, int& value)
     return true;
 }
 
+std::vector<std::string> splitWords(const std::string& text)
+{
+    std::istringstream stream(text);
+    std::vector<std::string> words;
+    std::string word;
+    while (stream >> word)
+        words.push_back(word);
+    return words;
+}
+
+std::string joinWords(const std::vector<std::string>& words)
+{
+    std::string text;
+    for (const std::string& word : words)
+        text += (text.empty() ? "" : " ") + word;
+    return text;
+}
+
+std::set<int> numberedEntries(const std::string& folder)
+{
+    std::vector<std::string> names;
+    listDirectory(folder, names);
+    std::set<int> numbers;
+    for (const std::string& name : names) {
+        int number = 0;
+        if (parseInt(name, number))
+            numbers.insert(number);
+    }
+    return numbers;
+}
+
 int readRunning(const SimHost& host, std::set<int>& veids)
 {
     veids.clear();

@@ -14,6 +14,7 @@
 
 #include <set>
 #include <string>
+#include <vector>
 
 namespace KQSim {
 
@@ -79,5 +80,14 @@ int setMounted(const SimHost& host, const std::string& rootDir, bool mounted);
 
 // Parses a decimal int (the whole text); false when it is not one.
 bool parseInt(const std::string& text, int& value);
+
+// The words of a text separated by white space, as a list value holds them.
+std::vector<std::string> splitWords(const std::string& text);
+// The words joined with single spaces, the form list values are written in.
+std::string joinWords(const std::vector<std::string>& words);
+
+// The entries of a folder named by a number (per-container state folders),
+// in ascending order; none when the folder cannot be read.
+std::set<int> numberedEntries(const std::string& folder);
 
 } // namespace KQSim
