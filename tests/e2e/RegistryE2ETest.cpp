@@ -19,14 +19,14 @@ class RegistryE2ETest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        host.write("etc/sysconfig/kq", "LOCKDIR=\"" + host.path("vz/lock") + "\"\nVE_ROOT=\"" +
-                                           host.path("vz/root/$VEID") + "\"\nVE_PRIVATE=\"" +
-                                           host.path("vz/private/$VEID") + "\"\n");
+        host.write("etc/sysconfig/kq", "LOCKDIR=\"" + host.path("kq/lock") + "\"\nVE_ROOT=\"" +
+                                           host.path("kq/root/$VEID") + "\"\nVE_PRIVATE=\"" +
+                                           host.path("kq/private/$VEID") + "\"\n");
         host.write("etc/sysconfig/kq-scripts/4242.conf",
-                   "NAME=\"web\"\nVE_PRIVATE=\"" + host.path("vz/private/4242") + "\"\n");
+                   "NAME=\"web\"\nVE_PRIVATE=\"" + host.path("kq/private/4242") + "\"\n");
         ASSERT_EQ(0, kqtest::run("mkdir -p '" + host.path("etc/kqagent/configs") + "' '" +
-                                 host.path("var/lib/kqagent") + "' '" + host.path("vz/private/4242") + "' '" +
-                                 host.path("vz/lock") + "'"));
+                                 host.path("var/lib/kqagent") + "' '" + host.path("kq/private/4242") + "' '" +
+                                 host.path("kq/lock") + "'"));
         eid.generate();
         KQS::KQSEnvConfig config;
         config.setVeid(4242);
@@ -66,7 +66,7 @@ TEST_F(RegistryE2ETest, PrivateFilesByVeidAndByEid)
 {
     kqtest::RunResult put = agent({"private", "put", "4242", "notes"}, "hello");
     ASSERT_EQ(0, put.exitCode) << put.out;
-    EXPECT_EQ("hello", host.read("vz/private/4242/kqagent/notes"));
+    EXPECT_EQ("hello", host.read("kq/private/4242/kqagent/notes"));
 
     kqtest::RunResult get = agent({"private", "get", eid.toString(), "notes"});
     ASSERT_EQ(0, get.exitCode) << get.out;
@@ -74,7 +74,7 @@ TEST_F(RegistryE2ETest, PrivateFilesByVeidAndByEid)
 
     kqtest::RunResult erase = agent({"private", "put", "4242", "notes"});
     ASSERT_EQ(0, erase.exitCode) << erase.out;
-    EXPECT_FALSE(kqtest::exists(host.path("vz/private/4242/kqagent/notes")));
+    EXPECT_FALSE(kqtest::exists(host.path("kq/private/4242/kqagent/notes")));
 
     kqtest::RunResult missing = agent({"private", "get", "4242", "notes"});
     EXPECT_EQ(1, missing.exitCode);

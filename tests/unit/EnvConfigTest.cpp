@@ -154,9 +154,9 @@ TEST(EnvConfigTest, AnUnreadableObjectFailsAndLeavesTheRecordAlone)
 
 TEST(EnvConfigTest, VeidIsPutIntoPathTemplates)
 {
-    std::string path = "/vz/$VEID/private/${VEID}/$VEIDX";
+    std::string path = "/kq/$VEID/private/${VEID}/$VEIDX";
     KQSEnvConfig::veidSubstitute(101, path);
-    EXPECT_EQ(path, "/vz/101/private/101/101X");
+    EXPECT_EQ(path, "/kq/101/private/101/101X");
     std::string plain = "/no/variable";
     KQS::veidSubstitute(7, plain);
     EXPECT_EQ(plain, "/no/variable");

@@ -78,10 +78,10 @@ protected:
 
 TEST_F(BashConfigTest, ReadsAFileAndReportsOnesItCannotOpenOrParse)
 {
-    host.write("vz.conf", "# settings\nVE_ROOT=\"/vz/root/$VEID\"\n");
+    host.write("host.conf", "# settings\nVE_ROOT=\"/kq/root/$VEID\"\n");
     Values values;
-    ASSERT_EQ(0, KQS::getBashConfig(path("vz.conf").c_str(), parser, values)) << KQC::getErrorMessage();
-    EXPECT_EQ("/vz/root/$VEID", values["VE_ROOT"]);
+    ASSERT_EQ(0, KQS::getBashConfig(path("host.conf").c_str(), parser, values)) << KQC::getErrorMessage();
+    EXPECT_EQ("/kq/root/$VEID", values["VE_ROOT"]);
 
     EXPECT_EQ(-1, KQS::getBashConfig(path("missing.conf").c_str(), parser, values));
     EXPECT_EQ("open '" + path("missing.conf") + "' : No such file or directory", KQC::getErrorMessage());
@@ -134,10 +134,10 @@ TEST_F(BashConfigTest, AFailedRenameLeavesTheTargetAsItWas)
 
 TEST_F(BashConfigTest, NoDescriptorOnTheFilesIsInheritedByTools)
 {
-    host.write("vz.conf", "ONBOOT=\"no\"\n");
-    WatchedParser watching{path("vz.conf")};
+    host.write("host.conf", "ONBOOT=\"no\"\n");
+    WatchedParser watching{path("host.conf")};
     Values values;
-    ASSERT_EQ(0, KQS::getBashConfig(path("vz.conf").c_str(), watching, values));
-    ASSERT_EQ(0, KQS::putBashConfig(path("vz.conf").c_str(), watching, values, true));
+    ASSERT_EQ(0, KQS::getBashConfig(path("host.conf").c_str(), watching, values));
+    ASSERT_EQ(0, KQS::putBashConfig(path("host.conf").c_str(), watching, values, true));
     EXPECT_EQ(0, watching.inheritable);
 }

@@ -171,8 +171,8 @@ TEST(MergeConfigsTest, EveryListedPropertyIsTaken)
     source.setDisabled(false);
     source.setOfflineManagement(true);
     source.setOnBoot(true);
-    source.setVERootVar("/vz/root/$VEID");
-    source.setVEPrivateVar("/vz/private/$VEID");
+    source.setVERootVar("/kq/root/$VEID");
+    source.setVEPrivateVar("/kq/private/$VEID");
     source.setDistribution(KQS::KQSDistribution{"debian", "12"});
     source.setOfflineServices(KQC::KQCStringSet{"ssh"});
     source.setServerRoles(KQC::KQCStringSet{"web"});
@@ -203,7 +203,7 @@ TEST(MergeDefaultsTest, OnlyTheHostDefaultsReachTheContainer)
     defaults.setNameservers(KQC::KQCStringList{"10.0.0.53"});
     defaults.setOnBoot(true);
     defaults.setDisabled(true);
-    defaults.setVEPrivateVar("/vz/private/$VEID");
+    defaults.setVEPrivateVar("/kq/private/$VEID");
     defaults.setSLMMode("all");
 
     KQSEnvConfig container;
@@ -214,7 +214,7 @@ TEST(MergeDefaultsTest, OnlyTheHostDefaultsReachTheContainer)
     expected.setOnBoot(false);
     expected.setNameservers(KQC::KQCStringList{"10.0.0.53"});
     expected.setDisabled(true);
-    expected.setVEPrivateVar("/vz/private/$VEID");
+    expected.setVEPrivateVar("/kq/private/$VEID");
     expected.setSLMMode("all");
     EXPECT_EQ(expected, container);
 }

@@ -32,9 +32,9 @@ protected:
     // A host with an empty registry and no container.
     void emptyHost()
     {
-        write("etc/sysconfig/kq", "VE_ROOT=\"" + path("vz/root/$VEID") + "\"\nVE_PRIVATE=\"" +
-                                      path("vz/private/$VEID") + "\"\nLOCKDIR=\"" + path("vz/lock") + "\"\n");
-        mkdir("vz/lock");
+        write("etc/sysconfig/kq", "VE_ROOT=\"" + path("kq/root/$VEID") + "\"\nVE_PRIVATE=\"" +
+                                      path("kq/private/$VEID") + "\"\nLOCKDIR=\"" + path("kq/lock") + "\"\n");
+        mkdir("kq/lock");
         mkdir("etc/sysconfig/kq-scripts");
         mkdir("etc/kqagent/configs");
         write("proc/mounts", "proc /proc proc rw 0 0\n");
@@ -44,20 +44,20 @@ protected:
     void container(int veid, const std::string& extra = "")
     {
         std::string id = std::to_string(veid);
-        write("etc/sysconfig/kq-scripts/" + id + ".conf", "VE_ROOT=\"" + path("vz/root/" + id) +
-                                                              "\"\nVE_PRIVATE=\"" + path("vz/private/" + id) +
+        write("etc/sysconfig/kq-scripts/" + id + ".conf", "VE_ROOT=\"" + path("kq/root/" + id) +
+                                                              "\"\nVE_PRIVATE=\"" + path("kq/private/" + id) +
                                                               "\"\n" + extra);
-        mkdir("vz/private/" + id);
+        mkdir("kq/private/" + id);
     }
     void destroyed(int veid)
     {
         std::string id = std::to_string(veid);
         ASSERT_EQ(0, kqtest::run("rm -rf '" + path("etc/sysconfig/kq-scripts/" + id + ".conf") + "' '" +
-                                 path("vz/private/" + id) + "'"));
+                                 path("kq/private/" + id) + "'"));
     }
     std::string eidRecord(int veid) const
     {
-        return kqtest::readFile(path("vz/private/" + std::to_string(veid) + "/.kqs/eid.conf"));
+        return kqtest::readFile(path("kq/private/" + std::to_string(veid) + "/.kqs/eid.conf"));
     }
     int registryFiles() const { return kqtest::run("exit $(ls -A '" + path("etc/kqagent/configs") + "' | wc -l)"); }
 
@@ -109,7 +109,7 @@ TEST_F(EnvMLocalInfoTest, AContainerKeepsTheIdentityItRecords)
     container(101);
     KQC::KQCEID remembered;
     remembered.generate();
-    write("vz/private/101/.kqs/eid.conf", remembered.toString() + "\n");
+    write("kq/private/101/.kqs/eid.conf", remembered.toString() + "\n");
     KQC::KQCEnvVector envs;
     ASSERT_EQ(0, envm.getInfoEx(KQC::KQCEIDSet(), envs, kAll, true)) << KQC::getErrorMessage();
     ASSERT_EQ(1u, envs.size());

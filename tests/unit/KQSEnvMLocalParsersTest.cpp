@@ -184,14 +184,14 @@ TEST_F(ParsersTest, AConfigurationOfAnUnknownPlatformHasNoNativeForm)
 
 TEST_F(ParsersTest, ReadsTheHostSettings)
 {
-    host.write("etc/sysconfig/kq", "# host\nLOCKDIR=/vz/lock\nVE_PRIVATE=\"/vz/private/$VEID\"\n");
+    host.write("etc/sysconfig/kq", "# host\nLOCKDIR=/kq/lock\nVE_PRIVATE=\"/kq/private/$VEID\"\n");
     KQS::KQSVtSettings settings;
     ASSERT_EQ(0, envm.getVtSettings(settings));
     KQC::KQCOptionalProperty<std::string> value;
     settings.getLockDir(value);
-    EXPECT_EQ("/vz/lock", value.get());
+    EXPECT_EQ("/kq/lock", value.get());
     settings.getVEPrivate(value);
-    EXPECT_EQ("/vz/private/$VEID", value.get());
+    EXPECT_EQ("/kq/private/$VEID", value.get());
 
     ASSERT_EQ(0, kqtest::run("rm '" + host.path("etc/sysconfig/kq") + "'"));
     EXPECT_EQ(-1, envm.getVtSettings(settings));

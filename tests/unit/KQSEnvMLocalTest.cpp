@@ -279,14 +279,14 @@ TEST_F(RegistryTest, RemovingForgetsTheEnvironmentUnlessItIsLocked)
 
 TEST_F(RegistryTest, TheContainerRecordsItsEid)
 {
-    const std::string privateDir = host.path("vz/private/101");
+    const std::string privateDir = host.path("kq/private/101");
     ASSERT_EQ(0, kqtest::run("mkdir -p '" + privateDir + "'"));
     KQC::KQCEID eid = newEid();
     ASSERT_EQ(0, envm.updateEnvEID(eid, privateDir));
-    EXPECT_EQ(eid.toString(), host.read("vz/private/101/.kqs/eid.conf"));
+    EXPECT_EQ(eid.toString(), host.read("kq/private/101/.kqs/eid.conf"));
 
     KQS::KQSEnvConfig config = configOf(101);
-    config.setVEPrivateVar(host.path("vz/private/$VEID"));
+    config.setVEPrivateVar(host.path("kq/private/$VEID"));
     KQC::KQCEID found;
     ASSERT_TRUE(envm.findByVe(config, found));
     EXPECT_EQ(eid, found);
@@ -303,20 +303,20 @@ TEST_F(RegistryTest, WithoutARecordOrAPrivateAreaThereIsNoEid)
     KQC::KQCEID found;
     EXPECT_FALSE(envm.findByVe(configOf(101), found));
     KQS::KQSEnvConfig config = configOf(101);
-    config.setVEPrivateVar(host.path("vz/private/$VEID"));
+    config.setVEPrivateVar(host.path("kq/private/$VEID"));
     EXPECT_FALSE(envm.findByVe(config, found));
 
     // The private area's parent must be there: only ".kqs" is made.
-    EXPECT_EQ(-1, envm.updateEnvEID(newEid(), host.path("vz/private/101")));
+    EXPECT_EQ(-1, envm.updateEnvEID(newEid(), host.path("kq/private/101")));
     EXPECT_EQ(-1, envm.updateEnvEID(newEid(), boost::shared_ptr<KQS::KQSEnvConfig>()));
     EXPECT_EQ(-1, envm.updateEnvEID(newEid(), boost::make_shared<KQS::KQSEnvConfig>(configOf(101))));
 }
 
 TEST_F(RegistryTest, ARecordThatIsNoGuidLeavesTheEidAsItWas)
 {
-    host.write("vz/private/101/.kqs/eid.conf", "garbage\n");
+    host.write("kq/private/101/.kqs/eid.conf", "garbage\n");
     KQS::KQSEnvConfig config = configOf(101);
-    config.setVEPrivateVar(host.path("vz/private/101"));
+    config.setVEPrivateVar(host.path("kq/private/101"));
     KQC::KQCEID found;
     EXPECT_TRUE(envm.findByVe(config, found));
     EXPECT_FALSE(found.isValid());
@@ -385,9 +385,9 @@ TEST_F(RegistryTest, LogsWhatItForgetsSkipsAndReads)
     KQC::KQCEID kept = registered(101);
     KQC::KQCEID gone = registered(102);
     KQC::KQCEID recorded = newEid();
-    host.write("vz/private/103/.kqs/eid.conf", recorded.toString() + "\n");
+    host.write("kq/private/103/.kqs/eid.conf", recorded.toString() + "\n");
     KQS::KQSEnvConfig config = configOf(103);
-    config.setVEPrivateVar(host.path("vz/private/103"));
+    config.setVEPrivateVar(host.path("kq/private/103"));
 
     std::vector<std::string> lines = registryLogLines(host.path("agent.log"), [&] {
         KQS::KQSEnvConfigLock lock;
@@ -400,7 +400,7 @@ TEST_F(RegistryTest, LogsWhatItForgetsSkipsAndReads)
     ASSERT_EQ(3u, lines.size());
     EXPECT_EQ("3 Skip remove env eid#" + kept.toString() + ", 'cause env file is locked", lines[0]);
     EXPECT_EQ("3 Remove env eid#" + gone.toString(), lines[1]);
-    EXPECT_EQ("3 Get EID#" + recorded.toString() + " from file " + host.path("vz/private/103/.kqs/eid.conf") +
+    EXPECT_EQ("3 Get EID#" + recorded.toString() + " from file " + host.path("kq/private/103/.kqs/eid.conf") +
                   ", str " + recorded.toString(),
               lines[2]);
 }
@@ -409,14 +409,14 @@ TEST_F(RegistryTest, LogsFailuresToRecordAndRegister)
 {
     std::vector<std::string> lines = registryLogLines(host.path("agent.log"), [&] {
         // No private area: its ".kqs" folder cannot be made.
-        EXPECT_EQ(-1, envm.updateEnvEID(newEid(), host.path("vz/private/101")));
+        EXPECT_EQ(-1, envm.updateEnvEID(newEid(), host.path("kq/private/101")));
         ASSERT_EQ(0, kqtest::run("rm -rf '" + host.path("etc/kqagent/configs") + "'"));
         host.write("etc/kqagent/configs", "a file where the folder should be");
         KQC::KQCEID eid = newEid();
         EXPECT_EQ(-9, envm.addNewEnv(101, eid));
     });
     ASSERT_EQ(2u, lines.size());
-    EXPECT_EQ(0u, lines[0].find("1 failed to create folder " + host.path("vz/private/101/.kqs") + ": ")) << lines[0];
+    EXPECT_EQ(0u, lines[0].find("1 failed to create folder " + host.path("kq/private/101/.kqs") + ": ")) << lines[0];
     EXPECT_EQ(0u, lines[1].find("1 [addNewEnv] putEnvConfig failed : can't create tmp file for '")) << lines[1];
 }
 
@@ -486,8 +486,8 @@ protected:
     void SetUp() override
     {
         RegistryTest::SetUp();
-        host.write("etc/sysconfig/kq-scripts/101.conf", "VE_PRIVATE=\"" + host.path("vz/private/101") + "\"\n");
-        ASSERT_EQ(0, kqtest::run("mkdir -p '" + host.path("vz/private/101") + "'"));
+        host.write("etc/sysconfig/kq-scripts/101.conf", "VE_PRIVATE=\"" + host.path("kq/private/101") + "\"\n");
+        ASSERT_EQ(0, kqtest::run("mkdir -p '" + host.path("kq/private/101") + "'"));
         eid = registered(101);
     }
     KQC::KQCEID eid;
@@ -496,15 +496,15 @@ protected:
 TEST_F(PrivateFileTest, WritesReadsAndDeletes)
 {
     ASSERT_EQ(0, envm.putPrivate(eid, "notes/today", "hello\n")) << KQC::getErrorMessage();
-    EXPECT_EQ("hello\n", host.read("vz/private/101/kqagent/notes/today"));
+    EXPECT_EQ("hello\n", host.read("kq/private/101/kqagent/notes/today"));
     std::string data;
     ASSERT_EQ(0, envm.getPrivate(eid, "notes/today", data));
     EXPECT_EQ("hello\n", data);
 
     ASSERT_EQ(0, envm.putPrivate(eid, "notes/today", ""));
-    EXPECT_FALSE(kqtest::exists(host.path("vz/private/101/kqagent/notes/today")));
+    EXPECT_FALSE(kqtest::exists(host.path("kq/private/101/kqagent/notes/today")));
     EXPECT_EQ(-4, envm.getPrivate(eid, "notes/today", data));
-    EXPECT_EQ("can't read '" + host.path("vz/private/101/kqagent/notes/today") +
+    EXPECT_EQ("can't read '" + host.path("kq/private/101/kqagent/notes/today") +
                   "' failed : No such file or directory",
               std::string(KQC::getErrorMessage()));
     EXPECT_EQ(-9, envm.putPrivate(eid, "notes/today", ""));
@@ -518,7 +518,7 @@ TEST_F(PrivateFileTest, RightsAreCheckedFirst)
     std::string data;
     EXPECT_EQ(KQC::KQC_ERR_ACCESS_DENIED, reader.putPrivate(eid, "a", "x"));
     EXPECT_EQ(KQC::KQC_ERR_ACCESS_DENIED, writer.getPrivate(newEid(), "a", data));
-    EXPECT_FALSE(kqtest::exists(host.path("vz/private/101/kqagent/a")));
+    EXPECT_FALSE(kqtest::exists(host.path("kq/private/101/kqagent/a")));
     EXPECT_EQ(0, writer.putPrivate(eid, "a", "x"));
     EXPECT_EQ(0, reader.getPrivate(eid, "a", data));
     EXPECT_EQ("x", data);
@@ -540,7 +540,7 @@ TEST_F(PrivateFileTest, NamesStayInsideThePrivateArea)
     std::string data;
     EXPECT_EQ(-9, envm.putPrivate(eid, "../../escape", "x"));
     EXPECT_EQ(-4, envm.getPrivate(eid, "/etc/passwd", data));
-    EXPECT_FALSE(kqtest::exists(host.path("vz/escape")));
+    EXPECT_FALSE(kqtest::exists(host.path("kq/escape")));
 }
 
 } // namespace
