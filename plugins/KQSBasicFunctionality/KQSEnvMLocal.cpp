@@ -205,21 +205,22 @@ int KQSEnvMLocal::getEnvList(KQC::KQCEIDSet& out)
     return readEnvListLocked(out);
 }
 
-boost::shared_ptr<KQSEnvConfig> KQSEnvMLocal::getEnvConfig(const KQC::KQCEID& eid)
+boost::shared_ptr<const KQSEnvConfig> KQSEnvMLocal::sharedEnvConfig(const KQC::KQCEID& eid)
 {
     const std::string path = getVPSAgentConfigPathByEid(eid);
-    boost::shared_ptr<KQSEnvConfig> config;
-    {
-        KQC::KQCGuard guard(configCacheLock);
-        CachedConfig& entry = configCache[path];
-        if (entry.stamp.update(path) || !entry.config)
-            config = loadEnvConfig(eid, path, entry);
-        else
-            config = entry.config;
-    }
+    KQC::KQCGuard guard(configCacheLock);
+    CachedConfig& entry = configCache[path];
+    if (entry.stamp.update(path) || !entry.config)
+        return loadEnvConfig(eid, path, entry);
+    return entry.config;
+}
+
+boost::shared_ptr<KQSEnvConfig> KQSEnvMLocal::getEnvConfig(const KQC::KQCEID& eid)
+{
+    boost::shared_ptr<const KQSEnvConfig> config = sharedEnvConfig(eid);
     // Callers may change what they get; the cached record is shared.
     if (!config)
-        return config;
+        return boost::shared_ptr<KQSEnvConfig>();
     return boost::make_shared<KQSEnvConfig>(*config);
 }
 
@@ -254,7 +255,8 @@ int KQSEnvMLocal::putEnvConfig(const KQC::KQCEID& eid, const KQSEnvConfig& confi
 
 int KQSEnvMLocal::findByEid(const KQC::KQCEID& eid, int* veid)
 {
-    boost::shared_ptr<KQSEnvConfig> config = getEnvConfig(eid);
+    // Only the VEID is read, so the shared record serves without a copy.
+    boost::shared_ptr<const KQSEnvConfig> config = sharedEnvConfig(eid);
     if (!config)
         return -8;
     int found = 0;

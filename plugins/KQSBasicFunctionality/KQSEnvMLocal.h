@@ -151,6 +151,9 @@ private:
     // own file in raw mode): read it, write it, or delete it when `data` is
     // empty. 0, -8, -7, -4 or -9 with the message set.
     int processPrivate(const KQC::KQCEID& eid, const std::string& name, std::string& data, bool get, bool raw);
+    // The cached record of an environment's agent file, shared and read-only;
+    // empty on failure (message set).
+    boost::shared_ptr<const KQSEnvConfig> sharedEnvConfig(const KQC::KQCEID& eid);
 
     KQSVeidStorage m_veidStorage;
     KQSFileLock m_veidLock;
