@@ -3,6 +3,7 @@
 #include "KQC/Error.h"
 #include "KQC/Files.h"
 #include "KQC/Functionality.h"
+#include "KQS/Env.h"
 #include "KQS/Functionality.h"
 
 #include <cctype>
@@ -13,8 +14,6 @@
 
 namespace kqagent {
 namespace {
-
-const char* const kEnvironmentType = "corvantis";
 
 void writeLine(const std::string& text)
 {
@@ -113,7 +112,7 @@ KQC::KQCEnvM& Session::envM()
 {
     if (!m_envM) {
         auto& mux = KQC::KQCFunctionality<KQC::KQCLibFunctionality>::kit().getEnvMMultiplexer();
-        if (mux.create(kEnvironmentType, m_access, m_envM) != 0)
+        if (mux.create(KQS::KQSEnv::type, m_access, m_envM) != 0)
             throw std::runtime_error(KQC::getErrorMessage());
     }
     return *m_envM;
@@ -123,7 +122,7 @@ KQS::KQSEnvM& Session::kqsEnvM()
 {
     if (!m_kqsEnvM) {
         auto& mux = KQC::KQCFunctionality<KQS::KQSLibFunctionality>::kit().getKQSEnvMMultiplexer();
-        if (mux.create(kEnvironmentType, m_access, m_kqsEnvM) != 0)
+        if (mux.create(KQS::KQSEnv::type, m_access, m_kqsEnvM) != 0)
             throw std::runtime_error(KQC::getErrorMessage());
     }
     return *m_kqsEnvM;

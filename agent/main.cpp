@@ -3,11 +3,12 @@
 #include "Console.h"
 #include "Output.h"
 #include "PluginLoader.h"
-#include "ShellWords.h"
 #include "SimRoot.h"
 
 #include "KQC/HostPaths.h"
 #include "KQC/Log.h"
+#include "KQC/Error.h"
+#include "KQS/ShellSyntax.h"
 
 #include <iostream>
 #include <sys/stat.h>
@@ -111,13 +112,12 @@ int runBatch(kqagent::Session& session, bool json)
     std::string line;
     while (std::getline(std::cin, line)) {
         std::vector<std::string> words;
-        std::string error;
         size_t first = line.find_first_not_of(" \t\r");
         if (first == std::string::npos || line[first] == '#')
             continue;
         try {
-            if (kqagent::splitShellWords(line, words, error) != 0)
-                throw kqagent::UsageError(error);
+            if (KQS::splitShellWords(line, words) != 0)
+                throw kqagent::UsageError(KQC::getErrorMessage());
             if (!words.empty() && words[0] == "batch")
                 throw kqagent::UsageError("batch does not nest");
             kqagent::Runner runner = kqagent::parseCommand(words);

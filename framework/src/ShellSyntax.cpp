@@ -336,6 +336,11 @@ public:
                                  m_in.c_str());
             return -1;
         }
+        if (m_danglingBackslash) {
+            // It escapes nothing: the line was cut off.
+            KQC::setErrorMessage("trailing backslash in '%s'", m_in.c_str());
+            return -1;
+        }
         endWord();
         return 0;
     }
@@ -370,6 +375,8 @@ private:
             m_quote = c;
         else if (c == '\\' && m_pos + 1 < m_in.size())
             m_word += m_in[++m_pos];
+        else if (c == '\\')
+            m_danglingBackslash = true;
         else
             m_word += c;
     }
@@ -387,6 +394,7 @@ private:
     size_t m_pos = 0;
     char m_quote = 0;
     bool m_inWord = false;
+    bool m_danglingBackslash = false;
     std::string m_word;
 };
 

@@ -4,6 +4,7 @@
 #include "KQSEnvConfigLock.h"
 #include "KQSVEActionSystemLinux.h"
 
+#include "KQS/Env.h"
 #include "KQC/Error.h"
 #include "KQC/Files.h"
 #include "KQC/HostPaths.h"
@@ -29,7 +30,6 @@ int notAvailable(const char* operation)
     return KQC::KQC_ERR_NOT_SUPPORTED;
 }
 
-const char* const kEnvType = "corvantis";
 
 std::string agentConfigFolder()
 {
@@ -354,7 +354,7 @@ int KQSEnvMLocal::addNewEnv(int veid, KQC::KQCEID& eid)
         eid.generate();
     KQSEnvConfig config;
     config.setVeid(veid);
-    config.setType(KQC::KQCEnvType(kEnvType));
+    config.setType(KQC::KQCEnvType(KQSEnv::type));
     int rc = putEnvConfig(eid, config);
     if (rc != 0) {
         KQS_LOG().put(1, "[%s] putEnvConfig failed : %s", "addNewEnv", KQC::getErrorMessage());

@@ -9,6 +9,7 @@
 #include "KQSKqStatLocal.h"
 #include "KQSVT.h"
 
+#include "KQS/Env.h"
 #include "KQC/Error.h"
 #include "KQC/Files.h"
 #include "KQC/HostPaths.h"
@@ -33,7 +34,6 @@ namespace {
 const char kConfigFolder[] = "/etc/sysconfig/kq-scripts/";
 const char kHostSettings[] = "/etc/sysconfig/kq";
 const char kMounts[] = "/proc/mounts";
-const char kEnvType[] = "corvantis";
 const char kLogComponent[] = "KQSBasicFunctionalityLocal";
 const int kHostVeid = 0;
 // VEID 1 is reserved by the platform and never listed.
@@ -269,7 +269,7 @@ void readEntryConfig(int veid, KQSVPSEntry& entry, KQSEnvConfigBashParser& parse
     config->getDescription(text);
     unescapeText(text, &KQSEnvConfig::setDescription, *config);
     config->setVeid(veid);
-    config->setType(KQC::KQCEnvType(kEnvType));
+    config->setType(KQC::KQCEnvType(KQSEnv::type));
     KQSEnvMLocal::mergeConfigsKQDefaultToVE(defaults, *config);
     KQSEnvMLocal::fillSystemInfo(*config);
     rememberRoot(*config, veid);
@@ -284,7 +284,7 @@ boost::shared_ptr<KQSEnvConfig> bareConfig(int veid)
 {
     boost::shared_ptr<KQSEnvConfig> config(new KQSEnvConfig());
     config->setVeid(veid);
-    config->setType(KQC::KQCEnvType(kEnvType));
+    config->setType(KQC::KQCEnvType(KQSEnv::type));
     return config;
 }
 

@@ -207,6 +207,32 @@ TEST_F(ShellSyntaxTest, WriterRefusesWhatNoShellCanHold)
     EXPECT_EQ(KQS::writeShellFile({{"A", "v"}}, out, &broken, true), -1);
 }
 
+namespace {
+std::vector<std::string> wordsOf(const std::string& line)
+{
+    std::vector<std::string> words;
+    EXPECT_EQ(0, KQS::splitShellWords(line, words)) << line << ": " << KQC::getErrorMessage();
+    return words;
+}
+} // namespace
+
+// The console's batch lines are split this way.
+TEST_F(ShellSyntaxTest, CommandLinesSplitLikeAShell)
+{
+    EXPECT_EQ((std::vector<std::string>{"set", "101", "--name", "my box"}), wordsOf("set 101 --name 'my box'"));
+    EXPECT_EQ((std::vector<std::string>{"a\"b$c`d\\e"}), wordsOf("\"a\\\"b\\$c\\`d\\\\e\""));
+    EXPECT_EQ((std::vector<std::string>{"x\\ny"}), wordsOf("\"x\\ny\""));
+    EXPECT_EQ((std::vector<std::string>{"a b", "", "c'd"}), wordsOf("  a\\ b  '' \"c'd\"  "));
+    EXPECT_EQ((std::vector<std::string>{"abc"}), wordsOf("a'b'\"c\""));
+    EXPECT_TRUE(wordsOf("   \t").empty());
+
+    std::vector<std::string> words;
+    EXPECT_EQ(-1, KQS::splitShellWords("start '101", words));
+    EXPECT_EQ(-1, KQS::splitShellWords("start \"101", words));
+    EXPECT_EQ(-1, KQS::splitShellWords("start 101\\", words));
+    EXPECT_STREQ("trailing backslash in 'start 101\\'", KQC::getErrorMessage());
+}
+
 TEST_F(ShellSyntaxTest, WordsAndSingleAssignments)
 {
     std::vector<std::string> words;

@@ -73,7 +73,7 @@ int writeShellFile(const std::vector<std::pair<std::string, std::string>>& pairs
 
 // Splits a command-style line into words with the same quoting rules (blank
 // separated; "#" at the start of a word begins a comment). -1 with the
-// message set for an open quote or a NUL byte.
+// message set for an open quote, a trailing backslash or a NUL byte.
 int splitShellWords(const std::string& line, std::vector<std::string>& words);
 
 } // namespace KQS
