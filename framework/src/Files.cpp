@@ -3,6 +3,7 @@
 #include "KQC/Error.h"
 #include "KQC/Handle.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
@@ -148,16 +149,62 @@ int fentryExists(const std::string& path, int followLinks)
     return rc == 0 ? 1 : 0;
 }
 
-int file2str(const std::string& path, std::string& out, int /*flags*/)
+int readHostFd(int fd, const std::string& path, std::string& out, size_t limit)
 {
-    KQCHandle fd;
-    if (openReading(path, fd) != 0)
-        return -1;
-    if (readAll(fd.get(), out) != 0) {
+    struct stat st;
+    if (::fstat(fd, &st) != 0) {
         setErrorMessage("can't read '%s': %m", path.c_str());
         return -1;
     }
+    if (S_ISDIR(st.st_mode)) {
+        errno = EISDIR;
+        setErrorMessage("can't read '%s': %m", path.c_str());
+        return -1;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        errno = EINVAL;
+        setErrorMessage("can't read '%s': not a regular file", path.c_str());
+        return -1;
+    }
+    // st_size may lie (files in /proc report 0, a file may grow while it is
+    // read): the cap is enforced on what is actually read.
+    std::string text;
+    if (st.st_size > 0)
+        text.reserve(std::min(static_cast<size_t>(st.st_size), limit) + 1);
+    char chunk[65536];
+    for (;;) {
+        ssize_t n = ::read(fd, chunk, sizeof chunk);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0) {
+            setErrorMessage("can't read '%s': %m", path.c_str());
+            return -1;
+        }
+        if (n == 0)
+            break;
+        if (text.size() + static_cast<size_t>(n) > limit) {
+            errno = EFBIG;
+            setErrorMessage("can't read '%s': larger than %zu bytes", path.c_str(), limit);
+            return -1;
+        }
+        text.append(chunk, static_cast<size_t>(n));
+    }
+    out.swap(text);
     return 0;
+}
+
+int file2str(const std::string& path, std::string& out, int /*flags*/, size_t limit)
+{
+    int raw;
+    do {
+        raw = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    } while (raw < 0 && errno == EINTR);
+    KQCHandle fd(raw);
+    if (!fd.isValid()) {
+        setErrorMessage("can't open '%s': %m", path.c_str());
+        return -1;
+    }
+    return readHostFd(fd.get(), path, out, limit);
 }
 
 int writeFileAtomic(const std::string& path, const std::string& data, mode_t mode)

@@ -30,8 +30,24 @@ int readAll(int fd, std::string& out);
 
 int fentryExists(const std::string& path, int followLinks = 1);
 
-// Reads the whole file into out (replacing its contents). flags: none yet.
-int file2str(const std::string& path, std::string& out, int flags = 0);
+// Everything read from the host is hostile: a file may be a FIFO, a device,
+// a link to /dev/zero or simply huge. No real configuration, lock or agent
+// file comes near this size; anything larger is refused, not read.
+constexpr size_t kHostFileLimit = 8u << 20;
+
+// Reads the whole file into out (replacing its contents). The file is
+// opened without blocking (a FIFO cannot hang the caller), must be a
+// regular file once open, and may hold at most `limit` bytes; otherwise
+// -1 with a message naming the path ("not a regular file", "larger than N
+// bytes") and out unchanged. flags: none yet. Every reader of host files
+// goes through this (or readHostFd for a descriptor it opened itself).
+[[nodiscard]] int file2str(const std::string& path, std::string& out, int flags = 0,
+                           size_t limit = kHostFileLimit);
+
+// The same checks for a descriptor the caller opened (with O_NONBLOCK):
+// regular file, at most `limit` bytes; `path` only names it in messages.
+[[nodiscard]] int readHostFd(int fd, const std::string& path, std::string& out,
+                             size_t limit = kHostFileLimit);
 
 // Replaces the file with data atomically. An existing file keeps its
 // permission bits; a new one gets 0644.
