@@ -2,6 +2,9 @@
 
 #include "Commands.h"
 
+#include "KQC/Error.h"
+#include "KQS/ShellSyntax.h"
+
 namespace kqagent {
 namespace {
 
@@ -20,6 +23,15 @@ bool isWithin(const CLI::App* command, const CLI::App* ancestor)
         if (command == ancestor)
             return true;
     return false;
+}
+
+// The command `name` declared under `parent`, nullptr when there is none.
+CLI::App* childNamed(CLI::App& parent, const std::string& name)
+{
+    for (CLI::App* child : parent.get_subcommands([](CLI::App*) { return true; }))
+        if (child->get_name() == name)
+            return child;
+    return nullptr;
 }
 
 // The parser's messages may span lines; a usage error is one line.
@@ -52,10 +64,7 @@ CLI::App& CommandLine::made(CLI::App& parent, const std::string& name, const std
 CLI::App& CommandLine::add(CLI::App& parent, const std::string& name, const std::string& synopsis,
                            const std::function<Build(CLI::App&)>& define)
 {
-    CLI::App* command = nullptr;
-    for (CLI::App* existing : parent.get_subcommands([](CLI::App*) { return true; }))
-        if (existing->get_name() == name)
-            command = existing;
+    CLI::App* command = childNamed(parent, name);
     if (!command)
         command = &made(parent, name, synopsis);
     // A group that now runs on its own too (mount CT beside mount list).
@@ -72,9 +81,8 @@ void CommandLine::describe(const CLI::App& command, const std::string& synopsis)
 
 CLI::App& CommandLine::group(CLI::App& parent, const std::string& name, const std::string& summary)
 {
-    for (CLI::App* existing : parent.get_subcommands([](CLI::App*) { return true; }))
-        if (existing->get_name() == name)
-            return *existing;
+    if (CLI::App* existing = childNamed(parent, name))
+        return *existing;
     CLI::App& command = made(parent, name, summary);
     command.require_subcommand(1);
     return command;
@@ -153,6 +161,22 @@ std::string CommandLine::synopses(const CLI::App& command) const
         if (isWithin(entry.first, &command))
             text += m_program + " " + entry.second + "\n";
     return text;
+}
+
+Runner parseBatchLine(const std::string& line)
+{
+    std::vector<std::string> words;
+    if (KQS::splitShellWords(line, words) != 0)
+        throw UsageError(KQC::getErrorMessage());
+    if (!words.empty() && words[0] == "batch")
+        throw UsageError("batch does not nest");
+    CommandLine cli("kqagent");
+    addAllCommands(cli);
+    std::string help;
+    Runner runner = cli.parse(words, help);
+    if (!runner)
+        throw UsageError("help is not available in a batch");
+    return runner;
 }
 
 } // namespace kqagent

@@ -84,4 +84,9 @@ private:
 // Every command of the console (the groups of Commands.h) on `cli`.
 void addAllCommands(CommandLine& cli);
 
+// One line of a batch: shell-style words read by the same rules as a
+// command line. UsageError when malformed, when it asks for help or when it
+// is itself a batch.
+Runner parseBatchLine(const std::string& line);
+
 } // namespace kqagent

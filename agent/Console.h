@@ -2,10 +2,10 @@
 // The console's command layer: one command line in, one outcome out.
 //
 // A command is parsed completely before anything runs (CommandLine.h); a
-// malformed one throws UsageError and runs nothing. A command that ran yields an Outcome:
-// the manager's int result, the framework's error message when that result
-// is not 0, and the command's payload (JSON fields, and the same for the
-// readable form).
+// malformed one throws UsageError and runs nothing. A command that ran
+// yields an Outcome: the manager's int result, the framework's error
+// message when that result is not 0, and the command's payload (JSON
+// fields, and the same for the readable form).
 #include "KQC/Access.h"
 #include "KQC/GUID.h"
 #include "KQS/EnvM.h"

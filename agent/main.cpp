@@ -7,8 +7,6 @@
 
 #include "KQC/HostPaths.h"
 #include "KQC/Log.h"
-#include "KQC/Error.h"
-#include "KQS/ShellSyntax.h"
 
 #include <cstdlib>
 #include <ctime>
@@ -93,23 +91,6 @@ bool runOne(kqagent::Session& session, const kqagent::Runner& runner, bool json)
     return outcome.rc == 0;
 }
 
-// One batch line read by the same rules as a command line.
-kqagent::Runner parseBatchLine(const std::string& line)
-{
-    std::vector<std::string> words;
-    if (KQS::splitShellWords(line, words) != 0)
-        throw kqagent::UsageError(KQC::getErrorMessage());
-    if (!words.empty() && words[0] == "batch")
-        throw kqagent::UsageError("batch does not nest");
-    kqagent::CommandLine cli(kProgram);
-    kqagent::addAllCommands(cli);
-    std::string help;
-    kqagent::Runner runner = cli.parse(words, help);
-    if (!runner)
-        throw kqagent::UsageError("help is not available in a batch");
-    return runner;
-}
-
 // One command per line of standard input, in this one process.
 int runBatch(kqagent::Session& session, bool json)
 {
@@ -120,7 +101,7 @@ int runBatch(kqagent::Session& session, bool json)
         if (first == std::string::npos || line[first] == '#')
             continue;
         try {
-            kqagent::Runner runner = parseBatchLine(line);
+            kqagent::Runner runner = kqagent::parseBatchLine(line);
             allGood = runOne(session, runner, json) && allGood;
         } catch (const kqagent::UsageError& e) {
             kqagent::printUsageError(e.what(), json);
