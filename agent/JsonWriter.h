@@ -8,8 +8,9 @@
 // valid UTF-8 sequence (overlong forms, surrogates and code points above
 // U+10FFFF are not valid) is written as \u00XX with XX the byte's value
 // (always 80 to ff). Because the characters U+0080 to U+00FF themselves are
-// never escaped (they go out as their UTF-8 bytes), a reader can undo the
-// rule: an escape \u0080 to \u00ff stands for that single raw byte.
+// never escaped (they go out as their UTF-8 bytes), a reader of the text
+// can undo the rule: an escape \u0080 to \u00ff stands for that single
+// raw byte. (A plain JSON parser reads it as the character U+00XX.)
 #include <boost/json.hpp>
 #include <ostream>
 #include <string>
