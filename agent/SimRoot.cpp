@@ -1,10 +1,12 @@
 #include "SimRoot.h"
 
+#include "KQC/Files.h"
+
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <sstream>
 #include <map>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,7 +28,12 @@ bool isDirectory(const std::string& path)
 std::map<std::string, std::string> readEnvFile(const std::string& path)
 {
     std::map<std::string, std::string> values;
-    std::ifstream in(path);
+    // Read as any host file: a FIFO or a link to a device left there must
+    // not hang the console. An unreadable file sets nothing.
+    std::string text;
+    if (KQC::file2str(path, text) != 0)
+        return values;
+    std::istringstream in(text);
     std::string line;
     while (std::getline(in, line)) {
         size_t eq = line.find('=');

@@ -69,10 +69,12 @@ void Logger::put(int level, const char* format, ...) const
             base = p + 1;
     std::string line = timestamp() + " " + std::to_string(level) + " " + m_component + " " + base + ":" +
                        std::to_string(m_line) + " " + body + "\n";
-    if (fd >= 0)
-        writeAll(fd, line.data(), line.size());
+    // A log line that cannot be written has nowhere else to go; a full log
+    // disk must not make the operation being logged fail.
+    bool written = fd < 0 || writeAll(fd, line.data(), line.size()) == 0;
     if (toStderr)
-        writeAll(2, line.data(), line.size());
+        written = writeAll(2, line.data(), line.size()) == 0 && written;
+    static_cast<void>(written);
     errno = savedErrno;
 }
 

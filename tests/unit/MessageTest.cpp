@@ -166,12 +166,33 @@ TEST_F(MessageTest, APathCopiesIntoTheSamePlaceOfAnotherMessage)
     EXPECT_EQ(check.enter("nameservers"), 0);
 }
 
+std::string repeated(const std::string& piece, int times)
+{
+    std::string text;
+    for (int i = 0; i < times; ++i)
+        text += piece;
+    return text;
+}
+
+// Elements nested `levels` deep inside a message, properly closed.
+std::string nestedNodes(int levels)
+{
+    return "<message>" + repeated("<node key=\"a\">", levels) + repeated("</node>", levels) + "</message>";
+}
+
 TEST_F(MessageTest, MalformedFilesAreErrorsAndLeaveTheMessageAlone)
 {
     const std::string broken[] = {"", "not xml at all", "<message><int key=\"veid\">12x</int></message>",
                                   "<message><int>5</int></message>", "<other/>",
                                   "<message><str key=\"a\" escaped=\"1\">bad\\q</str></message>",
-                                  "<message><node key=\"a\"><int key=\"b\">1</int>"};
+                                  "<message><node key=\"a\"><int key=\"b\">1</int>",
+                                  // Nesting deep enough to exhaust the stack of a recursive reader,
+                                  // plainly and with closing tags hidden where the reader skips them.
+                                  repeated("<a>", 100000), nestedNodes(65),
+                                  "<message>" + repeated("<node key=\"a\"><!-- </node> -->", 100000),
+                                  "<message>" + repeated("<node key=\"a\"><![CDATA[</node>]]>", 100000),
+                                  "<message>" + repeated("<node key=\"a\"><!DOCTYPE x [</node>]>", 100000),
+                                  "<message>" + repeated("<node key=\"a\" k=\"/></node>\">", 100000)};
     KQCMessage message;
     message.setName("kept");
     message.getIterator().putInt(KQC::TAG_VEID, 7);
@@ -187,6 +208,15 @@ TEST_F(MessageTest, MalformedFilesAreErrorsAndLeaveTheMessageAlone)
     EXPECT_EQ(veid, 7);
     EXPECT_EQ(message.getName(), "kept");
     EXPECT_EQ(message.load(path("absent")), -1);
+}
+
+TEST_F(MessageTest, NestingUpToTheLimitLoads)
+{
+    writeFile("deep", nestedNodes(63));
+    KQCMessage message;
+    ASSERT_EQ(message.load(path("deep")), 0) << KQC::getErrorMessage();
+    KQCMessageIterator it = message.getIterator();
+    EXPECT_EQ(it.moveTo(repeated("a/", 63)), 0);
 }
 
 TEST_F(MessageTest, SaveReplacesTheFileAndLeavesNoTemporaryBehind)

@@ -1,0 +1,187 @@
+// Hostile host files through the console: whatever sits where a file of one
+// container is expected (a FIFO, a link to an endless device, a directory,
+// a huge or garbage file, markup nested without end), listing neither
+// crashes nor hangs, names the file, and still lists every other container.
+#include "AgentRun.h"
+#include "TempHost.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <ctime>
+#include <map>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+enum class Hostile { NestedMarkup, ZeroLink, RandomLink, Fifo, Directory, Huge, Garbage, Empty };
+
+const char* nameOf(Hostile kind)
+{
+    switch (kind) {
+    case Hostile::NestedMarkup: return "nested markup";
+    case Hostile::ZeroLink: return "link to /dev/zero";
+    case Hostile::RandomLink: return "link to /dev/urandom";
+    case Hostile::Fifo: return "FIFO";
+    case Hostile::Directory: return "directory";
+    case Hostile::Huge: return "huge file";
+    case Hostile::Garbage: return "binary garbage";
+    case Hostile::Empty: return "empty file";
+    }
+    return "?";
+}
+
+const Hostile kAllKinds[] = {Hostile::NestedMarkup, Hostile::ZeroLink, Hostile::RandomLink, Hostile::Fifo,
+                             Hostile::Directory,    Hostile::Huge,     Hostile::Garbage,    Hostile::Empty};
+
+// Puts a hostile thing of that kind where `path` was.
+void plant(const std::string& path, Hostile kind)
+{
+    ASSERT_EQ(0, kqtest::run("rm -rf '" + path + "'"));
+    std::string text;
+    switch (kind) {
+    case Hostile::NestedMarkup:
+        for (int i = 0; i < 100000; ++i)
+            text += "<a>";
+        kqtest::writeFile(path, text);
+        return;
+    case Hostile::ZeroLink:
+        ASSERT_EQ(0, ::symlink("/dev/zero", path.c_str()));
+        return;
+    case Hostile::RandomLink:
+        ASSERT_EQ(0, ::symlink("/dev/urandom", path.c_str()));
+        return;
+    case Hostile::Fifo:
+        ASSERT_EQ(0, ::mkfifo(path.c_str(), 0644));
+        return;
+    case Hostile::Directory:
+        ASSERT_EQ(0, ::mkdir(path.c_str(), 0755));
+        return;
+    case Hostile::Huge:
+        // Sparse: larger than any real file of ours without costing the disk.
+        ASSERT_EQ(0, kqtest::run("truncate -s 64M '" + path + "'"));
+        return;
+    case Hostile::Garbage:
+        for (int i = 0; i < 4096; ++i)
+            text += static_cast<char>((i * 131 + 7) % 256);
+        kqtest::writeFile(path, text);
+        return;
+    case Hostile::Empty:
+        kqtest::writeFile(path, "");
+        return;
+    }
+}
+
+class HostileFilesE2ETest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(0, host.simulated());
+        ASSERT_EQ(0, host.kqsim("add 101"));
+        ASSERT_EQ(0, host.kqsim("add 102"));
+        // The first run registers both containers: their agent files exist.
+        kqtest::RunResult first = list();
+        ASSERT_EQ(0, first.exitCode) << first.out << first.err;
+        const boost::json::object answer = first.json();
+        for (const auto& env : answer.at("envs").as_array())
+            eids[env.as_object().at("veid").as_int64()] = std::string(env.as_object().at("eid").as_string());
+        ASSERT_EQ(2u, eids.size()) << first.out;
+    }
+
+    // kqagent --json list, stopped when it hangs.
+    kqtest::RunResult list()
+    {
+        return kqtest::runProgram({"timeout", "60", std::string(KQ_BIN_DIR) + "/kqagent", "--root", host.root(),
+                                   "--json", "list"});
+    }
+
+    std::vector<long long> listedVeids(const kqtest::RunResult& result)
+    {
+        std::vector<long long> veids;
+        const boost::json::object answer = result.json();
+        for (const auto& env : answer.at("envs").as_array())
+            veids.push_back(env.as_object().at("veid").as_int64());
+        return veids;
+    }
+
+    kqtest::TempHost host;
+    std::map<long long, std::string> eids;
+};
+
+struct Place {
+    const char* what;
+    std::string relative;  // under the host root
+    bool namedInError;     // a broken one is reported with its path
+    bool brokenOneListed;  // the container of the broken file is still listed
+};
+
+TEST_F(HostileFilesE2ETest, EveryHostileFileIsThatContainersErrorAndTheRestIsListed)
+{
+    const Place places[] = {
+        {"agent file", "etc/kqagent/configs/" + eids[101], true, false},
+        {"container configuration", "etc/sysconfig/kq-scripts/101.conf", true, false},
+        // A lock that cannot be read is no transition under way.
+        {"transition lock", "kq/lock/101.lck", false, true},
+        // A release file that cannot be read means no newer release.
+        {"release file", "etc/zentravix-release", false, true},
+    };
+    const std::string pristine = host.root() + ".pristine";
+    ASSERT_EQ(0, kqtest::run("cp -a '" + host.root() + "/.' '" + pristine + "'"));
+    for (const Place& place : places) {
+        for (Hostile kind : kAllKinds) {
+            SCOPED_TRACE(std::string(place.what) + ": " + nameOf(kind));
+            ASSERT_EQ(0, kqtest::run("rm -rf '" + host.root() + "' && cp -a '" + pristine + "' '" + host.root() + "'"));
+            const std::string path = host.path(place.relative);
+            plant(path, kind);
+            kqtest::RunResult result = list();
+            ASSERT_TRUE(result.exitCode == 0 || result.exitCode == 1) << result.exitCode << result.err;
+            ASSERT_EQ(1u, result.objects().size()) << result.out;
+            std::vector<long long> veids = listedVeids(result);
+            EXPECT_NE(veids.end(), std::find(veids.begin(), veids.end(), 102)) << result.out;
+            const std::string error(result.json().at("error").as_string());
+            if (place.namedInError && kind != Hostile::Empty) {
+                EXPECT_NE(std::string::npos, error.find(path)) << result.out;
+            }
+            if (place.brokenOneListed) {
+                EXPECT_NE(veids.end(), std::find(veids.begin(), veids.end(), 101)) << result.out;
+            }
+        }
+    }
+    ASSERT_EQ(0, kqtest::run("rm -rf '" + pristine + "'"));
+}
+
+TEST_F(HostileFilesE2ETest, BrokenHostSettingsAreNamedAndNothingHangs)
+{
+    for (Hostile kind : kAllKinds) {
+        SCOPED_TRACE(nameOf(kind));
+        const std::string path = host.path("etc/sysconfig/kq");
+        const std::string saved = kqtest::readFile(path);
+        plant(path, kind);
+        kqtest::RunResult result = list();
+        ASSERT_TRUE(result.exitCode == 0 || result.exitCode == 1) << result.exitCode << result.err;
+        ASSERT_EQ(1u, result.objects().size()) << result.out;
+        ASSERT_EQ(0, kqtest::run("rm -rf '" + path + "'"));
+        kqtest::writeFile(path, saved);
+    }
+}
+
+TEST_F(HostileFilesE2ETest, StartRemovesStaleTemporariesOfOurNaming)
+{
+    const std::string folders[] = {"etc/kqagent/configs", "etc/sysconfig/kq-scripts", "var/lib/kqagent"};
+    for (const std::string& folder : folders) {
+        host.write(folder + "/x~tmpAb3xY9", "left by a killed writer");
+        kqtest::setModificationTime(host.path(folder + "/x~tmpAb3xY9"), ::time(nullptr) - 120);
+        host.write(folder + "/y~tmpAb3xY9", "a writer still at work");
+    }
+    kqtest::RunResult result = list();
+    ASSERT_EQ(0, result.exitCode) << result.out;
+    for (const std::string& folder : folders) {
+        EXPECT_FALSE(kqtest::exists(host.path(folder + "/x~tmpAb3xY9"))) << folder;
+        EXPECT_TRUE(kqtest::exists(host.path(folder + "/y~tmpAb3xY9"))) << folder;
+    }
+}
+
+} // namespace
