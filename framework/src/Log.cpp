@@ -89,7 +89,9 @@ int LogSettings::setFile(const std::string& path)
     std::lock_guard<std::mutex> guard(g_fileMutex);
     int fd = -1;
     if (!path.empty()) {
-        fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+        // Without a reader, opening a FIFO for writing would wait for one
+        // for ever; non-blocking, it fails at once instead.
+        fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
         if (fd < 0) {
             setErrorMessage("can't open log file '%s': %m", path.c_str());
             return -1;
