@@ -468,6 +468,7 @@ TEST_F(FilesTest, KilledWritersLeaveWholeFilesAndOnlyStaleTemporaries)
             ++leftovers;
         }
     }
+    RecordProperty("leftovers", leftovers);
     EXPECT_EQ(KQC::removeStaleTemporaries(m_temp.dir(), 60), leftovers);
     for (const std::string& name : entries())
         EXPECT_FALSE(KQC::isTemporaryName(name)) << name;

@@ -210,6 +210,36 @@ TEST_F(MessageTest, MalformedFilesAreErrorsAndLeaveTheMessageAlone)
     EXPECT_EQ(message.load(path("absent")), -1);
 }
 
+// Whatever stands where an agent file should be, loading fails at once
+// with a message that names the file and the real cause.
+TEST_F(MessageTest, HostileFilesFailByNameWithTheirCause)
+{
+    struct Case {
+        const char* name;
+        const char* make;   // shell command making $F
+        const char* cause;  // in the message
+    } cases[] = {
+        {"fifo", "mkfifo \"$F\"", "not a regular file"},
+        {"zero", "ln -s /dev/zero \"$F\"", "not a regular file"},
+        {"random", "ln -s /dev/urandom \"$F\"", "not a regular file"},
+        {"folder", "mkdir \"$F\"", "Is a directory"},
+        {"huge", "truncate -s 9M \"$F\"", "larger than"},
+        {"garbage", "head -c 4096 /dev/urandom > \"$F\"", "malformed message"},
+        {"nested", "python3 -c \"print('<a>' * 100000)\" > \"$F\"", "nested deeper than 64"},
+        {"empty", ": > \"$F\"", "malformed message"},
+        {"absent", "true", "No such file or directory"},
+    };
+    for (const Case& c : cases) {
+        const std::string file = path(c.name);
+        ASSERT_EQ(std::system(("F='" + file + "'; " + c.make).c_str()), 0) << c.name;
+        KQCMessage message;
+        EXPECT_EQ(message.load(file), -1) << c.name;
+        const std::string error = KQC::getErrorMessage();
+        EXPECT_NE(error.find(file), std::string::npos) << c.name << ": " << error;
+        EXPECT_NE(error.find(c.cause), std::string::npos) << c.name << ": " << error;
+    }
+}
+
 TEST_F(MessageTest, NestingUpToTheLimitLoads)
 {
     writeFile("deep", nestedNodes(63));
