@@ -1,5 +1,6 @@
 #include "SimRoot.h"
 
+#include "KQC/Error.h"
 #include "KQC/Files.h"
 
 #include <cerrno>
@@ -67,8 +68,13 @@ void relaxSanitizerOrder()
 int arrangeHostRoot(const std::string& root, char** argv, std::string& error)
 {
     char resolved[PATH_MAX];
-    if (!::realpath(root.c_str(), resolved) || !isDirectory(resolved)) {
-        error = "host root '" + root + "': " + (errno ? std::strerror(errno) : "not a directory");
+    if (!::realpath(root.c_str(), resolved)) {
+        error = KQC::errnoText("host root '" + root + "'", errno);
+        return -1;
+    }
+    // errno says nothing here: the path resolved, it just is no folder.
+    if (!isDirectory(resolved)) {
+        error = "host root '" + root + "': not a directory";
         return -1;
     }
     std::string absolute = resolved;
@@ -91,7 +97,7 @@ int arrangeHostRoot(const std::string& root, char** argv, std::string& error)
     }
     ::setenv(kArrangedFor, absolute.c_str(), 1);
     ::execv("/proc/self/exe", argv);
-    error = std::string("can't re-execute the console: ") + std::strerror(errno);
+    error = KQC::errnoText("can't re-execute the console", errno);
     return -1;
 }
 
