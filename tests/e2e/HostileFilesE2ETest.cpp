@@ -17,62 +17,30 @@
 
 namespace {
 
-enum class Hostile { NestedMarkup, ZeroLink, RandomLink, Fifo, Directory, Huge, Garbage, Empty };
+// A hostile thing of each kind, made at $F by a shell command.
+struct Hostile {
+    const char* name;
+    const char* make;
+};
 
-const char* nameOf(Hostile kind)
+const Hostile kAllKinds[] = {
+    {"nested markup", "python3 -c \"print('<a>' * 100000)\" > \"$F\""},
+    {"link to /dev/zero", "ln -s /dev/zero \"$F\""},
+    {"link to /dev/urandom", "ln -s /dev/urandom \"$F\""},
+    {"FIFO", "mkfifo \"$F\""},
+    {"directory", "mkdir \"$F\""},
+    // Sparse: larger than any real file of ours without costing the disk.
+    {"huge file", "truncate -s 64M \"$F\""},
+    {"binary garbage", "head -c 4096 /dev/urandom > \"$F\""},
+    {"empty file", ": > \"$F\""},
+};
+
+// An empty file is a container without settings, not a broken one.
+bool isBroken(const Hostile& kind) { return std::string(kind.name) != "empty file"; }
+
+void plant(const std::string& path, const Hostile& kind)
 {
-    switch (kind) {
-    case Hostile::NestedMarkup: return "nested markup";
-    case Hostile::ZeroLink: return "link to /dev/zero";
-    case Hostile::RandomLink: return "link to /dev/urandom";
-    case Hostile::Fifo: return "FIFO";
-    case Hostile::Directory: return "directory";
-    case Hostile::Huge: return "huge file";
-    case Hostile::Garbage: return "binary garbage";
-    case Hostile::Empty: return "empty file";
-    }
-    return "?";
-}
-
-const Hostile kAllKinds[] = {Hostile::NestedMarkup, Hostile::ZeroLink, Hostile::RandomLink, Hostile::Fifo,
-                             Hostile::Directory,    Hostile::Huge,     Hostile::Garbage,    Hostile::Empty};
-
-// Puts a hostile thing of that kind where `path` was.
-void plant(const std::string& path, Hostile kind)
-{
-    ASSERT_EQ(0, kqtest::run("rm -rf '" + path + "'"));
-    std::string text;
-    switch (kind) {
-    case Hostile::NestedMarkup:
-        for (int i = 0; i < 100000; ++i)
-            text += "<a>";
-        kqtest::writeFile(path, text);
-        return;
-    case Hostile::ZeroLink:
-        ASSERT_EQ(0, ::symlink("/dev/zero", path.c_str()));
-        return;
-    case Hostile::RandomLink:
-        ASSERT_EQ(0, ::symlink("/dev/urandom", path.c_str()));
-        return;
-    case Hostile::Fifo:
-        ASSERT_EQ(0, ::mkfifo(path.c_str(), 0644));
-        return;
-    case Hostile::Directory:
-        ASSERT_EQ(0, ::mkdir(path.c_str(), 0755));
-        return;
-    case Hostile::Huge:
-        // Sparse: larger than any real file of ours without costing the disk.
-        ASSERT_EQ(0, kqtest::run("truncate -s 64M '" + path + "'"));
-        return;
-    case Hostile::Garbage:
-        for (int i = 0; i < 4096; ++i)
-            text += static_cast<char>((i * 131 + 7) % 256);
-        kqtest::writeFile(path, text);
-        return;
-    case Hostile::Empty:
-        kqtest::writeFile(path, "");
-        return;
-    }
+    ASSERT_EQ(0, kqtest::run("F='" + path + "'; rm -rf \"$F\" && " + kind.make)) << kind.name;
 }
 
 class HostileFilesE2ETest : public ::testing::Test {
@@ -133,8 +101,8 @@ TEST_F(HostileFilesE2ETest, EveryHostileFileIsThatContainersAndTheRestIsListed)
     const std::string pristine = host.root() + ".pristine";
     ASSERT_EQ(0, kqtest::run("cp -a '" + host.root() + "/.' '" + pristine + "'"));
     for (const Place& place : places) {
-        for (Hostile kind : kAllKinds) {
-            SCOPED_TRACE(std::string(place.what) + ": " + nameOf(kind));
+        for (const Hostile& kind : kAllKinds) {
+            SCOPED_TRACE(std::string(place.what) + ": " + kind.name);
             ASSERT_EQ(0, kqtest::run("rm -rf '" + host.root() + "' && cp -a '" + pristine + "' '" + host.root() + "'"));
             const std::string path = host.path(place.relative);
             plant(path, kind);
@@ -144,8 +112,7 @@ TEST_F(HostileFilesE2ETest, EveryHostileFileIsThatContainersAndTheRestIsListed)
             std::vector<long long> veids = listedVeids(result);
             EXPECT_NE(veids.end(), std::find(veids.begin(), veids.end(), 102)) << result.out;
             const bool listed = std::find(veids.begin(), veids.end(), 101) != veids.end();
-            // An empty configuration is a container without settings, not a broken one.
-            const bool broken = kind != Hostile::Empty;
+            const bool broken = isBroken(kind);
             EXPECT_EQ(place.brokenOneListed || !broken, listed) << result.out;
             if (place.logged && broken) {
                 const std::string log = kqtest::readFile(host.path("var/lib/kqagent/kqagent.log"));
@@ -160,8 +127,8 @@ TEST_F(HostileFilesE2ETest, EveryHostileFileIsThatContainersAndTheRestIsListed)
 
 TEST_F(HostileFilesE2ETest, BrokenHostSettingsFailTheListingAndAreNamed)
 {
-    for (Hostile kind : kAllKinds) {
-        SCOPED_TRACE(nameOf(kind));
+    for (const Hostile& kind : kAllKinds) {
+        SCOPED_TRACE(kind.name);
         const std::string path = host.path("etc/sysconfig/kq");
         const std::string saved = kqtest::readFile(path);
         plant(path, kind);
@@ -170,7 +137,7 @@ TEST_F(HostileFilesE2ETest, BrokenHostSettingsFailTheListingAndAreNamed)
         ASSERT_EQ(1u, result.objects().size()) << result.out;
         // Every container's paths come from these settings: a broken file
         // fails the listing, and says which file it was.
-        if (kind != Hostile::Empty) {
+        if (isBroken(kind)) {
             EXPECT_EQ(1, result.exitCode) << result.out;
             EXPECT_NE(std::string::npos, std::string(result.json().at("error").as_string()).find(path))
                 << result.out;
