@@ -9,6 +9,7 @@
 #include "KQSEnvMLocal.h"
 #include "KQSProcessMLocal.h"
 
+#include "KQC/Boundary.h"
 #include "KQC/EnvCache.h"
 #include "KQC/Error.h"
 #include "KQC/Functionality.h"
@@ -80,9 +81,7 @@ void unregisterFactories()
     KQC::KQCAuthMBaseLocalFactory::getInstance()->unregisterFactory(KQS::KQSAuthMVELocal::realmType);
 }
 
-} // namespace
-
-extern "C" __attribute__((visibility("default"))) int initKQSBasicFunctionalityLocal()
+int initialise()
 {
     if (++clientsNum != 1)
         return 0;
@@ -100,7 +99,7 @@ extern "C" __attribute__((visibility("default"))) int initKQSBasicFunctionalityL
     return 0;
 }
 
-extern "C" __attribute__((visibility("default"))) int finiKQSBasicFunctionalityLocal()
+int finalise()
 {
     // An unbalanced exit is a programming error of the agent; going on
     // would drive the counter negative and unregister twice.
@@ -114,4 +113,18 @@ extern "C" __attribute__((visibility("default"))) int finiKQSBasicFunctionalityL
     finiKQCServerGroupLocal();
     KQS::finiKQSFunctionalityAgent();
     return 0;
+}
+
+} // namespace
+
+// Nothing may leave through the C boundary as an exception: a failure there
+// (out of memory while registering, say) is a result with its message.
+extern "C" __attribute__((visibility("default"))) int initKQSBasicFunctionalityLocal()
+{
+    return KQC::guardedCall("initKQSBasicFunctionalityLocal", initialise);
+}
+
+extern "C" __attribute__((visibility("default"))) int finiKQSBasicFunctionalityLocal()
+{
+    return KQC::guardedCall("finiKQSBasicFunctionalityLocal", finalise);
 }

@@ -94,9 +94,16 @@ public:
     // private area); false when there is no readable record.
     bool findByVe(const KQSEnvConfig& config, KQC::KQCEID& eid);
     // Registers the container: with `eid` when it is valid, else with the
-    // EID the container records, else with a new one. 0 or putEnvConfig's
-    // failure.
+    // EID the container records, else with a new one. 0, putEnvConfig's
+    // failure, or -9 when the registry's lock file cannot be made.
     int addNewEnv(int veid, KQC::KQCEID& eid);
+    // Gives a container that was found unregistered its one EID and writes
+    // it into the container's record, as one critical section across the
+    // threads and processes of every agent on the host: when somebody else
+    // registered it meanwhile, `eid` is theirs. `container` is its
+    // configuration (for the record; may be empty). 0 or addNewEnv's
+    // failure.
+    int registerContainer(int veid, const boost::shared_ptr<KQSEnvConfig>& container, KQC::KQCEID& eid);
     // Writes the EID record into a container's private area. 0 or -1.
     int updateEnvEID(const KQC::KQCEID& eid, const std::string& privatePath);
     int updateEnvEID(const KQC::KQCEID& eid, const boost::shared_ptr<KQSEnvConfig>& config);
@@ -151,6 +158,19 @@ private:
     // own file in raw mode): read it, write it, or delete it when `data` is
     // empty. 0, -8, -7, -4 or -9 with the message set.
     int processPrivate(const KQC::KQCEID& eid, const std::string& name, std::string& data, bool get, bool raw);
+    // The bodies of the public operations of the same purpose, which run
+    // them behind the exception boundary.
+    int infoOf(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask);
+    int listOf(KQC::KQCEIDSet& out, const KQC::KQCEnvMListOptions& options);
+    int joinWithHost(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask, bool sync);
+    int virtualConfigOf(boost::shared_ptr<KQC::KQCVEnvConfig>& out,
+                        const boost::shared_ptr<KQC::KQCNativeConfig>& native);
+    int nativeConfigOf(boost::shared_ptr<KQC::KQCNativeConfig>& out,
+                       const boost::shared_ptr<KQC::KQCVEnvConfig>& config);
+    int allocateVeidInRange(int& veid);
+    // addNewEnv inside the registration section; `container` spares reading
+    // the host's container list again when the caller has it.
+    int addNewEnvLocked(int veid, KQC::KQCEID& eid, boost::shared_ptr<KQSEnvConfig> container);
     // The cached record of an environment's agent file, shared and read-only;
     // empty on failure (message set).
     boost::shared_ptr<const KQSEnvConfig> sharedEnvConfig(const KQC::KQCEID& eid);

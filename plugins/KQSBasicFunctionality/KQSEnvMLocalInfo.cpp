@@ -3,6 +3,7 @@
 #include "KQSEnvMLocal.h"
 #include "KQSVEActionSystemLinux.h"
 
+#include "KQC/Boundary.h"
 #include "KQC/Configuration.h"
 #include "KQC/Error.h"
 #include "KQS/Env.h"
@@ -74,6 +75,11 @@ boost::shared_ptr<KQC::KQCEnv> buildEnv(const KQC::KQCEID& eid, const KQSVPSEntr
 
 int KQSEnvMLocal::getInfo(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask)
 {
+    return KQC::guardedCall("getInfo", [&] { return infoOf(eids, out, mask); });
+}
+
+int KQSEnvMLocal::infoOf(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask)
+{
     KQC::KQCEIDSet wanted = eids;
     if (wanted.empty()) {
         int rc = getEnvList(wanted);
@@ -90,6 +96,11 @@ int KQSEnvMLocal::getInfo(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, un
 
 int KQSEnvMLocal::getList(KQC::KQCEIDSet& out, const KQC::KQCEnvMListOptions& options)
 {
+    return KQC::guardedCall("getList", [&] { return listOf(out, options); });
+}
+
+int KQSEnvMLocal::listOf(KQC::KQCEIDSet& out, const KQC::KQCEnvMListOptions& options)
+{
     KQC::KQCEnvVector envs;
     int rc = getInfo(KQC::KQCEIDSet(), envs, kMaskAll);
     if (rc)
@@ -102,16 +113,29 @@ int KQSEnvMLocal::getList(KQC::KQCEIDSet& out, const KQC::KQCEnvMListOptions& op
 
 int KQSEnvMLocal::getInfoEx(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask, bool sync)
 {
+    return KQC::guardedCall("getInfoEx", [&] { return joinWithHost(eids, out, mask, sync); });
+}
+
+int KQSEnvMLocal::joinWithHost(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask, bool sync)
+{
     KQSVPSList containers;
     KQC::KQCEIDSet known;
     // The VEIDs found while seeding, so that each environment's file is
     // looked at once per call.
     std::map<KQC::KQCEID, int, KQC::KQCEnvIDComparator> veidOf;
+    // Every listing, the synchronising one included, is guarded by the
+    // listing right; the synchronising one would otherwise hand out every
+    // environment to a client that may not see them.
+    boost::shared_ptr<KQC::KQCClientContext> context = KQC::KQCAccessChecker::getClientContext(access());
     if (eids.empty()) {
         int rc = getEnvList(known);
         if (rc)
             return rc;
+        if (KQC::KQCAccessChecker::accessCheck(context, known, KQC::RIGHT_ENV_INFO, true) != 0)
+            return KQC::KQC_ERR_ACCESS_DENIED;
     } else {
+        if (KQC::KQCAccessChecker::accessCheck(context, eids, KQC::RIGHT_ENV_INFO, false) != 0)
+            return KQC::KQC_ERR_ACCESS_DENIED;
         for (const KQC::KQCEID& eid : eids) {
             int veid = 0;
             if (findByEid(eid, &veid) != 0)
@@ -144,10 +168,9 @@ int KQSEnvMLocal::getInfoEx(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, 
         return 0;
     for (const auto& entry : containers) {
         KQC::KQCEID eid;
-        rc = addNewEnv(entry.first, eid);
+        rc = registerContainer(entry.first, entry.second.config, eid);
         if (rc)
             return rc;
-        updateEnvEID(eid, entry.second.config);
         out.push_back(buildEnv(eid, entry.second, mask));
     }
     return 0;
