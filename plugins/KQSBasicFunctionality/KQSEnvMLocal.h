@@ -104,7 +104,8 @@ public:
     // configuration (for the record; may be empty). 0 or addNewEnv's
     // failure.
     int registerContainer(int veid, const boost::shared_ptr<KQSEnvConfig>& container, KQC::KQCEID& eid);
-    // Writes the EID record into a container's private area. 0 or -1.
+    // Writes the EID record into a container's private area (beneath it,
+    // following no link the container planted). 0 or -1.
     int updateEnvEID(const KQC::KQCEID& eid, const std::string& privatePath);
     int updateEnvEID(const KQC::KQCEID& eid, const boost::shared_ptr<KQSEnvConfig>& config);
     // Forgets the environment (removes its agent-side file) unless somebody
@@ -128,8 +129,10 @@ public:
     KQSVeidStorage& veidStorage() { return m_veidStorage; }
     KQSFileLock& veidLock() { return m_veidLock; }
 
-    // Resolves the environment's container and runs one action on it; on
-    // success the client is told that the container's configuration changed.
+    // Checks the client's right to change the environment (414 when it is
+    // refused), resolves the environment's container and runs one action
+    // on it; on success the client is told that the container's
+    // configuration changed.
     int actionWithVPS(const KQC::KQCEID& eid, const KQSVEActionSystemLinux::CmdType& cmd);
 
     // Host virtualization settings ("/etc/sysconfig/kq"). 0, or -1 with
@@ -156,7 +159,9 @@ public:
 private:
     // The agent's private file NAME in the container (or the private area's
     // own file in raw mode): read it, write it, or delete it when `data` is
-    // empty. 0, -8, -7, -4 or -9 with the message set.
+    // empty. NAME is resolved beneath the private area without following
+    // links; a link, "..", an absolute or empty name is refused (-4 for a
+    // read, -9 otherwise). 0, -8, -7, -4 or -9 with the message set.
     int processPrivate(const KQC::KQCEID& eid, const std::string& name, std::string& data, bool get, bool raw);
     // The bodies of the public operations of the same purpose, which run
     // them behind the exception boundary.
