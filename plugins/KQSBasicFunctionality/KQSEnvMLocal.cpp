@@ -461,6 +461,15 @@ int KQSEnvMLocal::registerContainer(int veid, const boost::shared_ptr<KQSEnvConf
     return KQS_OK;
 }
 
+int KQSEnvMLocal::recordEid(const KQC::KQCEID& eid, const boost::shared_ptr<KQSEnvConfig>& container)
+{
+    RegistrationSection section;
+    int rc = section.enter();
+    if (rc != KQS_OK)
+        return rc;
+    return updateEnvEID(eid, container);
+}
+
 int KQSEnvMLocal::updateEnvEID(const KQC::KQCEID& eid, const std::string& privatePath)
 {
     const std::string path = privatePath + "/" + kEidRecord;

@@ -104,6 +104,9 @@ public:
     // configuration (for the record; may be empty). 0 or addNewEnv's
     // failure.
     int registerContainer(int veid, const boost::shared_ptr<KQSEnvConfig>& container, KQC::KQCEID& eid);
+    // updateEnvEID inside the same critical section, for a registered
+    // container whose record must be made to agree. 0, -1 or -9.
+    int recordEid(const KQC::KQCEID& eid, const boost::shared_ptr<KQSEnvConfig>& container);
     // Writes the EID record into a container's private area (beneath it,
     // following no link the container planted). 0 or -1.
     int updateEnvEID(const KQC::KQCEID& eid, const std::string& privatePath);

@@ -148,6 +148,9 @@ int KQSEnvMLocal::joinWithHost(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& ou
     int rc = KQSVEActionSystemLinux::getVPSList(containers, true, !eids.empty());
     if (rc)
         return rc;
+    // The environment each listed container was given to, for the
+    // synchronising pass.
+    std::map<int, std::pair<KQC::KQCEID, boost::shared_ptr<KQSEnvConfig>>> listed;
     for (const KQC::KQCEID& eid : known) {
         auto seeded = veidOf.find(eid);
         int veid = seeded != veidOf.end() ? seeded->second : 0;
@@ -159,9 +162,16 @@ int KQSEnvMLocal::joinWithHost(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& ou
         auto it = containers.find(veid);
         if (it != containers.end()) {
             out.push_back(buildEnv(eid, it->second, mask));
+            if (sync)
+                listed[veid] = std::make_pair(eid, it->second.config);
             containers.erase(it);
         } else if (sync) {
             removeEnv(eid);
+            // A second environment of a container listed already: the
+            // container's record must name the one that stays.
+            auto kept = listed.find(veid);
+            if (kept != listed.end())
+                (void)recordEid(kept->second.first, kept->second.second);
         }
     }
     if (!sync)

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <regex>
 #include <set>
 #include <string>
@@ -150,6 +151,37 @@ TEST(RegistryRaceE2ETest, AgentsRacingOverNewContainersGiveEachOneEid)
                 EXPECT_EQ(*answered.begin(), env.at("eid").as_string().c_str());
         }
     }
+}
+
+// Left over from agents that raced before: two agent files for one
+// container, its record naming the one that sorts last.
+TEST(RegistryRaceE2ETest, SyncKeepsOneEnvironmentPerContainerAndTheRecordAgrees)
+{
+    kqtest::TempHost host;
+    ASSERT_EQ(0, host.simulated());
+    ASSERT_EQ(0, host.kqsim("add 101"));
+    ASSERT_EQ(0, kqtest::run("mkdir -p '" + host.path("etc/kqagent/configs") + "'"));
+    std::vector<KQC::KQCEID> eids(2);
+    for (KQC::KQCEID& eid : eids) {
+        eid.generate();
+        KQS::KQSEnvConfig config;
+        config.setVeid(101);
+        auto message = KQC::KQCMsgFactory::createNew();
+        message->setName("packet");
+        message->getIterator().putObj(KQC::TAG_ENV_CONFIG, config);
+        ASSERT_EQ(0, message->save(host.path("etc/kqagent/configs/" + eid.toString())));
+    }
+    std::sort(eids.begin(), eids.end(), KQC::KQCEnvIDComparator());
+    host.write("kq/private/101/.kqs/eid.conf", eids.back().toString());
+
+    kqtest::RunResult sync = kqtest::agent(host.root(), {"--json", "sync"});
+    ASSERT_EQ(0, sync.exitCode) << sync.err;
+    auto envs = sync.json().at("envs").as_array();
+    ASSERT_EQ(1u, envs.size());
+    std::string kept(envs[0].as_object().at("eid").as_string().c_str());
+    EXPECT_EQ("1\n", kqtest::commandOutput("ls '" + host.path("etc/kqagent/configs") + "' | grep -c '^{'"));
+    EXPECT_TRUE(kqtest::exists(host.path("etc/kqagent/configs/" + kept)));
+    EXPECT_EQ(kept, host.read("kq/private/101/.kqs/eid.conf"));
 }
 
 } // namespace
