@@ -37,6 +37,9 @@ int splitName(const std::string& name, std::vector<std::string>& parts)
         return refuse(EINVAL, "'%s' is no file name", name);
     if (name[0] == '/')
         return refuse(EINVAL, "'%s' is not relative to its folder", name);
+    // The system would end the name at a NUL: "..\0" would then be "..".
+    if (name.find('\0') != std::string::npos)
+        return refuse(EINVAL, "'%s' holds a NUL character", name);
     size_t begin = 0;
     for (;;) {
         size_t slash = name.find('/', begin);

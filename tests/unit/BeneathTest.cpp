@@ -66,6 +66,8 @@ TEST_F(BeneathTest, OnlyOrdinaryRelativeNamesAreAccepted)
         if (!c.accepted)
             EXPECT_EQ(EINVAL, errno) << c.name;
     }
+    // Each part handed to the system ends at its NUL: "..\0" would be "..".
+    EXPECT_EQ(-1, KQC::checkBeneathName(std::string("x/..\0/..\0/y", 11)));
 }
 
 TEST_F(BeneathTest, ALinkPlantedDeeperIsRefusedAndLeftAlone)

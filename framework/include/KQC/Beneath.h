@@ -3,9 +3,9 @@
 //
 // A client's name is relative to its folder and must stay inside it: it is
 // one or more ordinary components joined by single slashes (not empty, not
-// absolute, no "." or ".." component), and no component is followed when it
-// is a symbolic link (the folder's owner may plant links to anywhere on the
-// host). Each component is opened relative to the one before with
+// absolute, no "." or ".." component, no NUL), and no component is
+// followed when it is a symbolic link (the folder's owner may plant links
+// to anywhere on the host). Each component is opened relative to the one before with
 // O_NOFOLLOW, so a link swapped in between two calls is refused as well.
 // The base folder itself is trusted and opened as given.
 //
