@@ -8,6 +8,8 @@
 // keepOld the old file's comments, order and unknown keys survive. A
 // missing target is not an error (it is created). 0, or -1 with
 // "open tmp for '%s': %s", the parser's message, or "rename '%s' -> '%s' : %s".
+#include "KQSResult.h"
+
 #include "KQC/Error.h"
 #include "KQC/Files.h"
 
@@ -27,12 +29,12 @@ int getBashConfig(const char* path, Parser& parser, T& out)
     std::string text;
     if (KQC::file2str(path, text) != 0) {
         KQC::setErrorMessage("open '%s' : %s", path, std::strerror(errno));
-        return -1;
+        return KQS_ERR_GENERIC;
     }
     std::istringstream in(text);
     if (parser.getConfig(in, out) != 0) {
         KQC::setErrorMessage("parse '%s' config", path);
-        return -1;
+        return KQS_ERR_GENERIC;
     }
     return 0;
 }
@@ -49,17 +51,17 @@ int putBashConfig(const char* path, Parser& parser, const T& in, bool keepOld)
     KQC::TemporaryFile temporary(path, true);
     if (!temporary.isValid()) {
         KQC::setErrorMessage("open tmp for '%s': %s", path, std::strerror(errno));
-        return -1;
+        return KQS_ERR_GENERIC;
     }
     if (parser.putConfig(in, temporary.stream(), haveOld ? &old : nullptr, keepOld) != 0)
-        return -1;
+        return KQS_ERR_GENERIC;
     // A write that failed (a full disk) shows on closing; the framework's
     // message names the temporary file, which is removed with its object.
     if (temporary.close() != 0)
-        return -1;
+        return KQS_ERR_GENERIC;
     if (KQC::renameFile(temporary.getpath(), path) != 0) {
         KQC::setErrorMessage("rename '%s' -> '%s' : %s", temporary.getpath().c_str(), path, std::strerror(errno));
-        return -1;
+        return KQS_ERR_GENERIC;
     }
     return 0;
 }

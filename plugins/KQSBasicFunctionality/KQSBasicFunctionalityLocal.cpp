@@ -9,6 +9,7 @@
 #include "KQSEnvMLocal.h"
 #include "KQSProcessMLocal.h"
 
+#include "KQC/Boundary.h"
 #include "KQC/EnvCache.h"
 #include "KQC/Error.h"
 #include "KQC/Files.h"
@@ -96,9 +97,7 @@ void removeStaleTemporaries()
             KQS_LOG().put(1, "[%s] %s", "initKQSBasicFunctionalityLocal", KQC::getErrorMessage());
 }
 
-} // namespace
-
-extern "C" __attribute__((visibility("default"))) int initKQSBasicFunctionalityLocal()
+int initialise()
 {
     if (++clientsNum != 1)
         return 0;
@@ -117,7 +116,7 @@ extern "C" __attribute__((visibility("default"))) int initKQSBasicFunctionalityL
     return 0;
 }
 
-extern "C" __attribute__((visibility("default"))) int finiKQSBasicFunctionalityLocal()
+int finalise()
 {
     // An unbalanced exit is a programming error of the agent; going on
     // would drive the counter negative and unregister twice.
@@ -131,4 +130,18 @@ extern "C" __attribute__((visibility("default"))) int finiKQSBasicFunctionalityL
     finiKQCServerGroupLocal();
     KQS::finiKQSFunctionalityAgent();
     return 0;
+}
+
+} // namespace
+
+// Nothing may leave through the C boundary as an exception: a failure there
+// (out of memory while registering, say) is a result with its message.
+extern "C" __attribute__((visibility("default"))) int initKQSBasicFunctionalityLocal()
+{
+    return KQC::guardedCall("initKQSBasicFunctionalityLocal", initialise);
+}
+
+extern "C" __attribute__((visibility("default"))) int finiKQSBasicFunctionalityLocal()
+{
+    return KQC::guardedCall("finiKQSBasicFunctionalityLocal", finalise);
 }

@@ -1,4 +1,5 @@
 #include "KQSEnvConfigLock.h"
+#include "KQSResult.h"
 
 #include "KQSEnvMLocal.h"
 
@@ -26,7 +27,7 @@ int KQSEnvConfigLock::lock(const KQC::KQCEID& eid)
     // leaves it alone.
     m_handle.reset();
     m_path.clear();
-    return -1;
+    return KQS_ERR_GENERIC;
 }
 
 void KQSEnvConfigLock::unlock()

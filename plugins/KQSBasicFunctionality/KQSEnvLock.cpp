@@ -1,4 +1,5 @@
 #include "KQSEnvLock.h"
+#include "KQSResult.h"
 
 #include "KQSEnvMLocal.h"
 
@@ -100,7 +101,7 @@ int KQSEnvLock::lock()
 {
     require(!m_locked, "!m_locked");
     if (setPathLazy() != 0)
-        return -1;
+        return KQS_ERR_GENERIC;
     // Files are read and written through close-on-exec descriptors, so that
     // a tool started meanwhile by another thread never inherits one.
     std::string text;
@@ -113,7 +114,7 @@ int KQSEnvLock::lock()
             word = "unknown";
         if (havePid && ::kill(pid, 0) == 0) {
             KQC::setErrorMessage("Environment locked (in '%s' transition)", word.c_str());
-            return -1;
+            return KQS_ERR_GENERIC;
         }
     }
     // No file, garbage in it, or a holder that is gone: the lock is ours.
@@ -123,7 +124,7 @@ int KQSEnvLock::lock()
     std::string content = std::to_string(::getpid()) + "\n" + transitionName(m_state);
     if (KQC::str2file(m_path, content) != 0) {
         KQC::setErrorMessage("Can't create lock");
-        return -1;
+        return KQS_ERR_GENERIC;
     }
     return 0;
 }

@@ -2,9 +2,12 @@
 
 #include "KQSBasicFunctionalityCommon.h"
 #include "KQSEnvConfigLock.h"
+#include "KQSResult.h"
 #include "KQSVEActionSystemLinux.h"
 
 #include "KQS/Env.h"
+#include "KQC/Beneath.h"
+#include "KQC/Boundary.h"
 #include "KQC/Error.h"
 #include "KQC/Files.h"
 #include "KQC/HostPaths.h"
@@ -27,10 +30,15 @@ namespace {
 // offer, so that clients get a clear refusal rather than a wrong answer.
 int notAvailable(const char* operation)
 {
-    KQC::setErrorMessage("%s is not available on this host yet", operation);
-    return KQC::KQC_ERR_NOT_SUPPORTED;
+    return KQC::guardedCall(operation, [&] {
+        KQC::setErrorMessage("%s is not available on this host yet", operation);
+        return KQC::KQC_ERR_NOT_SUPPORTED;
+    });
 }
 
+
+// The EID record inside a container's private area.
+const char* const kEidRecord = ".kqs/eid.conf";
 
 std::string agentConfigFolder()
 {
@@ -99,7 +107,7 @@ int readEnvListLocked(KQC::KQCEIDSet& out)
     if (!dir) {
         KQC::setErrorMessage("Can't opendir '%s' : %s", folder.c_str(), std::strerror(errno));
         envListStamp.forget();
-        return -4;
+        return KQS_ERR_READ;
     }
     while (dir.read()) {
         KQC::KQCEID eid;
@@ -117,37 +125,124 @@ int readEnvListLocked(KQC::KQCEIDSet& out)
 // when the file was never read.
 boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std::string& path, CachedConfig& entry)
 {
-    boost::shared_ptr<KQC::KQCMessage> message = KQC::KQCMsgFactory::createNew();
-    if (message->load(path) != 0) {
-        // The loader's message names the real cause (a system error, a size
-        // or type refused, or bad markup); errno may be stale by now.
+    std::string text;
+    if (KQC::file2str(path, text) != 0) {
+        // The reader's message names the real cause (a system error, a
+        // size or kind of file refused); errno alone may be stale.
         KQC::setErrorMessage("read '%s' : %s", path.c_str(), KQC::getErrorMessage());
         // Read it again next time rather than answer from a file we lost.
         entry.stamp.reset();
         return boost::shared_ptr<KQSEnvConfig>();
     }
-    // A file that does not parse leaves an empty configuration behind: the
-    // environment stays known, without properties, until the file changes.
+    // A file that was read but does not parse, whether it is no markup at
+    // all or markup without a configuration, leaves an empty configuration
+    // behind: the environment stays known, without properties, until the
+    // file changes, and is not parsed again on every call.
     entry.config = boost::make_shared<KQSEnvConfig>();
-    if (message->getIterator().getObj(KQC::TAG_ENV_CONFIG, *entry.config) != 0) {
+    boost::shared_ptr<KQC::KQCMessage> message = KQC::KQCMsgFactory::createNew();
+    if (message->loadFromString(text) != 0 ||
+        message->getIterator().getObj(KQC::TAG_ENV_CONFIG, *entry.config) != 0) {
         KQC::setErrorMessage("can't parse env#%s config", eid.toString().c_str());
+        entry.config = boost::make_shared<KQSEnvConfig>();
         return boost::shared_ptr<KQSEnvConfig>();
     }
     return entry.config;
 }
 
-// A private file's name must stay inside the private area.
-bool isSafePrivateName(const std::string& name)
+// Writes the agent file of `eid` once, into a temporary file beside it that
+// then replaces it. The caller marks the registry modified.
+int writeAgentFile(const KQC::KQCEID& eid, const KQSEnvConfig& config)
 {
-    if (name.empty() || name[0] == '/')
-        return false;
-    std::istringstream parts(name);
-    std::string part;
-    while (std::getline(parts, part, '/'))
-        if (part == "..")
-            return false;
-    return true;
+    const std::string path = KQSEnvMLocal::getVPSAgentConfigPathByEid(eid);
+    boost::shared_ptr<KQC::KQCMessage> message = KQC::KQCMsgFactory::createNew();
+    message->setName("packet");
+    KQC::KQCMessageIterator it = message->getIterator();
+    it.putObj(KQC::TAG_ENV_CONFIG, config);
+
+    // A fresh host has no folder yet; without one no temporary file can be
+    // made beside the target either.
+    const bool haveFolder = KQC::mkDeepDir(path, 0755, KQC::MKDIR_EXCLUDE_LAST) == 0;
+    KQC::TemporaryFile temporary(path, true);
+    if (!haveFolder || !temporary.isValid()) {
+        KQC::setErrorMessage("can't create tmp file for '%s' : %s", path.c_str(), std::strerror(errno));
+        return KQS_ERR_WRITE;
+    }
+    // Written once, into the temporary file that then replaces the target.
+    std::string text;
+    if (message->saveToString(text) != 0 || KQC::writeAll(temporary.fd(), text.data(), text.size()) != 0 ||
+        ::fchmod(temporary.fd(), 0644) != 0 || temporary.close() != 0) {
+        KQC::setErrorMessage("can't write env config '%s' : %s", path.c_str(), std::strerror(errno));
+        return KQS_ERR_WRITE;
+    }
+    if (temporary.commit() != 0) {
+        KQC::setErrorMessage("can't copy tmp file '%s' to '%s' : %s", temporary.getpath().c_str(), path.c_str(),
+                             std::strerror(errno));
+        return KQS_ERR_WRITE;
+    }
+    return KQS_OK;
 }
+
+// The VEID map, from the cache while the folder is unchanged and we wrote
+// nothing. The caller holds lockModify.
+int readVeidMapLocked(KQSEnvMLocal& envm, std::map<int, KQC::KQCEID>& out)
+{
+    // The list is taken under the same hold as the map is built: a write
+    // landing between the two would otherwise be missing from a map that
+    // then counts as fresh.
+    KQC::KQCEIDSet eids;
+    int rc = readEnvListLocked(eids);
+    if (rc != KQS_OK)
+        return rc;
+    if (!veidMapStamp.changed(agentConfigFolder()) && !isModifiedForGetVEIDMap) {
+        out = veidMapCache;
+        return KQS_OK;
+    }
+    veidMapCache.clear();
+    // In EID order, so that of two environments claiming one VEID the one
+    // whose EID sorts last is kept.
+    for (const KQC::KQCEID& eid : eids) {
+        int veid = 0;
+        if (envm.findByEid(eid, &veid) == KQS_OK)
+            veidMapCache[veid] = eid;
+    }
+    isModifiedForGetVEIDMap = false;
+    out = veidMapCache;
+    return KQS_OK;
+}
+
+// Registering a container (look it up, write its agent file, write its
+// record) is one critical section for the threads of this process
+// (lockModify) and for every other agent process (an flock on the
+// registry's lock file beside the VEID counter). Without it, agents that
+// see a new container at the same moment each give it an EID of their own.
+// Order: lockModify, then the file, then the configuration cache's lock.
+class RegistrationSection {
+public:
+    RegistrationSection()
+        : m_guard(lockModify), m_file(KQC::KQCInstanceFolders::base().leaf("registry.lock").string())
+    {
+    }
+    ~RegistrationSection() { (void)m_file.unlock(); }
+
+    // Waits for the other processes. 0, or -9 when the lock file cannot be
+    // made (message set).
+    [[nodiscard]] int enter()
+    {
+        const std::string folder = KQC::KQCInstanceFolders::base().string();
+        (void)KQC::mkDeepDir(folder, 0755);
+        if (m_file.lock(true) != 0)
+            return KQS_ERR_WRITE;
+        // What another process registered while we waited is in the folder,
+        // perhaps within the same tick of its clock: read it afresh.
+        isModifiedForGetEnvList = true;
+        isModifiedForGetVEIDMap = true;
+        return KQS_OK;
+    }
+
+private:
+    KQC::KQCGuard m_guard;
+    KQSFileLock m_file;
+};
 
 } // namespace
 
@@ -229,34 +324,11 @@ boost::shared_ptr<KQSEnvConfig> KQSEnvMLocal::getEnvConfig(const KQC::KQCEID& ei
 
 int KQSEnvMLocal::putEnvConfig(const KQC::KQCEID& eid, const KQSEnvConfig& config, bool)
 {
-    const std::string path = getVPSAgentConfigPathByEid(eid);
-    boost::shared_ptr<KQC::KQCMessage> message = KQC::KQCMsgFactory::createNew();
-    message->setName("packet");
-    KQC::KQCMessageIterator it = message->getIterator();
-    it.putObj(KQC::TAG_ENV_CONFIG, config);
-
-    // A fresh host has no folder yet; without one no temporary file can be
-    // made beside the target either.
-    const bool haveFolder = KQC::mkDeepDir(path, 0755, KQC::MKDIR_EXCLUDE_LAST) == 0;
-    KQC::TemporaryFile temporary(path, true);
-    if (!haveFolder || !temporary.isValid()) {
-        KQC::setErrorMessage("can't create tmp file for '%s' : %s", path.c_str(), std::strerror(errno));
-        return -9;
-    }
-    // Written once, into the temporary file that then replaces the target.
-    std::string text;
-    if (message->saveToString(text) != 0 || KQC::writeAll(temporary.fd(), text.data(), text.size()) != 0 ||
-        ::fchmod(temporary.fd(), 0644) != 0 || temporary.close() != 0) {
-        KQC::setErrorMessage("can't write env config '%s' : %s", path.c_str(), std::strerror(errno));
-        return -9;
-    }
-    if (temporary.commit() != 0) {
-        KQC::setErrorMessage("can't copy tmp file '%s' to '%s' : %s", temporary.getpath().c_str(), path.c_str(),
-                             std::strerror(errno));
-        return -9;
-    }
+    int rc = writeAgentFile(eid, config);
+    if (rc != KQS_OK)
+        return rc;
     markRegistryModified();
-    return 0;
+    return KQS_OK;
 }
 
 int KQSEnvMLocal::findByEid(const KQC::KQCEID& eid, int* veid)
@@ -264,11 +336,11 @@ int KQSEnvMLocal::findByEid(const KQC::KQCEID& eid, int* veid)
     // Only the VEID is read, so the shared record serves without a copy.
     boost::shared_ptr<const KQSEnvConfig> config = sharedEnvConfig(eid);
     if (!config)
-        return -8;
+        return KQS_ERR_NO_ENV;
     int found = 0;
     if (config->getVeid(found) != 0) {
         KQC::setErrorMessage("can't find ctid in env '%s' config", eid.toString().c_str());
-        return -7;
+        return KQS_ERR_NO_VEID;
     }
     if (veid)
         *veid = found;
@@ -277,29 +349,8 @@ int KQSEnvMLocal::findByEid(const KQC::KQCEID& eid, int* veid)
 
 int KQSEnvMLocal::getVEIDMap(std::map<int, KQC::KQCEID>& out)
 {
-    // The list is taken under the same hold as the map is built: a write
-    // landing between the two would otherwise be missing from a map that
-    // then counts as fresh.
     KQC::KQCGuard guard(lockModify);
-    KQC::KQCEIDSet eids;
-    int rc = readEnvListLocked(eids);
-    if (rc != 0)
-        return rc;
-    if (!veidMapStamp.changed(agentConfigFolder()) && !isModifiedForGetVEIDMap) {
-        out = veidMapCache;
-        return 0;
-    }
-    veidMapCache.clear();
-    // In EID order, so that of two environments claiming one VEID the one
-    // whose EID sorts last is kept.
-    for (const KQC::KQCEID& eid : eids) {
-        int veid = 0;
-        if (findByEid(eid, &veid) == 0)
-            veidMapCache[veid] = eid;
-    }
-    isModifiedForGetVEIDMap = false;
-    out = veidMapCache;
-    return 0;
+    return readVeidMapLocked(*this, out);
 }
 
 int KQSEnvMLocal::findByVeid(int veid, KQC::KQCEID& eid, const boost::shared_ptr<std::map<int, KQC::KQCEID>>& map)
@@ -322,7 +373,8 @@ int KQSEnvMLocal::findByVeid(int veid, KQC::KQCEID& eid, const boost::shared_ptr
 
 int KQSEnvMLocal::findByVeid(int veid, KQC::KQCEID& eid)
 {
-    return findByVeid(veid, eid, boost::shared_ptr<std::map<int, KQC::KQCEID>>());
+    return KQC::guardedCall(
+        "findByVeid", [&] { return findByVeid(veid, eid, boost::shared_ptr<std::map<int, KQC::KQCEID>>()); });
 }
 
 bool KQSEnvMLocal::findByVe(const KQSEnvConfig& config, KQC::KQCEID& eid)
@@ -330,9 +382,11 @@ bool KQSEnvMLocal::findByVe(const KQSEnvConfig& config, KQC::KQCEID& eid)
     std::string privateDir;
     if (config.getVEPrivate(privateDir) != 0)
         return false;
-    const std::string path = privateDir + "/.kqs/eid.conf";
+    // The private area is the container's: a record that is a link is not
+    // the container's record.
+    const std::string path = privateDir + "/" + kEidRecord;
     std::string text;
-    if (KQC::file2str(path, text) != 0)
+    if (KQC::readFileBeneath(privateDir, kEidRecord, text) != 0)
         return false;
     std::istringstream words(text);
     std::string word;
@@ -345,46 +399,100 @@ bool KQSEnvMLocal::findByVe(const KQSEnvConfig& config, KQC::KQCEID& eid)
 
 int KQSEnvMLocal::addNewEnv(int veid, KQC::KQCEID& eid)
 {
-    if (!eid.isValid()) {
-        // The container may remember its identity from an earlier life of
-        // the agent's files.
+    RegistrationSection section;
+    int rc = section.enter();
+    if (rc != KQS_OK)
+        return rc;
+    return addNewEnvLocked(veid, eid, boost::shared_ptr<KQSEnvConfig>());
+}
+
+int KQSEnvMLocal::addNewEnvLocked(int veid, KQC::KQCEID& eid, boost::shared_ptr<KQSEnvConfig> container)
+{
+    if (!eid.isValid() && !container) {
         KQSVPSList containers;
         containers[veid] = KQSVPSEntry();
-        if (KQSVEActionSystemLinux::getVPSList(containers, false, true) == 0) {
+        if (KQSVEActionSystemLinux::getVPSList(containers, false, true) == KQS_OK) {
             auto it = containers.find(veid);
-            if (it != containers.end() && it->second.config)
-                findByVe(*it->second.config, eid);
+            if (it != containers.end())
+                container = it->second.config;
         }
     }
+    // The container may remember its identity from an earlier life of the
+    // agent's files.
+    if (!eid.isValid() && container)
+        findByVe(*container, eid);
     if (!eid.isValid())
         eid.generate();
     KQSEnvConfig config;
     config.setVeid(veid);
     config.setType(KQC::KQCEnvType(KQSEnv::type));
-    int rc = putEnvConfig(eid, config);
-    if (rc != 0) {
+    int rc = writeAgentFile(eid, config);
+    if (rc != KQS_OK) {
         KQS_LOG().put(1, "[%s] putEnvConfig failed : %s", "addNewEnv", KQC::getErrorMessage());
         return rc;
     }
-    return 0;
+    // lockModify is ours already.
+    isModifiedForGetEnvList = true;
+    isModifiedForGetVEIDMap = true;
+    return KQS_OK;
+}
+
+int KQSEnvMLocal::registerContainer(int veid, const boost::shared_ptr<KQSEnvConfig>& container, KQC::KQCEID& eid)
+{
+    RegistrationSection section;
+    int rc = section.enter();
+    if (rc != KQS_OK)
+        return rc;
+    // Somebody may have registered it since the caller looked: then that
+    // EID is the container's.
+    std::map<int, KQC::KQCEID> map;
+    rc = readVeidMapLocked(*this, map);
+    if (rc != KQS_OK)
+        return rc;
+    auto known = map.find(veid);
+    if (known != map.end()) {
+        eid = known->second;
+    } else {
+        eid = KQC::KQCEID();
+        rc = addNewEnvLocked(veid, eid, container);
+        if (rc != KQS_OK)
+            return rc;
+    }
+    // Still inside the section, so that the record always names the EID the
+    // registry holds. A container without a private area has no record;
+    // that does not stop its registration.
+    if (container)
+        (void)updateEnvEID(eid, container);
+    return KQS_OK;
+}
+
+int KQSEnvMLocal::recordEid(const KQC::KQCEID& eid, const boost::shared_ptr<KQSEnvConfig>& container)
+{
+    RegistrationSection section;
+    int rc = section.enter();
+    if (rc != KQS_OK)
+        return rc;
+    return updateEnvEID(eid, container);
 }
 
 int KQSEnvMLocal::updateEnvEID(const KQC::KQCEID& eid, const std::string& privatePath)
 {
-    const std::string path = privatePath + "/.kqs/eid.conf";
+    const std::string path = privatePath + "/" + kEidRecord;
     const boost::filesystem::path folder = boost::filesystem::path(path).parent_path();
     try {
         boost::filesystem::create_directory(folder);
     } catch (const boost::filesystem::filesystem_error& e) {
         KQS_LOG().put(1, "failed to create folder %s: %s", folder.string().c_str(), e.what());
         KQC::setErrorMessage("failed to create folder %s: %s", folder.string().c_str(), e.what());
-        return -1;
+        return KQS_ERR_GENERIC;
     }
-    if (KQC::str2file(path, eid.toString()) != 0) {
-        KQC::setErrorMessage("can't write '%s' : %s", path.c_str(), std::strerror(errno));
-        return -1;
+    // Written beneath the private area: a ".kqs" or record planted there as
+    // a link must not make us write elsewhere on the host.
+    if (KQC::writeFileBeneath(privatePath, kEidRecord, eid.toString()) != 0) {
+        KQC::setErrorMessage("can't write '%s' : %s", path.c_str(), KQC::getErrorMessage());
+        return KQS_ERR_GENERIC;
     }
-    return 0;
+    return KQS_OK;
 }
 
 int KQSEnvMLocal::updateEnvEID(const KQC::KQCEID& eid, const boost::shared_ptr<KQSEnvConfig>& config)
@@ -392,7 +500,7 @@ int KQSEnvMLocal::updateEnvEID(const KQC::KQCEID& eid, const boost::shared_ptr<K
     std::string privateDir;
     if (!config || config->getVEPrivate(privateDir) != 0) {
         KQC::setErrorMessage("can't find VE_PRIVATE of env '%s'", eid.toString().c_str());
-        return -1;
+        return KQS_ERR_GENERIC;
     }
     return updateEnvEID(eid, privateDir);
 }
@@ -421,58 +529,66 @@ int KQSEnvMLocal::processPrivate(const KQC::KQCEID& eid, const std::string& name
 {
     int veid = 0;
     KQSEnvMLocal internal{KQC::KQCAccessProvider()};
-    if (internal.findByEid(eid, &veid) != 0) {
+    if (internal.findByEid(eid, &veid) != KQS_OK) {
         KQC::setErrorMessage("can't find ctid by env");
-        return -8;
+        return KQS_ERR_NO_ENV;
     }
     std::string privateDir;
-    if (KQSVEActionSystemLinux::getPrivateDir(veid, &privateDir) != 0) {
+    if (KQSVEActionSystemLinux::getPrivateDir(veid, &privateDir) != KQS_OK) {
         KQC::setErrorMessage("can't get VEPrivate");
-        return -7;
+        return KQS_ERR_NO_VEID;
     }
-    if (!isSafePrivateName(name)) {
-        KQC::setErrorMessage("can't use '%s' as a private file name", name.c_str());
-        return get ? -4 : -9;
+    // The private area belongs to the container, whose owner may plant
+    // links in it: the name (our own "kqagent" folder included) is resolved
+    // beneath the area without following any of them.
+    const std::string relative = raw ? name : "kqagent/" + name;
+    const std::string path = privateDir + "/" + relative;
+    if (KQC::checkBeneathName(name) != 0) {
+        KQC::setErrorMessage("can't use '%s' as a private file name: %s", name.c_str(), KQC::getErrorMessage());
+        return get ? KQS_ERR_READ : KQS_ERR_WRITE;
     }
-    const std::string path = privateDir + (raw ? "/" : "/kqagent/") + name;
     if (get) {
-        if (KQC::file2str(path, data) != 0) {
-            KQC::setErrorMessage("can't read '%s' failed : %s", path.c_str(), std::strerror(errno));
-            return -4;
+        if (KQC::readFileBeneath(privateDir, relative, data) != 0) {
+            KQC::setErrorMessage("can't read '%s' failed : %s", path.c_str(), KQC::getErrorMessage());
+            return KQS_ERR_READ;
         }
-        return 0;
+        return KQS_OK;
     }
     if (data.empty()) {
-        if (KQC::removeFile(path) != 0) {
-            KQC::setErrorMessage("can't delete '%s' failed : %s", path.c_str(), std::strerror(errno));
-            return -9;
+        if (KQC::removeFileBeneath(privateDir, relative) != 0) {
+            KQC::setErrorMessage("can't delete '%s' failed : %s", path.c_str(), KQC::getErrorMessage());
+            return KQS_ERR_WRITE;
         }
-        return 0;
+        return KQS_OK;
     }
-    if (KQC::mkDeepDir(path, 0755, KQC::MKDIR_EXCLUDE_LAST) != 0 || KQC::str2file(path, data) != 0) {
-        KQC::setErrorMessage("can't create/write '%s' failed : %s", path.c_str(), std::strerror(errno));
-        return -9;
+    if (KQC::writeFileBeneath(privateDir, relative, data, 0755) != 0) {
+        KQC::setErrorMessage("can't create/write '%s' failed : %s", path.c_str(), KQC::getErrorMessage());
+        return KQS_ERR_WRITE;
     }
-    return 0;
+    return KQS_OK;
 }
 
 int KQSEnvMLocal::getPrivate(const KQC::KQCEID& eid, const std::string& name, std::string& data)
 {
-    int rc = KQC::KQCAccessChecker::accessCheck(KQC::KQCAccessChecker::getClientContext(access()), eid,
-                                               KQC::RIGHT_PRIVATE_READ);
-    if (rc != 0)
-        return rc;
-    return processPrivate(eid, name, data, true, false);
+    return KQC::guardedCall("getPrivate", [&] {
+        int rc = KQC::KQCAccessChecker::accessCheck(KQC::KQCAccessChecker::getClientContext(access()), eid,
+                                                   KQC::RIGHT_PRIVATE_READ);
+        if (rc != KQS_OK)
+            return rc;
+        return processPrivate(eid, name, data, true, false);
+    });
 }
 
 int KQSEnvMLocal::putPrivate(const KQC::KQCEID& eid, const std::string& name, const std::string& data)
 {
-    int rc = KQC::KQCAccessChecker::accessCheck(KQC::KQCAccessChecker::getClientContext(access()), eid,
-                                               KQC::RIGHT_PRIVATE_WRITE);
-    if (rc != 0)
-        return rc;
-    std::string copy = data;
-    return processPrivate(eid, name, copy, false, false);
+    return KQC::guardedCall("putPrivate", [&] {
+        int rc = KQC::KQCAccessChecker::accessCheck(KQC::KQCAccessChecker::getClientContext(access()), eid,
+                                                   KQC::RIGHT_PRIVATE_WRITE);
+        if (rc != KQS_OK)
+            return rc;
+        std::string copy = data;
+        return processPrivate(eid, name, copy, false, false);
+    });
 }
 
 } // namespace KQS

@@ -94,10 +94,21 @@ public:
     // private area); false when there is no readable record.
     bool findByVe(const KQSEnvConfig& config, KQC::KQCEID& eid);
     // Registers the container: with `eid` when it is valid, else with the
-    // EID the container records, else with a new one. 0 or putEnvConfig's
-    // failure.
+    // EID the container records, else with a new one. 0, putEnvConfig's
+    // failure, or -9 when the registry's lock file cannot be made.
     int addNewEnv(int veid, KQC::KQCEID& eid);
-    // Writes the EID record into a container's private area. 0 or -1.
+    // Gives a container that was found unregistered its one EID and writes
+    // it into the container's record, as one critical section across the
+    // threads and processes of every agent on the host: when somebody else
+    // registered it meanwhile, `eid` is theirs. `container` is its
+    // configuration (for the record; may be empty). 0 or addNewEnv's
+    // failure.
+    int registerContainer(int veid, const boost::shared_ptr<KQSEnvConfig>& container, KQC::KQCEID& eid);
+    // updateEnvEID inside the same critical section, for a registered
+    // container whose record must be made to agree. 0, -1 or -9.
+    int recordEid(const KQC::KQCEID& eid, const boost::shared_ptr<KQSEnvConfig>& container);
+    // Writes the EID record into a container's private area (beneath it,
+    // following no link the container planted). 0 or -1.
     int updateEnvEID(const KQC::KQCEID& eid, const std::string& privatePath);
     int updateEnvEID(const KQC::KQCEID& eid, const boost::shared_ptr<KQSEnvConfig>& config);
     // Forgets the environment (removes its agent-side file) unless somebody
@@ -121,8 +132,10 @@ public:
     KQSVeidStorage& veidStorage() { return m_veidStorage; }
     KQSFileLock& veidLock() { return m_veidLock; }
 
-    // Resolves the environment's container and runs one action on it; on
-    // success the client is told that the container's configuration changed.
+    // Checks the client's right to change the environment (414 when it is
+    // refused), resolves the environment's container and runs one action
+    // on it; on success the client is told that the container's
+    // configuration changed.
     int actionWithVPS(const KQC::KQCEID& eid, const KQSVEActionSystemLinux::CmdType& cmd);
 
     // Host virtualization settings ("/etc/sysconfig/kq"). 0, or -1 with
@@ -149,8 +162,23 @@ public:
 private:
     // The agent's private file NAME in the container (or the private area's
     // own file in raw mode): read it, write it, or delete it when `data` is
-    // empty. 0, -8, -7, -4 or -9 with the message set.
+    // empty. NAME is resolved beneath the private area without following
+    // links; a link, "..", an absolute or empty name is refused (-4 for a
+    // read, -9 otherwise). 0, -8, -7, -4 or -9 with the message set.
     int processPrivate(const KQC::KQCEID& eid, const std::string& name, std::string& data, bool get, bool raw);
+    // The bodies of the public operations of the same purpose, which run
+    // them behind the exception boundary.
+    int infoOf(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask);
+    int listOf(KQC::KQCEIDSet& out, const KQC::KQCEnvMListOptions& options);
+    int joinWithHost(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask, bool sync);
+    int virtualConfigOf(boost::shared_ptr<KQC::KQCVEnvConfig>& out,
+                        const boost::shared_ptr<KQC::KQCNativeConfig>& native);
+    int nativeConfigOf(boost::shared_ptr<KQC::KQCNativeConfig>& out,
+                       const boost::shared_ptr<KQC::KQCVEnvConfig>& config);
+    int allocateVeidInRange(int& veid);
+    // addNewEnv inside the registration section; `container` spares reading
+    // the host's container list again when the caller has it.
+    int addNewEnvLocked(int veid, KQC::KQCEID& eid, boost::shared_ptr<KQSEnvConfig> container);
     // The cached record of an environment's agent file, shared and read-only;
     // empty on failure (message set).
     boost::shared_ptr<const KQSEnvConfig> sharedEnvConfig(const KQC::KQCEID& eid);

@@ -4,6 +4,7 @@
 #include "KQSEnvMLocal.h"
 #include "KQSVEActionSystemLinux.h"
 
+#include "KQC/Boundary.h"
 #include "KQC/Configuration.h"
 #include "KQC/Error.h"
 #include "KQS/Env.h"
@@ -75,6 +76,11 @@ boost::shared_ptr<KQC::KQCEnv> buildEnv(const KQC::KQCEID& eid, const KQSVPSEntr
 
 int KQSEnvMLocal::getInfo(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask)
 {
+    return KQC::guardedCall("getInfo", [&] { return infoOf(eids, out, mask); });
+}
+
+int KQSEnvMLocal::infoOf(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask)
+{
     KQC::KQCEIDSet wanted = eids;
     if (wanted.empty()) {
         int rc = getEnvList(wanted);
@@ -91,6 +97,11 @@ int KQSEnvMLocal::getInfo(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, un
 
 int KQSEnvMLocal::getList(KQC::KQCEIDSet& out, const KQC::KQCEnvMListOptions& options)
 {
+    return KQC::guardedCall("getList", [&] { return listOf(out, options); });
+}
+
+int KQSEnvMLocal::listOf(KQC::KQCEIDSet& out, const KQC::KQCEnvMListOptions& options)
+{
     KQC::KQCEnvVector envs;
     int rc = getInfo(KQC::KQCEIDSet(), envs, kMaskAll);
     if (rc)
@@ -103,16 +114,29 @@ int KQSEnvMLocal::getList(KQC::KQCEIDSet& out, const KQC::KQCEnvMListOptions& op
 
 int KQSEnvMLocal::getInfoEx(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask, bool sync)
 {
+    return KQC::guardedCall("getInfoEx", [&] { return joinWithHost(eids, out, mask, sync); });
+}
+
+int KQSEnvMLocal::joinWithHost(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask, bool sync)
+{
     KQSVPSList containers;
     KQC::KQCEIDSet known;
     // The VEIDs found while seeding, so that each environment's file is
     // looked at once per call.
     std::map<KQC::KQCEID, int, KQC::KQCEnvIDComparator> veidOf;
+    // Every listing, the synchronising one included, is guarded by the
+    // listing right; the synchronising one would otherwise hand out every
+    // environment to a client that may not see them.
+    boost::shared_ptr<KQC::KQCClientContext> context = KQC::KQCAccessChecker::getClientContext(access());
     if (eids.empty()) {
         int rc = getEnvList(known);
         if (rc)
             return rc;
+        if (KQC::KQCAccessChecker::accessCheck(context, known, KQC::RIGHT_ENV_INFO, true) != 0)
+            return KQC::KQC_ERR_ACCESS_DENIED;
     } else {
+        if (KQC::KQCAccessChecker::accessCheck(context, eids, KQC::RIGHT_ENV_INFO, false) != 0)
+            return KQC::KQC_ERR_ACCESS_DENIED;
         for (const KQC::KQCEID& eid : eids) {
             int veid = 0;
             if (findByEid(eid, &veid) != 0)
@@ -125,6 +149,9 @@ int KQSEnvMLocal::getInfoEx(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, 
     int rc = KQSVEActionSystemLinux::getVPSList(containers, true, !eids.empty());
     if (rc)
         return rc;
+    // The environment each listed container was given to, for the
+    // synchronising pass.
+    std::map<int, std::pair<KQC::KQCEID, boost::shared_ptr<KQSEnvConfig>>> listed;
     for (const KQC::KQCEID& eid : known) {
         auto seeded = veidOf.find(eid);
         int veid = seeded != veidOf.end() ? seeded->second : 0;
@@ -136,23 +163,25 @@ int KQSEnvMLocal::getInfoEx(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, 
         auto it = containers.find(veid);
         if (it != containers.end()) {
             out.push_back(buildEnv(eid, it->second, mask));
+            if (sync)
+                listed[veid] = std::make_pair(eid, it->second.config);
             containers.erase(it);
         } else if (sync) {
             removeEnv(eid);
+            // A second environment of a container listed already: the
+            // container's record must name the one that stays.
+            auto kept = listed.find(veid);
+            if (kept != listed.end())
+                (void)recordEid(kept->second.first, kept->second.second);
         }
     }
     if (!sync)
         return 0;
     for (const auto& entry : containers) {
         KQC::KQCEID eid;
-        rc = addNewEnv(entry.first, eid);
+        rc = registerContainer(entry.first, entry.second.config, eid);
         if (rc)
             return rc;
-        // Without its record the container is still registered and listed,
-        // so a failure to write it is logged rather than failing the listing.
-        if (updateEnvEID(eid, entry.second.config) != 0)
-            KQS_LOG().put(1, "[%s] can't record the EID of ctid %d : %s", "getInfoEx", entry.first,
-                          KQC::getErrorMessage());
         out.push_back(buildEnv(eid, entry.second, mask));
     }
     return 0;

@@ -1,8 +1,11 @@
 // The environment manager's action entry points: each resolves the
 // environment to its container and runs one control-tool action.
 #include "KQSEnvMLocal.h"
+#include "KQSResult.h"
 #include "KQSVEActionSystemLinux.h"
 
+#include "KQC/Access.h"
+#include "KQC/Boundary.h"
 #include "KQC/Error.h"
 #include "KQS/Notifications.h"
 
@@ -12,50 +15,67 @@ typedef KQSVEActionSystemLinux Actions;
 
 int KQSEnvMLocal::actionWithVPS(const KQC::KQCEID& eid, const KQSVEActionSystemLinux::CmdType& cmd)
 {
+    // No right is named for the actions. Each changes the environment as
+    // much as a change of its configuration does (destroy more so), so all
+    // eight ask for the right to change that environment, before anything
+    // else is looked at.
+    int rc = KQC::KQCAccessChecker::accessCheck(KQC::KQCAccessChecker::getClientContext(access()), eid,
+                                               KQC::RIGHT_ENV_SET);
+    if (rc != KQS_OK)
+        return rc;
     int veid = 0;
-    if (findByEid(eid, &veid) != 0) {
+    if (findByEid(eid, &veid) != KQS_OK) {
         KQC::setErrorMessage("can't find ctid by env");
-        return -8;
+        return KQS_ERR_NO_ENV;
     }
-    int rc = Actions::action(*this, veid, cmd);
-    if (rc != 0)
+    rc = Actions::action(*this, veid, cmd);
+    if (rc != KQS_OK)
         return rc;
     KQSNotifications(KQC::KQCEID::EID_INVALID, access()).sendCommandConfUpdate(&veid);
-    return 0;
+    return KQS_OK;
 }
 
-int KQSEnvMLocal::start(const KQC::KQCEID& eid) { return actionWithVPS(eid, Actions::CmdType(Actions::START, false)); }
+int KQSEnvMLocal::start(const KQC::KQCEID& eid)
+{
+    return KQC::guardedCall("start", [&] { return actionWithVPS(eid, Actions::CmdType(Actions::START, false)); });
+}
 
 int KQSEnvMLocal::stop(const KQC::KQCEID& eid, bool fast)
 {
-    return actionWithVPS(eid, Actions::StopCmdType(Actions::STOP, fast));
+    return KQC::guardedCall("stop", [&] { return actionWithVPS(eid, Actions::StopCmdType(Actions::STOP, fast)); });
 }
 
 int KQSEnvMLocal::destroy(const KQC::KQCEID& eid)
 {
-    return actionWithVPS(eid, Actions::CmdType(Actions::DESTROY, false));
+    return KQC::guardedCall("destroy",
+                            [&] { return actionWithVPS(eid, Actions::CmdType(Actions::DESTROY, false)); });
 }
 
-int KQSEnvMLocal::mount(const KQC::KQCEID& eid) { return actionWithVPS(eid, Actions::CmdType(Actions::MOUNT, false)); }
+int KQSEnvMLocal::mount(const KQC::KQCEID& eid)
+{
+    return KQC::guardedCall("mount", [&] { return actionWithVPS(eid, Actions::CmdType(Actions::MOUNT, false)); });
+}
 
 int KQSEnvMLocal::umount(const KQC::KQCEID& eid)
 {
-    return actionWithVPS(eid, Actions::CmdType(Actions::UMOUNT, false));
+    return KQC::guardedCall("umount", [&] { return actionWithVPS(eid, Actions::CmdType(Actions::UMOUNT, false)); });
 }
 
 int KQSEnvMLocal::restart(const KQC::KQCEID& eid)
 {
-    return actionWithVPS(eid, Actions::CmdType(Actions::RESTART, false));
+    return KQC::guardedCall("restart",
+                            [&] { return actionWithVPS(eid, Actions::CmdType(Actions::RESTART, false)); });
 }
 
 int KQSEnvMLocal::suspend(const KQC::KQCEID& eid)
 {
-    return actionWithVPS(eid, Actions::CmdType(Actions::SUSPEND, false));
+    return KQC::guardedCall("suspend",
+                            [&] { return actionWithVPS(eid, Actions::CmdType(Actions::SUSPEND, false)); });
 }
 
 int KQSEnvMLocal::resume(const KQC::KQCEID& eid)
 {
-    return actionWithVPS(eid, Actions::CmdType(Actions::RESUME, false));
+    return KQC::guardedCall("resume", [&] { return actionWithVPS(eid, Actions::CmdType(Actions::RESUME, false)); });
 }
 
 } // namespace KQS

@@ -2,6 +2,9 @@
 // back, with the parser of the configuration's platform and architecture;
 // and the host settings file.
 #include "KQSEnvMLocal.h"
+#include "KQSResult.h"
+
+#include "KQC/Boundary.h"
 
 #include "KQSBashConfig.h"
 
@@ -118,15 +121,21 @@ boost::shared_ptr<KQSEnvConfigBashParser> KQSEnvMLocal::lookupFirstMatchedParser
 int KQSEnvMLocal::getVirtualConfig(boost::shared_ptr<KQC::KQCVEnvConfig>& out,
                                    const boost::shared_ptr<KQC::KQCNativeConfig>& native)
 {
+    return KQC::guardedCall("getVirtualConfig", [&] { return virtualConfigOf(out, native); });
+}
+
+int KQSEnvMLocal::virtualConfigOf(boost::shared_ptr<KQC::KQCVEnvConfig>& out,
+                                  const boost::shared_ptr<KQC::KQCNativeConfig>& native)
+{
     boost::shared_ptr<KQSNativeConfig> text = boost::dynamic_pointer_cast<KQSNativeConfig>(native);
     if (!text) {
         KQC::setErrorMessage("wrong type provided");
-        return -1;
+        return KQS_ERR_GENERIC;
     }
     boost::shared_ptr<KQSEnvConfigBashParser> local = getLocalEnvConfigParser();
     if (!local) {
         KQC::setErrorMessage("failed to read local vocabulary");
-        return -4;
+        return KQS_ERR_READ;
     }
     // A first reading with the host's parser tells whose the text is.
     boost::shared_ptr<KQSEnvConfig> first = boost::make_shared<KQSEnvConfig>();
@@ -134,20 +143,20 @@ int KQSEnvMLocal::getVirtualConfig(boost::shared_ptr<KQC::KQCVEnvConfig>& out,
     std::istringstream firstInput(text->getText());
     if (local->getConfig(firstInput, *first) != 0) {
         KQC::setErrorMessage("failed to detect architecture or platform from native configuration");
-        return -8;
+        return KQS_ERR_NATIVE_PARSE;
     }
     std::string architecture, platform;
     architectureAndPlatform(*first, architecture, platform);
     boost::shared_ptr<KQSEnvConfigBashParser> matched = lookupFirstMatchedParser(architecture, platform);
     if (!matched) {
         KQC::setErrorMessage("failed to find matching vocabulary");
-        return -7;
+        return KQS_ERR_NO_VOCABULARY;
     }
     boost::shared_ptr<KQSEnvConfig> second = boost::make_shared<KQSEnvConfig>();
     std::istringstream secondInput(text->getText());
     if (matched->getConfig(secondInput, *second) != 0) {
         KQC::setErrorMessage("failed to parse native configuration");
-        return -8;
+        return KQS_ERR_NATIVE_PARSE;
     }
     out = second;
     return 0;
@@ -156,22 +165,28 @@ int KQSEnvMLocal::getVirtualConfig(boost::shared_ptr<KQC::KQCVEnvConfig>& out,
 int KQSEnvMLocal::getNativeConfig(boost::shared_ptr<KQC::KQCNativeConfig>& out,
                                   const boost::shared_ptr<KQC::KQCVEnvConfig>& config)
 {
+    return KQC::guardedCall("getNativeConfig", [&] { return nativeConfigOf(out, config); });
+}
+
+int KQSEnvMLocal::nativeConfigOf(boost::shared_ptr<KQC::KQCNativeConfig>& out,
+                                 const boost::shared_ptr<KQC::KQCVEnvConfig>& config)
+{
     boost::shared_ptr<KQSEnvConfig> virtualConfig = boost::dynamic_pointer_cast<KQSEnvConfig>(config);
     if (!virtualConfig) {
         KQC::setErrorMessage("wrong type provided");
-        return -1;
+        return KQS_ERR_GENERIC;
     }
     std::string architecture, platform;
     architectureAndPlatform(*virtualConfig, architecture, platform);
     boost::shared_ptr<KQSEnvConfigBashParser> parser = lookupFirstMatchedParser(architecture, platform);
     if (!parser) {
         KQC::setErrorMessage("failed to find matching vocabulary");
-        return -4;
+        return KQS_ERR_READ;
     }
     std::ostringstream text;
     if (parser->putConfig(*virtualConfig, text, nullptr, false) != 0) {
         KQC::setErrorMessage("failed to convert virtual configuration to native format");
-        return -4;
+        return KQS_ERR_READ;
     }
     out = boost::make_shared<KQSNativeConfig>(text.str());
     return 0;

@@ -1,5 +1,8 @@
 // Picking VEIDs for new containers.
 #include "KQSEnvMLocal.h"
+#include "KQSResult.h"
+
+#include "KQC/Boundary.h"
 
 #include "KQC/Configuration.h"
 #include "KQC/EnvCache.h"
@@ -67,10 +70,10 @@ int KQSEnvMLocal::getVeidBounds(int* min, int* max)
     *max = kDefaultMaxVeid;
     boost::shared_ptr<KQC::KQCConfiguration> config = KQC::KQCConfiguration::getLocalConfig();
     if (!config || !config->getMessage())
-        return -1;
+        return KQS_ERR_GENERIC;
     KQC::KQCMessageIterator it = config->getMessage()->getIterator();
     if (it.moveTo("data/kqsenvm/configuration") != 0)
-        return -1;
+        return KQS_ERR_GENERIC;
     // A bound that is not given keeps its default.
     int value = 0;
     if (it.getInt(KQC::TAG_MIN_VEID, value) == 0)
@@ -85,16 +88,21 @@ int KQSEnvMLocal::checkVeid(int veid)
     boost::intrusive_ptr<KQC::KQCEnvCache> cache = KQC::envCache();
     boost::shared_ptr<KQC::KQCEnvList> envs = cache ? cache->getEnvList() : boost::shared_ptr<KQC::KQCEnvList>();
     if (!envs)
-        return -1;
+        return KQS_ERR_GENERIC;
     for (const auto& env : *envs) {
         int used = 0;
         if (env && cachedVeid(*env, used) && used == veid)
-            return -1;
+            return KQS_ERR_GENERIC;
     }
     return 0;
 }
 
 int KQSEnvMLocal::allocateVeid(int& veid)
+{
+    return KQC::guardedCall("allocateVeid", [&] { return allocateVeidInRange(veid); });
+}
+
+int KQSEnvMLocal::allocateVeidInRange(int& veid)
 {
     int min = 0, max = 0;
     getVeidBounds(&min, &max);
@@ -116,7 +124,7 @@ int KQSEnvMLocal::allocateVeid(int& veid)
             break;
     }
     KQC::setErrorMessage("can't allocate veid - no free veid");
-    return -1;
+    return KQS_ERR_GENERIC;
 }
 
 int KQSEnvMLocal::allocateVeidFromMaster(int& veid, const KQSEnvConfig* config)
@@ -126,7 +134,7 @@ int KQSEnvMLocal::allocateVeidFromMaster(int& veid, const KQSEnvConfig* config)
     long long tries = static_cast<long long>(max) - min;
     KQSVtSettings settings;
     if (getVtSettings(settings) != 0)
-        return -1;
+        return KQS_ERR_GENERIC;
     KQC::KQCOptionalProperty<std::string> ownPrivate, ownRoot;
     if (config) {
         config->getVEPrivateVar(ownPrivate);
@@ -155,7 +163,7 @@ int KQSEnvMLocal::allocateVeidFromMaster(int& veid, const KQSEnvConfig* config)
             break;
     }
     KQC::setErrorMessage("can't allocate ctid - no free resources.");
-    return -1;
+    return KQS_ERR_GENERIC;
 }
 
 int KQSEnvMLocal::initVeid(int& veid, int min)
@@ -163,7 +171,7 @@ int KQSEnvMLocal::initVeid(int& veid, int min)
     boost::intrusive_ptr<KQC::KQCEnvCache> cache = KQC::envCache();
     boost::shared_ptr<KQC::KQCEnvList> envs = cache ? cache->getEnvList() : boost::shared_ptr<KQC::KQCEnvList>();
     if (!envs)
-        return -1;
+        return KQS_ERR_GENERIC;
     // min - 1 stands in for "nothing below": the gap after it is min itself.
     std::set<long long> used{static_cast<long long>(min) - 1};
     for (const auto& env : *envs) {

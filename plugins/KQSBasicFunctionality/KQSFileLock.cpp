@@ -1,4 +1,5 @@
 #include "KQSFileLock.h"
+#include "KQSResult.h"
 
 #include "KQC/Error.h"
 
@@ -20,7 +21,7 @@ int KQSFileLock::createFileIfNeeded()
     }
     if (!m_handle->isValid()) {
         KQC::setErrorMessage("can't create lock file \"%s\"", m_path.c_str());
-        return -1;
+        return KQS_ERR_GENERIC;
     }
     return 0;
 }
@@ -28,14 +29,14 @@ int KQSFileLock::createFileIfNeeded()
 int KQSFileLock::lock(bool wait)
 {
     if (createFileIfNeeded() != 0)
-        return -1;
+        return KQS_ERR_GENERIC;
     return m_handle->lock(wait);
 }
 
 int KQSFileLock::unlock()
 {
     if (!m_handle || !m_handle->isValid())
-        return -1;
+        return KQS_ERR_GENERIC;
     return m_handle->unlock();
 }
 

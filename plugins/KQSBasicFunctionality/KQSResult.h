@@ -7,6 +7,7 @@
 // subsystems reuse a small number for their own failure (mounts return -2
 // for an unreadable mount table, authentication -2 for bad credentials), so
 // such codes get one name per subsystem below rather than a shared vague one.
+#include "KQC/Boundary.h"
 #include "KQC/Error.h"
 
 namespace KQS {
@@ -27,10 +28,15 @@ enum KQSResult {
     KQS_ERR_TOOL_LOCKED = -104,     // exit 31: the container is locked
     KQS_ERR_TOOL_NO_SPACE = -105,   // exit 78
     KQS_ERR_BAD_ADAPTERS = -107,    // creation: bad adapters or identifiers
+
+    // Reading a container's native configuration text.
+    KQS_ERR_NO_VOCABULARY = -7,     // no vocabulary matches the text
+    KQS_ERR_NATIVE_PARSE = -8,      // the text does not parse
 };
 
 // Framework codes, under the names the plug-in's code uses.
 using KQC::KQC_ERR_ACCESS_DENIED;
+using KQC::KQC_ERR_EXCEPTION;
 using KQC::KQC_ERR_NO_ENV_FOR_VEID;
 using KQC::KQC_ERR_NOT_SUPPORTED;
 using KQC::KQC_ERR_PROCESS_LIST;

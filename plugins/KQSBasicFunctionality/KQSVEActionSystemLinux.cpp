@@ -2,6 +2,7 @@
 #include "KQSVEActionSystemLinux.h"
 
 #include "KQSEnvMLocal.h"
+#include "KQSResult.h"
 
 #include "KQC/Error.h"
 #include "KQC/HostPaths.h"
@@ -17,7 +18,9 @@ const unsigned int kToolLimit = 80000;
 
 // The daemon inside a container must be gone before the container is
 // suspended. A kill that succeeds means there was a daemon to signal, so
-// we wait and try again; a kill that fails means nothing is left: done.
+// we give it a second to go and try again, also after the last try, so
+// that a daemon that is just going is given its time before we give up; a
+// kill that fails means nothing is left: done.
 int stopVpsd(int veid)
 {
     std::string id = std::to_string(veid);
@@ -25,24 +28,23 @@ int stopVpsd(int veid)
     for (int attempt = 0; attempt < 3; ++attempt) {
         KQC::HWExec exec;
         if (exec.execWithError(argv, 0, kToolLimit) != 0)
-            return 0;
-        if (attempt < 2)
-            ::sleep(1);
+            return KQS_OK;
+        ::sleep(1);
     }
-    return -1;
+    return KQS_ERR_GENERIC;
 }
 
 int resultForExitCode(int exitCode)
 {
     switch (exitCode) {
     case 31:
-        return -104;
+        return KQS_ERR_TOOL_LOCKED;
     case 32:
-        return -103;
+        return KQS_ERR_TOOL_BROKEN;
     case 78:
-        return -105;
+        return KQS_ERR_TOOL_NO_SPACE;
     default:
-        return -6;
+        return KQS_ERR_TOOL;
     }
 }
 
@@ -77,7 +79,7 @@ int KQSVEActionSystemLinux::action(KQSEnvMLocal& envm, int veid, const CmdType& 
     // of the repair operations are other pointers.
     if (cmd.name() == SUSPEND && stopVpsd(veid) != 0) {
         KQC::setErrorMessage("Can't stop vpsd in Container %d", veid);
-        return -6;
+        return KQS_ERR_TOOL;
     }
     KQC::ExecutionArgs args;
     args.push_back("kqctl", false);
@@ -89,7 +91,7 @@ int KQSVEActionSystemLinux::action(KQSEnvMLocal& envm, int veid, const CmdType& 
     KQC::HWExec exec;
     int status = setHWExecProgessOutput(exec, envm).execWithError(args.toArgs(), 0, kToolLimit);
     if (status == 0)
-        return 0;
+        return KQS_OK;
     std::string toolError = KQC::getErrorMessage();
     KQC::setErrorMessage("kqctl %s %d failed: %s", cmd.name(), veid, toolError.c_str());
     return resultForExitCode((status & 0xFF00) >> 8);

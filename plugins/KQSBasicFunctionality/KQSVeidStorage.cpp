@@ -1,4 +1,5 @@
 #include "KQSVeidStorage.h"
+#include "KQSResult.h"
 
 #include "KQC/Error.h"
 #include "KQC/Files.h"
@@ -16,7 +17,7 @@ int KQSVeidStorage::getVeid(int& veid, int min) const
     std::string text;
     if (KQC::file2str(m_path, text) != 0) {
         KQC::setErrorMessage("can't get ctid from file \"%s\"", m_path.c_str());
-        return -1;
+        return KQS_ERR_GENERIC;
     }
     // Text that is no number reads as 0 and so falls back to the minimum.
     veid = std::atoi(text.c_str());
@@ -29,7 +30,7 @@ int KQSVeidStorage::setVeid(int veid) const
 {
     if (KQC::str2file(m_path, std::to_string(veid)) != 0) {
         KQC::setErrorMessage("can't save ctid to file \"%s\"", m_path.c_str());
-        return -1;
+        return KQS_ERR_GENERIC;
     }
     return 0;
 }

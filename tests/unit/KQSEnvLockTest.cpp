@@ -6,6 +6,8 @@
 #include "KQC/Error.h"
 
 #include <gtest/gtest.h>
+
+#include <map>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -93,19 +95,19 @@ TEST_F(EnvLockTest, RefusesALockHeldByALiveProcess)
     EXPECT_STREQ("Environment locked (in 'unknown' transition)", KQC::getErrorMessage());
 }
 
-TEST_F(EnvLockTest, StatesOutsideTheTableAreWrittenAsUnknown)
+TEST_F(EnvLockTest, TransitionsAreWrittenByNameAndOthersAsUnknown)
 {
     for (int state : {0, 1, 21, 101, -3}) {
         KQS::KQSEnvLock lock(200, state);
         ASSERT_EQ(0, lock.lock());
         EXPECT_EQ(std::to_string(getpid()) + "\nunknown", host.read(lockFile(200))) << state;
     }
-    for (int state = 2; state <= 20; ++state) {
-        KQS::KQSEnvLock lock(200, state);
+    // The ends of the table and a name with a dash, as the tools read them.
+    for (auto known : std::map<int, std::string>{{2, "creating"}, {11, "starting-repair"}, {20, "restarting"}}) {
+        KQS::KQSEnvLock lock(200, known.first);
         ASSERT_EQ(0, lock.lock());
-        EXPECT_NE(std::string::npos, host.read(lockFile(200)).find(KQS::VPSTransitionsReverseMapLinux.at(state)));
+        EXPECT_EQ(std::to_string(getpid()) + "\n" + known.second, host.read(lockFile(200))) << known.first;
     }
-    EXPECT_EQ(19u, KQS::VPSTransitionsReverseMapLinux.size());
 }
 
 TEST_F(EnvLockTest, ResolvesTheContainerFromTheEnvironmentWhenNoVeidIsGiven)

@@ -135,43 +135,41 @@ TEST_F(RegistryTest, ReadsAFileAgainWhenItChanged)
     EXPECT_EQ("db", nameOf(*envm.getEnvConfig(eid)));
 }
 
-TEST_F(RegistryTest, MissingAndUnreadableFilesGiveNoConfiguration)
+TEST_F(RegistryTest, AMissingFileGivesNoConfigurationUntilItAppears)
 {
     KQC::KQCEID eid = newEid();
-    EXPECT_FALSE(envm.getEnvConfig(eid));
-    EXPECT_EQ(0u, std::string(KQC::getErrorMessage()).find("read '" + fileOf(eid) + "' : "));
-    int veid = 0;
-    EXPECT_EQ(-8, envm.findByEid(eid, &veid));
-
-    // Garbage is not a message: every call says so, none crashes.
-    host.write("etc/kqagent/configs/" + eid.toString(), "\x01garbage<<");
-    EXPECT_FALSE(envm.getEnvConfig(eid));
-    EXPECT_FALSE(envm.getEnvConfig(eid));
-
-    // A file that appears later is read.
+    for (int call = 0; call < 2; ++call) {
+        EXPECT_FALSE(envm.getEnvConfig(eid));
+        EXPECT_EQ(0u, std::string(KQC::getErrorMessage()).find("read '" + fileOf(eid) + "' : "));
+        int veid = 0;
+        EXPECT_EQ(-8, envm.findByEid(eid, &veid));
+    }
     ASSERT_EQ(0, envm.putEnvConfig(eid, configOf(101)));
     ASSERT_TRUE(envm.getEnvConfig(eid));
 }
 
 TEST_F(RegistryTest, ACorruptFileReadsAsAnEmptyConfigurationUntilItChanges)
 {
-    KQC::KQCEID eid = newEid();
-    host.write("etc/kqagent/configs/" + eid.toString(),
-               "<message name=\"packet\"><str key=\"other\">x</str></message>\n");
+    // Markup without a configuration, and no markup at all: one rule.
+    for (const char* contents :
+         {"<message name=\"packet\"><str key=\"other\">x</str></message>\n", "\x01garbage<<"}) {
+        KQC::KQCEID eid = newEid();
+        host.write("etc/kqagent/configs/" + eid.toString(), contents);
 
-    EXPECT_FALSE(envm.getEnvConfig(eid));
-    EXPECT_EQ("can't parse env#" + eid.toString() + " config", std::string(KQC::getErrorMessage()));
+        EXPECT_FALSE(envm.getEnvConfig(eid)) << contents;
+        EXPECT_EQ("can't parse env#" + eid.toString() + " config", std::string(KQC::getErrorMessage()));
 
-    auto later = envm.getEnvConfig(eid);
-    ASSERT_TRUE(later);
-    EXPECT_EQ(KQS::KQSEnvConfig(), *later);
-    int veid = 0;
-    EXPECT_EQ(-7, envm.findByEid(eid, &veid));
-    EXPECT_EQ("can't find ctid in env '" + eid.toString() + "' config", std::string(KQC::getErrorMessage()));
+        auto later = envm.getEnvConfig(eid);
+        ASSERT_TRUE(later) << contents;
+        EXPECT_EQ(KQS::KQSEnvConfig(), *later);
+        int veid = 0;
+        EXPECT_EQ(-7, envm.findByEid(eid, &veid));
+        EXPECT_EQ("can't find ctid in env '" + eid.toString() + "' config", std::string(KQC::getErrorMessage()));
 
-    ASSERT_EQ(0, envm.putEnvConfig(eid, configOf(105)));
-    EXPECT_EQ(0, envm.findByEid(eid, &veid));
-    EXPECT_EQ(105, veid);
+        ASSERT_EQ(0, envm.putEnvConfig(eid, configOf(105)));
+        EXPECT_EQ(0, envm.findByEid(eid, &veid));
+        EXPECT_EQ(105, veid);
+    }
 }
 
 TEST_F(RegistryTest, FindsVeidsAndEids)
@@ -535,12 +533,60 @@ TEST_F(PrivateFileTest, UnknownEnvironmentsAndContainersAreRefused)
     EXPECT_STREQ("can't get VEPrivate", KQC::getErrorMessage());
 }
 
-TEST_F(PrivateFileTest, NamesStayInsideThePrivateArea)
+// Everything a name could reach outside the agent's folder: the host's
+// "outside" folder and the rest of the private area, with contents.
+std::string snapshotOutside(const kqtest::TempHost& host)
 {
-    std::string data;
-    EXPECT_EQ(-9, envm.putPrivate(eid, "../../escape", "x"));
-    EXPECT_EQ(-4, envm.getPrivate(eid, "/etc/passwd", data));
-    EXPECT_FALSE(kqtest::exists(host.path("kq/escape")));
+    return kqtest::commandOutput("cd '" + host.root() +
+                                 "' && find outside kq/private/101 -path kq/private/101/kqagent -prune -o -print"
+                                 " | sort && cat outside/*");
+}
+
+TEST_F(PrivateFileTest, NamesAreResolvedBeneathTheAgentsFolderWithoutFollowingLinks)
+{
+    const std::string folder = host.path("kq/private/101/kqagent");
+    const std::string outside = host.path("outside");
+    struct Case {
+        const char* what;
+        std::string setup;  // shell commands run in the agent's folder
+        std::string name;
+        int get, put, erase;
+        std::string message;  // what the refusal of `get` says after the path
+    } cases[] = {
+        {"a link to a folder outside", "ln -s '" + outside + "' sub", "sub/x", -4, -9, -9,
+         "'" + folder + "/sub' is a symbolic link"},
+        {"a link to a file outside", "ln -s '" + outside + "/x' link", "link", -4, -9, -9,
+         "'" + folder + "/link' is a symbolic link"},
+        {"a dangling link", "ln -s '" + outside + "/new' dangling", "dangling", -4, -9, -9,
+         "'" + folder + "/dangling' is a symbolic link"},
+        {"the agent's folder itself a link", "cd .. && rmdir kqagent && ln -s '" + outside + "' kqagent", "x", -4,
+         -9, -9, "'" + folder + "' is a symbolic link"},
+        {"'..' after an ordinary part", "mkdir a", "a/../../x", -4, -9, -9, ""},
+        {"a plain '..'", "", "../x", -4, -9, -9, ""},
+        {"an absolute name", "", outside + "/x", -4, -9, -9, ""},
+        {"an empty name", "", "", -4, -9, -9, ""},
+        {"a '.' part", "", "./x", -4, -9, -9, ""},
+        {"a FIFO", "mkfifo fifo", "fifo", -4, -9, 0, "'" + folder + "/fifo' is not a regular file"},
+        {"a folder", "mkdir dir", "dir", -4, -9, -9, "'" + folder + "/dir' is a folder"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        ASSERT_EQ(0, kqtest::run("rm -rf '" + outside + "' '" + folder + "' && mkdir -p '" + outside + "' '" +
+                                 folder + "' && echo secret > '" + outside + "/x' && cd '" + folder + "' && " +
+                                 (c.setup.empty() ? "true" : c.setup)));
+        const std::string before = snapshotOutside(host);
+        std::string data;
+        EXPECT_EQ(c.get, envm.getPrivate(eid, c.name, data));
+        const std::string message = KQC::getErrorMessage();
+        if (c.message.empty())
+            EXPECT_EQ(0u, message.find("can't use '" + c.name + "' as a private file name: ")) << message;
+        else
+            EXPECT_EQ("can't read '" + folder + "/" + c.name + "' failed : " + c.message, message);
+        EXPECT_EQ("", data);
+        EXPECT_EQ(c.put, envm.putPrivate(eid, c.name, "planted"));
+        EXPECT_EQ(c.erase, envm.putPrivate(eid, c.name, ""));
+        EXPECT_EQ(before, snapshotOutside(host));
+    }
 }
 
 } // namespace

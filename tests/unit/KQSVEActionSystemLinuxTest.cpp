@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 using KQS::KQSVEActionSystemLinux;
 typedef KQSVEActionSystemLinux::CmdType CmdType;
 typedef KQSVEActionSystemLinux::StopCmdType StopCmdType;
@@ -42,26 +44,10 @@ protected:
 
 } // namespace
 
-TEST_F(ActionTest, EveryActionRunsItsExactCommandLine)
+TEST_F(ActionTest, TheToolsOutputReachesTheClientAsProgress)
 {
-    EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::MOUNT, false)));
-    EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::UMOUNT, false)));
     EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::START, false)));
-    EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::RESTART, false)));
-    EXPECT_EQ(0, run(StopCmdType(KQSVEActionSystemLinux::STOP, true)));
-    EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::START, true)));
-    EXPECT_EQ(0, run(StopCmdType(KQSVEActionSystemLinux::STOP, false)));
-    EXPECT_EQ(0, run(CmdType(KQSVEActionSystemLinux::DESTROY, false)));
-    EXPECT_EQ("[\"kqctl\",\"mount\",\"101\"]\n"
-              "[\"kqctl\",\"umount\",\"101\"]\n"
-              "[\"kqctl\",\"start\",\"101\"]\n"
-              "[\"kqctl\",\"restart\",\"101\"]\n"
-              "[\"kqctl\",\"stop\",\"101\",\"--fast\"]\n"
-              "[\"kqctl\",\"--skiplock\",\"start\",\"101\"]\n"
-              "[\"kqctl\",\"stop\",\"101\"]\n"
-              "[\"kqctl\",\"destroy\",\"101\"]\n",
-              host.calls());
-    EXPECT_FALSE(client->lines.empty()) << "the tool's output reaches the client as progress";
+    EXPECT_FALSE(client->lines.empty());
 }
 
 TEST_F(ActionTest, ToolExitCodesBecomeResultsWithTheToolsText)
@@ -102,7 +88,10 @@ TEST_F(ActionTest, SuspendStopsTheDaemonFirst)
 TEST_F(ActionTest, ADaemonThatKeepsAnsweringBlocksTheSuspend)
 {
     ASSERT_EQ(0, host.kqsim("fault kqctl exec 0"));
+    auto began = std::chrono::steady_clock::now();
     EXPECT_EQ(-6, run(CmdType(KQSVEActionSystemLinux::SUSPEND, false)));
+    // A second after every answer, the last one included, before giving up.
+    EXPECT_GE(std::chrono::steady_clock::now() - began, std::chrono::seconds(3));
     EXPECT_STREQ("Can't stop vpsd in Container 101", KQC::getErrorMessage());
     std::string calls = host.calls();
     EXPECT_EQ(std::string::npos, calls.find("\"suspend\"")) << calls;
