@@ -9,6 +9,7 @@ const std::map<std::string, CommandHandler>& commandTable()
         addEnvCommands(commands);
         addRegistryCommands(commands);
         addConfigCommands(commands);
+        addAuthCommands(commands);
         return commands;
     }();
     return table;

@@ -27,6 +27,13 @@ enum KQSResult {
     KQS_ERR_TOOL_LOCKED = -104,     // exit 31: the container is locked
     KQS_ERR_TOOL_NO_SPACE = -105,   // exit 78
     KQS_ERR_BAD_ADAPTERS = -107,    // creation: bad adapters or identifiers
+
+    // Container-user authentication.
+    KQS_ERR_AUTH_REFUSED = -2,      // bad domain, unknown principal or wrong credentials
+    KQS_ERR_AUTH_UNAVAILABLE = -7,  // the tool or the vocabulary cannot be used, or no control panel
+
+    // The pipe to a container's own agent.
+    KQS_ERR_NO_PEER = -4,           // the pipe has no peer to describe
 };
 
 // Framework codes, under the names the plug-in's code uses.
