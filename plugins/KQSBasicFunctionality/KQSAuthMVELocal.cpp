@@ -90,7 +90,7 @@ bool exitedWith(int status, int code) { return status >= 0 && WIFEXITED(status) 
 // The tool's answer as a result: 0, -2 or -7.
 int toolResult(int status)
 {
-    if (status < 0 || exitedWith(status, 127)) {
+    if (status < 0) {
         // The executor's message says why the tool did not run.
         return KQS_ERR_AUTH_UNAVAILABLE;
     }

@@ -81,15 +81,17 @@ int KQSChildEnvPipePrototype::startAgent()
     boost::shared_ptr<KQC::KQCHandle> input, output;
     int pid = -1;
     const time_t start = std::time(nullptr);
+    int startErrno = 0;
     // Tried again only while start + time-out < now, that is almost never:
     // a failed start is in practice tried once, after a one-second pause.
     while (executer.createProcess(input, output, pid) != 0) {
+        startErrno = errno;
         ::sleep(1);
         if (!(start + getStartTimeout() < std::time(nullptr)))
             break;
     }
     if (!input || !input->isValid() || !output || !output->isValid()) {
-        KQC::setErrorMessage("can't start %s for Container#%d: %s", kAgentProgram, m_veid, std::strerror(errno));
+        KQC::setErrorMessage("can't start %s for Container#%d: %s", kAgentProgram, m_veid, std::strerror(startErrno));
         return -1;
     }
     attach(input, output, pid);
