@@ -23,18 +23,10 @@ std::string readPassword()
     return password;
 }
 
-Runner auth(Args& args)
+// The work of one authentication; the password is read only when it runs.
+Runner authRunner(bool haveCt, const CtRef& ct, const std::string& user)
 {
-    std::string first = args.next("USER");
-    bool haveCt = !args.empty();
-    CtRef ct;
-    std::string user = first;
-    if (haveCt) {
-        ct = parseCT(first);
-        user = args.next("USER");
-    }
-    args.expectEnd();
-    return [haveCt, ct, user](Session& session) {
+    return Runner([haveCt, ct, user](Session& session) {
         Outcome outcome;
         KQC::KQCAuthName name;
         name.name = user;
@@ -58,11 +50,30 @@ Runner auth(Args& args)
             groups.push_back(boost::json::string(group.toString()));
         outcome.payload["groups"] = groups;
         return outcome;
-    };
+    });
+}
+
+// auth [CT] USER: with one word it is the user, on the host.
+void addAuth(CommandLine& cli)
+{
+    cli.add(cli.root(), "auth", "auth [CT] USER", [&cli](CLI::App& command) -> Build {
+        auto& words = cli.value<std::vector<std::string>>();
+        command.add_option("words", words, "[CT] USER")->required()->expected(1, 2);
+        return [&words] {
+            bool haveCt = words.size() == 2;
+            CtRef ct;
+            if (haveCt)
+                ct = parseCT(words[0]);
+            std::string user = words.back();
+            if (user.empty())
+                throw UsageError("auth: USER must not be empty");
+            return authRunner(haveCt, ct, user);
+        };
+    });
 }
 
 } // namespace
 
-void addAuthCommands(CommandMap& commands) { commands["auth"] = auth; }
+void addAuthCommands(CommandLine& cli) { addAuth(cli); }
 
 } // namespace kqagent
