@@ -93,6 +93,8 @@ int KQSDirectoryModificationLinux::registerDir(const char* path)
         struct sigaction action;
         std::memset(&action, 0, sizeof action);
         action.sa_sigaction = handler;
+        // Interrupted system calls resume: the agent's other work must not
+        // see EINTR because a watched directory changed.
         action.sa_flags = SA_SIGINFO | SA_RESTART;
         sigemptyset(&action.sa_mask);
         sigaction(notificationSignal(), &action, nullptr);

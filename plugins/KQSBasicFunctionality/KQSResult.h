@@ -31,9 +31,6 @@ enum KQSResult {
     // Container-user authentication.
     KQS_ERR_AUTH_REFUSED = -2,      // bad domain, unknown principal or wrong credentials
     KQS_ERR_AUTH_UNAVAILABLE = -7,  // the tool or the vocabulary cannot be used, or no control panel
-
-    // The pipe to a container's own agent.
-    KQS_ERR_NO_PEER = -4,           // the pipe has no peer to describe
 };
 
 // Framework codes, under the names the plug-in's code uses.
