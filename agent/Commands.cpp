@@ -7,6 +7,7 @@ void addAllCommands(CommandLine& cli)
     addEnvCommands(cli);
     addRegistryCommands(cli);
     addConfigCommands(cli);
+    addAuthCommands(cli);
 }
 
 std::string& addCT(CommandLine& cli, CLI::App& command, bool required)

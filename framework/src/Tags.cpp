@@ -90,6 +90,9 @@ const TagName kTagNames[] = {
     {TAG_MAPPING, "mapping"},
     {TAG_EID, "eid"},
     {TAG_CONNECTION, "connection"},
+    {TAG_PARAMS_TYPE, "paramsType"},
+    {TAG_PARAMS_NAMESPACE, "paramsNamespace"},
+    {TAG_ARGUMENT, "argument"},
 };
 
 } // namespace

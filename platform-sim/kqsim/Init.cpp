@@ -60,14 +60,24 @@ int writeEnvFile(const SimHost& host)
     return writeFileAtomic(host.envFile(), text);
 }
 
-int linkProcessTool(const SimHost& host)
+int linkTool(const SimHost& host, const std::string& tool, const std::string& hostPath)
 {
-    std::string link = host.path("/bin/kqps");
-    if (::symlink(KQSIM_TOOLS_DIR "/kqps", link.c_str()) != 0) {
+    std::string link = host.path(hostPath);
+    std::string target = KQSIM_TOOLS_DIR "/" + tool;
+    if (::symlink(target.c_str(), link.c_str()) != 0) {
         KQC::setErrorMessage("link '%s': %m", link.c_str());
         return -1;
     }
     return 0;
+}
+
+// The host's /bin/kqps, and the per-container agent in the agent's binary
+// folder, where the host's agent starts it from.
+int linkHostTools(const SimHost& host)
+{
+    if (linkTool(host, "kqps", "/bin/kqps") != 0)
+        return -1;
+    return linkTool(host, "kqsvpsagent", "/usr/lib/kqagent/kqsvpsagent");
 }
 
 int writeReleaseFiles(const SimHost& host, bool ipv6)
@@ -118,7 +128,7 @@ int buildHost(const SimHost& host, bool ipv6)
         return -1;
     if (writeFileAtomic(host.scriptsDir() + "/ve-basic.conf-sample", basicSampleText()) != 0)
         return -1;
-    if (linkProcessTool(host) != 0 || writeReleaseFiles(host, ipv6) != 0)
+    if (linkHostTools(host) != 0 || writeReleaseFiles(host, ipv6) != 0)
         return -1;
     if (writeTemplates(host) != 0)
         return -1;

@@ -4,6 +4,7 @@
 #include "KQSim/Prologue.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -18,7 +19,21 @@ const Tool kTools[] = {
     {"kqpkgrm", KQSim::runKqpkgrm},     {"kqpkginfo", KQSim::runKqpkginfo}, {"kqquota", KQSim::runKqquota},
     {"kqnetstat", KQSim::runKqnetstat}, {"kqps", KQSim::runKqps},           {"kqauth", KQSim::runKqauth},
     {"kqmlocal", KQSim::runKqmlocal},   {"kqsplit", KQSim::runUnimplemented},
+    {"kqsvpsagent", KQSim::runKqsvpsagent},
 };
+
+// The per-container agent is started with a bare PATH as its whole
+// environment, from ROOT/usr/lib/kqagent/: its own path tells the host.
+void findHostOfContainerAgent(const std::string& name, const char* argv0)
+{
+    const char* root = std::getenv("KQ_HOST_ROOT");
+    if (name != "kqsvpsagent" || (root && *root) || !argv0)
+        return;
+    std::string path = argv0;
+    const std::string folder = "/usr/lib/kqagent/kqsvpsagent";
+    if (path.size() > folder.size() && path.compare(path.size() - folder.size(), folder.size(), folder) == 0)
+        ::setenv("KQ_HOST_ROOT", path.substr(0, path.size() - folder.size()).c_str(), 1);
+}
 
 } // namespace
 
@@ -28,6 +43,7 @@ int main(int argc, char** argv)
     for (const Tool& tool : kTools) {
         if (name != tool.name)
             continue;
+        findHostOfContainerAgent(name, argc > 0 ? argv[0] : nullptr);
         KQSim::SimHost host;
         int exitCode = 0;
         if (KQSim::runToolPrologue(argc, argv, host, &exitCode) != 0)

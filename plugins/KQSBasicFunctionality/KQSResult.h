@@ -32,6 +32,10 @@ enum KQSResult {
     // Reading a container's native configuration text.
     KQS_ERR_NO_VOCABULARY = -7,     // no vocabulary matches the text
     KQS_ERR_NATIVE_PARSE = -8,      // the text does not parse
+
+    // Container-user authentication.
+    KQS_ERR_AUTH_REFUSED = -2,      // bad domain, unknown principal or wrong credentials
+    KQS_ERR_AUTH_UNAVAILABLE = -7,  // the tool or the vocabulary cannot be used, or no control panel
 };
 
 // Framework codes, under the names the plug-in's code uses.

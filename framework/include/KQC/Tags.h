@@ -94,6 +94,11 @@ enum KQCTag : int {
     TAG_MAPPING = 2104,
     TAG_EID = 2105,
     TAG_CONNECTION = 2106,
+
+    // Parameters of plug-in classes.
+    TAG_PARAMS_TYPE = 2201,       // the serialised type name of a parameter record
+    TAG_PARAMS_NAMESPACE = 2202,  // the namespace of that type name
+    TAG_ARGUMENT = 2203,          // one word of an external program's argument vector
 };
 
 // The name of a tag: the table's name, or the decimal number when the table
