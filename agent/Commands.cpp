@@ -9,6 +9,7 @@ const std::map<std::string, CommandHandler>& commandTable()
         addEnvCommands(commands);
         addRegistryCommands(commands);
         addConfigCommands(commands);
+        addTemplateCommands(commands);
         return commands;
     }();
     return table;

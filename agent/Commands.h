@@ -10,5 +10,6 @@ typedef std::map<std::string, CommandHandler> CommandMap;
 void addEnvCommands(CommandMap& commands);
 void addRegistryCommands(CommandMap& commands);
 void addConfigCommands(CommandMap& commands);
+void addTemplateCommands(CommandMap& commands);
 
 } // namespace kqagent

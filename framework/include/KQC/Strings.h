@@ -1,0 +1,27 @@
+#pragma once
+// Small text operations on lines read from files: trimming, splitting into
+// words, and reading one shell assignment.
+// Thread safety: no shared state.
+#include <string>
+
+namespace KQC {
+
+// Cuts leading and trailing white space (isspace) off a C string in place:
+// the trailing part is overwritten with NULs and the first kept character
+// is returned (a pointer into `text`).
+char* strip_spaces(char* text);
+std::string strip_spaces(const std::string& text);
+
+// The next word of the text at *cursor: delimiters before it are skipped,
+// the byte after it is overwritten with NUL and *cursor moves past it.
+// nullptr (and *cursor at the end) when only delimiters remain; so every
+// word handed out is non-empty.
+char* getToken(char** cursor, const char* delimiters);
+
+// Reads `text` as one shell assignment KEY=VALUE (VALUE quoted or not, as a
+// shell-style configuration file holds it; a trailing comment is allowed).
+// 0 with the key and the unquoted value; -1 when the text is anything else
+// (no key, more than one line, an open quote). Outputs are untouched on -1.
+int parseBashStr(const std::string& text, std::string& key, std::string& value);
+
+} // namespace KQC
