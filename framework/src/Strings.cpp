@@ -1,8 +1,5 @@
 #include "KQC/Strings.h"
 
-#include "KQC/Error.h"
-#include "KQS/ShellSyntax.h"
-
 #include <cctype>
 #include <cstring>
 
@@ -40,34 +37,6 @@ char* getToken(char** cursor, const char* delimiters)
         *end++ = '\0';
     *cursor = end;
     return start;
-}
-
-int parseBashStr(const std::string& text, std::string& key, std::string& value)
-{
-    KQS::KQSShellFile file;
-    // The shell reader sets the thread's message on malformed text; a line
-    // that is not an assignment is an ordinary answer here, not an error the
-    // caller should see, so the caller's message is kept.
-    std::string previous = getErrorMessage();
-    int rc = file.parse(text);
-    setErrorMessage("%s", previous.c_str());
-    if (rc != 0)
-        return -1;
-    const KQS::KQSShellLine* found = nullptr;
-    for (const KQS::KQSShellLine& line : file.lines()) {
-        if (line.isAssignment) {
-            if (found)
-                return -1;
-            found = &line;
-        } else if (!strip_spaces(line.text).empty() && strip_spaces(line.text)[0] != '#') {
-            return -1;
-        }
-    }
-    if (!found)
-        return -1;
-    key = found->key;
-    value = found->value;
-    return 0;
 }
 
 } // namespace KQC

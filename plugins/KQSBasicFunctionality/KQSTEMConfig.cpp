@@ -8,6 +8,7 @@
 #include "KQC/Exec.h"
 #include "KQC/Files.h"
 #include "KQC/Strings.h"
+#include "KQS/ShellSyntax.h"
 
 #include <cctype>
 #include <cerrno>

@@ -1,4 +1,4 @@
-// Trimming, word splitting and single shell assignments.
+// Trimming and word splitting.
 #include "KQC/Strings.h"
 
 #include <gtest/gtest.h>
@@ -38,34 +38,5 @@ TEST(StringsTest, GetTokenHandsOutOnlyNonEmptyWords)
             words.push_back(word);
         EXPECT_EQ(c.words, words) << '"' << c.text << '"';
         EXPECT_EQ(nullptr, KQC::getToken(&cursor, " \t\n")) << "an exhausted cursor stays exhausted";
-    }
-}
-
-TEST(StringsTest, ParseBashStrReadsOneAssignment)
-{
-    struct Case {
-        const char* text;
-        int rc;
-        const char* key;
-        const char* value;
-    } cases[] = {
-        {"ARCH=\"x86_64\"", 0, "ARCH", "x86_64"},
-        {"ARCH=x86_64", 0, "ARCH", "x86_64"},
-        {"A='x y'", 0, "A", "x y"},
-        {"A=\"a\\\"b\"", 0, "A", "a\"b"},
-        {"A=\"\"  # empty", 0, "A", ""},
-        {"A=\"$VEID\"", 0, "A", "$VEID"},
-        {"", -1, "", ""},
-        {"# A=1", -1, "", ""},
-        {"not an assignment", -1, "", ""},
-        {"1A=2", -1, "", ""},
-        {"A=\"open", -1, "", ""},
-        {"A=1\nB=2", -1, "", ""},
-    };
-    for (const Case& c : cases) {
-        std::string key, value;
-        EXPECT_EQ(c.rc, KQC::parseBashStr(c.text, key, value)) << c.text;
-        EXPECT_EQ(c.key, key) << c.text;
-        EXPECT_EQ(c.value, value) << c.text;
     }
 }

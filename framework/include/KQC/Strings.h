@@ -1,6 +1,6 @@
 #pragma once
-// Small text operations on lines read from files: trimming, splitting into
-// words, and reading one shell assignment.
+// Small text operations on lines read from files: trimming and splitting
+// into words. (One shell assignment is read by parseBashStr, KQS/ShellSyntax.h.)
 // Thread safety: no shared state.
 #include <string>
 
@@ -17,11 +17,5 @@ std::string strip_spaces(const std::string& text);
 // nullptr (and *cursor at the end) when only delimiters remain; so every
 // word handed out is non-empty.
 char* getToken(char** cursor, const char* delimiters);
-
-// Reads `text` as one shell assignment KEY=VALUE (VALUE quoted or not, as a
-// shell-style configuration file holds it; a trailing comment is allowed).
-// 0 with the key and the unquoted value; -1 when the text is anything else
-// (no key, more than one line, an open quote). Outputs are untouched on -1.
-int parseBashStr(const std::string& text, std::string& key, std::string& value);
 
 } // namespace KQC
