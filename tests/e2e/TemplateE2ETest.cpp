@@ -28,7 +28,10 @@ protected:
         kqtest::RunResult run = json(args);
         EXPECT_EQ(0, run.exitCode) << run.out << run.err;
         std::vector<std::string> lines;
-        for (const auto& value : run.json().at("templates").as_array()) {
+        const boost::json::object result = run.json();
+        if (!result.contains("templates"))
+            return {"no listing: " + run.out};
+        for (const auto& value : result.at("templates").as_array()) {
             const auto& item = value.as_object();
             std::string line = std::string(item.at("name").as_string()) + " '" +
                                std::string(item.at("display_name").as_string()) + "' " +
