@@ -2,13 +2,18 @@
 // installing and removing them in an environment.
 #include "Commands.h"
 
+#include "JsonWriter.h"
+
 #include "KQC/Error.h"
 #include "KQS/Env.h"
 #include "KQS/Functionality.h"
 
+#include <ostream>
+
 namespace kqagent {
 namespace {
 
+// The template manager for this request; it lives as long as `holder`.
 KQS::KQSTEM& templateManager(Session& session, boost::shared_ptr<KQS::KQSTEM>& holder)
 {
     auto& mux = KQC::KQCFunctionality<KQS::KQSLibFunctionality>::kit().getKQSTEMMultiplexer();
@@ -27,6 +32,30 @@ boost::json::object templateToJson(const KQS::KQSPackageInfo& info)
         {"name", info.name}, {"display_name", info.displayName}, {"type", info.type}, {"versions", versions}};
 }
 
+// NAME TYPE MARK[,MARK...] DISPLAY NAME, one template a line; a cached
+// version is marked with "*".
+void printTemplates(std::ostream& out, const std::vector<KQS::KQSPackageInfo>& templates)
+{
+    for (const KQS::KQSPackageInfo& info : templates) {
+        std::string marks;
+        for (const KQS::KQSPackageVersion& version : info.versions)
+            marks += (marks.empty() ? "" : ",") + version.versionMark + (version.cached ? "*" : "");
+        out << info.name << "  " << info.type << "  " << marks << "  " << info.displayName << "\n";
+    }
+}
+
+void streamTemplates(Outcome& outcome, const std::vector<KQS::KQSPackageInfo>& templates)
+{
+    outcome.streamKey = "templates";
+    outcome.writeJson = [templates](JsonWriter& writer) {
+        writer.beginArray();
+        for (const KQS::KQSPackageInfo& info : templates)
+            writer.value(templateToJson(info));
+        writer.endArray();
+    };
+    outcome.writeText = [templates](std::ostream& out) { printTemplates(out, templates); };
+}
+
 int typeFilter(const std::string& word)
 {
     if (word == "os")
@@ -38,84 +67,73 @@ int typeFilter(const std::string& word)
     throw UsageError("--type takes os, app or all, not '" + word + "'");
 }
 
-Runner listTemplates(Args& args)
+void addList(CommandLine& cli, CLI::App& group)
 {
-    bool onHost = true;
-    CtRef ct;
-    if (!args.empty() && args.peek().compare(0, 2, "--") != 0) {
-        std::string where = args.next("CT");
-        onHost = where == "host";
-        if (!onHost)
-            ct = parseCT(where);
-    }
-    int filter = KQS::KQSTEM::PKG_ALL;
-    std::string value;
-    if (args.takeValue("--type", value))
-        filter = typeFilter(value);
-    args.expectEnd();
-    return [onHost, ct, filter](Session& session) {
-        Outcome outcome;
-        KQC::KQCEID eid = KQC::KQCEID::EID_LOCAL;
-        if (!onHost && session.resolve(ct, eid, outcome) != 0)
-            return outcome;
-        boost::shared_ptr<KQS::KQSTEM> holder;
-        std::vector<KQS::KQSPackageInfo> templates;
-        outcome = resultOf(templateManager(session, holder).ls(templates, eid, filter));
-        boost::json::array array;
-        for (const KQS::KQSPackageInfo& info : templates)
-            array.push_back(templateToJson(info));
-        outcome.payload["templates"] = array;
-        return outcome;
-    };
+    cli.add(group, "list", "template list [CT|host] [--type os|app|all]", [&cli](CLI::App& command) -> Build {
+        std::string& where = addCT(cli, command, false);
+        auto& type = cli.value<std::string>("all");
+        command.add_option("--type", type, "os, app or all (default)");
+        return [&where, &type] {
+            const bool onHost = where.empty() || where == "host";
+            CtRef ct = onHost ? CtRef() : parseCT(where);
+            int filter = typeFilter(type);
+            return Runner([onHost, ct, filter](Session& session) {
+                Outcome outcome;
+                KQC::KQCEID eid = KQC::KQCEID::EID_LOCAL;
+                if (!onHost && session.resolve(ct, eid, outcome) != 0)
+                    return outcome;
+                boost::shared_ptr<KQS::KQSTEM> holder;
+                std::vector<KQS::KQSPackageInfo> templates;
+                outcome = resultOf(templateManager(session, holder).ls(templates, eid, filter));
+                streamTemplates(outcome, templates);
+                return outcome;
+            });
+        };
+    });
 }
 
-// template add|rm CT T... with the two flags of the operation anywhere after CT.
-Runner changeTemplates(Args& args, bool adding)
+// "template add" and "template rm": the same line but for the second flag.
+void addChange(CommandLine& cli, CLI::App& group, bool adding)
 {
-    CtRef ct = parseCT(args.next("CT"));
-    const std::string second = adding ? "--jump" : "--remove";
-    bool force = false, flag = false;
-    std::vector<KQS::KQSTemplate> templates;
-    while (!args.empty()) {
-        if (args.take("--force"))
-            force = true;
-        else if (args.take(second))
-            flag = true;
-        else if (args.peek().compare(0, 1, "-") == 0)
-            throw UsageError("unknown option '" + args.peek() + "'");
-        else
-            templates.push_back(KQS::KQSTemplate::fromString(args.next("T")));
-    }
-    if (templates.empty())
-        throw UsageError("no template given");
-    return [ct, force, flag, templates, adding](Session& session) {
-        Outcome outcome;
-        KQC::KQCEID eid;
-        if (session.resolve(ct, eid, outcome) != 0)
-            return outcome;
-        boost::shared_ptr<KQS::KQSTEM> holder;
-        KQS::KQSTEM& manager = templateManager(session, holder);
-        return resultOf(adding ? manager.add(eid, templates, force, flag) : manager.rm(eid, templates, force, flag));
-    };
-}
-
-Runner templateCommand(Args& args)
-{
-    std::string what = args.next("template subcommand");
-    if (what == "list")
-        return listTemplates(args);
-    if (what == "add")
-        return changeTemplates(args, true);
-    if (what == "rm")
-        return changeTemplates(args, false);
-    throw UsageError("unknown template subcommand '" + what + "'");
+    const std::string name = adding ? "add" : "rm";
+    const std::string flagName = adding ? "--jump" : "--remove";
+    const std::string synopsis = "template " + name + " CT T... [--force] [" + flagName + "]";
+    cli.add(group, name, synopsis, [&cli, adding, flagName](CLI::App& command) -> Build {
+        std::string& ctText = addCT(cli, command);
+        auto& names = cli.value<std::vector<std::string>>();
+        auto& force = cli.value<bool>(false);
+        auto& flag = cli.value<bool>(false);
+        command.add_option("T", names, "templates, NAME or NAME/VERSION")->required();
+        command.add_flag("--force", force, "even when the tool would refuse");
+        command.add_flag(flagName, flag, adding ? "passed on to the installation tool" : "passed on to the removal tool");
+        return [&ctText, &names, &force, &flag, adding] {
+            CtRef ct = parseCT(ctText);
+            std::vector<KQS::KQSTemplate> templates;
+            for (const std::string& text : names)
+                templates.push_back(KQS::KQSTemplate::fromString(text));
+            const bool forced = force, flagged = flag;
+            return Runner([ct, templates, forced, flagged, adding](Session& session) {
+                Outcome outcome;
+                KQC::KQCEID eid;
+                if (session.resolve(ct, eid, outcome) != 0)
+                    return outcome;
+                boost::shared_ptr<KQS::KQSTEM> holder;
+                KQS::KQSTEM& manager = templateManager(session, holder);
+                return resultOf(adding ? manager.add(eid, templates, forced, flagged)
+                                       : manager.rm(eid, templates, forced, flagged));
+            });
+        };
+    });
 }
 
 } // namespace
 
-void addTemplateCommands(CommandMap& commands)
+void addTemplateCommands(CommandLine& cli)
 {
-    commands["template"] = templateCommand;
+    CLI::App& group = cli.group(cli.root(), "template", "OS and application templates");
+    addList(cli, group);
+    addChange(cli, group, true);
+    addChange(cli, group, false);
 }
 
 } // namespace kqagent
