@@ -15,16 +15,6 @@ char* strip_spaces(char* text)
     return text;
 }
 
-std::string strip_spaces(const std::string& text)
-{
-    size_t begin = 0, end = text.size();
-    while (begin < end && std::isspace(static_cast<unsigned char>(text[begin])))
-        ++begin;
-    while (end > begin && std::isspace(static_cast<unsigned char>(text[end - 1])))
-        --end;
-    return text.substr(begin, end - begin);
-}
-
 char* getToken(char** cursor, const char* delimiters)
 {
     char* start = *cursor + std::strspn(*cursor, delimiters);
