@@ -2,8 +2,9 @@
 // when what it accepted is written out and accepted again, the packages and
 // the kind of version section come back unchanged. (Other fields need not:
 // a basedir line may itself carry the agent's prefix, which each reading
-// peels off once; and a compatible set whose name begins with "%" is written
-// after the packages as a line that reads back as a header.)
+// peels off once; and a package or compatible set whose name begins with
+// "%", read from an indented line, is written in column 1 and reads back as
+// a header.)
 #include "KQSTEMConfig.h"
 
 #include <cstddef>
@@ -35,6 +36,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     config.construct(written);
     for (const KQS::KQSTemplate& set : config.compatibleSets)
         if (!set.name.empty() && set.name[0] == '%')
+            return 0;
+    for (const auto& entry : config.packages)
+        if (entry.first[0] == '%')
             return 0;
     KQS::KQSTEMConfig reread;
     if (reread.readFromStr(written.str()) == 0 && !samePackages(config, reread))

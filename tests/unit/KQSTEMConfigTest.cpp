@@ -126,7 +126,9 @@ TEST(KQSTEMConfigTest, WrittenFileReadsBackToTheSameRecord)
 
     // Kept asymmetries: a cached template loses its compatible sets, an
     // empty mark is written as a bare blank and comes back as "no version",
-    // and values are written between quotes without escaping.
+    // values are written between quotes without escaping, and a package
+    // named "%..." (read from an indented line) is written as a header, which
+    // hides the packages after it.
     original.cached = true;
     original.versionMark.clear();
     original.packageManager["Q"] = "a\"b";
@@ -139,6 +141,11 @@ TEST(KQSTEMConfigTest, WrittenFileReadsBackToTheSameRecord)
     EXPECT_TRUE(cached.compatibleSets.empty());
     EXPECT_EQ("00000000", cached.versionMark);
     EXPECT_EQ(0u, cached.packageManager.count("Q"));
+    KQSTEMConfig percent, rewritten;
+    ASSERT_EQ(0, percent.readFromStr("%basedir\nb\n%version\n  %x 1\n"));
+    std::ostringstream percentText;
+    percent.construct(percentText);
+    EXPECT_EQ(-53, rewritten.readFromStr(percentText.str()));
 }
 
 namespace {
