@@ -3,6 +3,7 @@
 #include "KQC/Functionality.h"
 #include "KQS/EnvM.h"
 #include "KQS/ProcessM.h"
+#include "KQS/TEM.h"
 
 namespace KQS {
 
@@ -10,10 +11,12 @@ class KQSLibFunctionality {
 public:
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSEnvM>>& getKQSEnvMMultiplexer() { return m_envM; }
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessM>>& getKQSProcessMMultiplexer() { return m_processM; }
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSTEM>>& getKQSTEMMultiplexer() { return m_tem; }
 
 private:
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSEnvM>> m_envM;
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessM>> m_processM;
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSTEM>> m_tem;
 };
 
 // Bring the management library up and down; calls nest (a counter).
