@@ -82,7 +82,7 @@ TEST_F(ConsoleE2ETest, MalformedCommandsExitTwoAndRunNothing)
              {"veid", "free"}, {"batch", "now"}, {"start", "99999999999"}, {"list", "--state"},
              {"list", "--state", "6", "7"}, {"list", "--json"}, {"private", "get", "101"},
              {"private", "put"}, {"config"}, {"config", "native"}, {"config", "virtual", "/nonexistent"},
-             {"mount"}, {"sync", "now"}, {"--root"}, {"start", "{nonsense}"}}) {
+             {"mount"}, {"sync", "now"}, {"--root"}, {"start", "{nonsense}"}, {"li\nst"}, {"start", "1\n2"}}) {
         kqtest::RunResult run = kqtest::agent(host.root(), args);
         std::string line = args.empty() ? "" : args.back();
         EXPECT_EQ(2, run.exitCode) << line;
