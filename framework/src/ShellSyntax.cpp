@@ -668,13 +668,28 @@ int writeAssignment(const std::string& key, const std::string& value, std::ostre
     return 0;
 }
 
+// Kept lines are written with a newline after each. The last line of a file
+// without one may end in a backslash that escapes nothing; followed by a
+// newline it would join the next line, so such a line is written afresh.
+int writeKeptLine(const KQSShellLine& line, std::ostream& output)
+{
+    if (line.isAssignment && !line.text.empty() && line.text.back() == '\\') {
+        KQSShellFile alone;
+        if (alone.parse(line.text + "\n") != 0 || alone.lines().size() != 1 || alone.lines()[0].value != line.value)
+            return writeAssignment(line.key, line.value, output);
+    }
+    output << line.text << '\n';
+    return 0;
+}
+
 int mergeIntoOld(const std::vector<std::pair<std::string, std::string>>& pairs, const KQSShellFile& old,
                  std::ostream& output, std::map<std::string, bool>& written)
 {
     for (const KQSShellLine& line : old.lines()) {
         const std::string* value = line.isAssignment ? findValue(pairs, line.key) : nullptr;
         if (!value) {
-            output << line.text << '\n';
+            if (writeKeptLine(line, output) != 0)
+                return -1;
             continue;
         }
         if (written[line.key])

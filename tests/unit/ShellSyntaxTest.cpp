@@ -315,6 +315,17 @@ TEST_F(ShellSyntaxTest, KeepOldRewritesInPlaceAndAppendsNewKeys)
                          "HOSTNAME=h\n"
                          "EXTRA=\"x y\"\n");
 
+    // A last line that ends in a backslash escaping nothing keeps its value
+    // when lines are appended after it.
+    for (const std::string& last : {std::string("CUT=x\\"), std::string("CUT='a b'\\")}) {
+        std::istringstream cut(last);
+        std::ostringstream merged;
+        ASSERT_EQ(KQS::writeShellFile({{"NEW", "y"}}, merged, &cut, true), 0);
+        std::string path = writeFile(merged.str());
+        EXPECT_EQ(bashValue(path, "CUT"), bashValue(writeFile(last), "CUT")) << merged.str();
+        EXPECT_EQ(bashValue(path, "NEW"), "y") << merged.str();
+    }
+
     std::istringstream again(old);
     std::ostringstream plain;
     ASSERT_EQ(KQS::writeShellFile(pairs, plain, &again, false), 0);
