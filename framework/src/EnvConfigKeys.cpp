@@ -288,11 +288,22 @@ bool formatRates(const KQSEnvConfig& config, std::string& out)
     return value.isSpecified();
 }
 
+// A template as a file names it: "name" or "name/version". Slashes at the
+// end give no version and are dropped, so that what is written back reads
+// as the same template ("a//" would otherwise turn into "a/", then "a").
+KQSTemplate templateOf(std::string word)
+{
+    while (!word.empty() && word.back() == '/')
+        word.pop_back();
+    return KQSTemplate::fromString(word);
+}
+
 int parseTemplates(const std::string& value, KQSEnvConfig& config)
 {
     KQSTemplateList templates;
     for (const std::string& word : words(value))
-        templates.push_back(KQSTemplate::fromString(word));
+        if (!templateOf(word).toString().empty())
+            templates.push_back(templateOf(word));
     config.setTemplates(templates);
     return 0;
 }
@@ -332,7 +343,10 @@ std::vector<KeyCodec> makeTable()
          [](const KQSEnvConfig& c, std::string& t) { return text(get<std::string>(c, &KQSEnvConfig::getVEPrivateVar), t); }},
         {"OSTEMPLATE",
          // An empty OSTEMPLATE names no template.
-         [](const std::string& v, KQSEnvConfig& c) { return v.empty() ? 0 : (c.setOsTemplate(KQSTemplate::fromString(v)), 0); },
+         [](const std::string& v, KQSEnvConfig& c) {
+             KQSTemplate osTemplate = templateOf(v);
+             return osTemplate.toString().empty() ? 0 : (c.setOsTemplate(osTemplate), 0);
+         },
          [](const KQSEnvConfig& c, std::string& t) {
              KQCOptionalProperty<KQSTemplate> value = get<KQSTemplate>(c, &KQSEnvConfig::getOsTemplate);
              t = value.get().toString();
@@ -354,7 +368,7 @@ std::vector<KeyCodec> makeTable()
          [](const KQSEnvConfig& c, std::string& t) { return text(get<std::string>(c, &KQSEnvConfig::getArchitecture), t); }},
         {"DISTRIBUTION",
          [](const std::string& v, KQSEnvConfig& c) {
-             KQSTemplate parts = KQSTemplate::fromString(v);
+             KQSTemplate parts = templateOf(v);
              KQSDistribution distribution;
              distribution.name = parts.name;
              distribution.version = parts.version;

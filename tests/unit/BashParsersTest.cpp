@@ -231,6 +231,31 @@ TEST_F(BashParsersTest, EveryContainerHasTheHostRoutedAdapter)
     }
 }
 
+// Templates read from a file are written back in a form that reads the same.
+TEST_F(BashParsersTest, TemplateWordsSettleAtTheFirstReading)
+{
+    const struct {
+        const char* file;
+        const char* written;
+    } cases[] = {
+        {"TEMPLATES=\"a / b/ c// /v d/1\"\n", "TEMPLATES=\"a b c /v d/1\"\n"},
+        {"OSTEMPLATE=\"debian//\"\n", "OSTEMPLATE=\"debian\"\n"},
+        {"OSTEMPLATE=\"/\"\n", ""},
+        {"DISTRIBUTION=\"x//\"\n", "DISTRIBUTION=\"x\"\n"},
+    };
+    for (const auto& c : cases) {
+        KQSEnvConfig config;
+        ASSERT_EQ(get(c.file, config), 0) << c.file;
+        std::string text = put(config);
+        std::istringstream lines(text);
+        std::string line, written;
+        while (std::getline(lines, line))
+            if (line.find("TEMPLATE") != std::string::npos || line.rfind("DISTRIBUTION=", 0) == 0)
+                written += line + "\n";
+        EXPECT_EQ(written, c.written) << c.file;
+    }
+}
+
 TEST_F(BashParsersTest, BadValuesAreErrorsNamingTheKey)
 {
     struct Case {
