@@ -17,7 +17,8 @@ const Tool kTools[] = {
     {"kqctl", KQSim::runKqctl},         {"kqpkgls", KQSim::runKqpkgls},     {"kqpkgadd", KQSim::runKqpkgadd},
     {"kqpkgrm", KQSim::runKqpkgrm},     {"kqpkginfo", KQSim::runKqpkginfo}, {"kqquota", KQSim::runKqquota},
     {"kqnetstat", KQSim::runKqnetstat}, {"kqps", KQSim::runKqps},           {"kqauth", KQSim::runKqauth},
-    {"kqmlocal", KQSim::runKqmlocal},   {"kqsplit", KQSim::runUnimplemented},
+    {"kqmlocal", KQSim::runKqmlocal},   {"kqsplit", KQSim::runUnimplemented}, {"mount", KQSim::runMount},
+    {"umount", KQSim::runUmount},
 };
 
 } // namespace

@@ -2,7 +2,9 @@
 // The management library's kit and its life.
 #include "KQC/Functionality.h"
 #include "KQS/EnvM.h"
+#include "KQS/KqStat.h"
 #include "KQS/ProcessM.h"
+#include "KQS/ProcessMonitor.h"
 
 namespace KQS {
 
@@ -10,10 +12,17 @@ class KQSLibFunctionality {
 public:
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSEnvM>>& getKQSEnvMMultiplexer() { return m_envM; }
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessM>>& getKQSProcessMMultiplexer() { return m_processM; }
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessMonitor>>& getKQSProcessMonitorMultiplexer()
+    {
+        return m_processMonitor;
+    }
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSKqStat>>& getKQSKqStatMultiplexer() { return m_kqStat; }
 
 private:
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSEnvM>> m_envM;
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessM>> m_processM;
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessMonitor>> m_processMonitor;
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSKqStat>> m_kqStat;
 };
 
 // Bring the management library up and down; calls nest (a counter).
