@@ -2,16 +2,18 @@
 
 namespace kqagent {
 
-const std::map<std::string, CommandHandler>& commandTable()
+void addAllCommands(CommandLine& cli)
 {
-    static const CommandMap table = [] {
-        CommandMap commands;
-        addEnvCommands(commands);
-        addRegistryCommands(commands);
-        addConfigCommands(commands);
-        return commands;
-    }();
-    return table;
+    addEnvCommands(cli);
+    addRegistryCommands(cli);
+    addConfigCommands(cli);
+}
+
+std::string& addCT(CommandLine& cli, CLI::App& command, bool required)
+{
+    std::string& ct = cli.value<std::string>();
+    command.add_option("CT", ct, "environment identifier or VEID")->required(required);
+    return ct;
 }
 
 } // namespace kqagent

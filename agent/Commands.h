@@ -1,14 +1,16 @@
 #pragma once
-// The command groups of the console. Each group adds its handlers to the
-// table; Commands.cpp puts the table together.
-#include "Console.h"
+// The command groups of the console. Each group, in its own file, adds its
+// commands to the command line; Commands.cpp calls every group.
+#include "CommandLine.h"
 
 namespace kqagent {
 
-typedef std::map<std::string, CommandHandler> CommandMap;
+void addEnvCommands(CommandLine& cli);
+void addRegistryCommands(CommandLine& cli);
+void addConfigCommands(CommandLine& cli);
 
-void addEnvCommands(CommandMap& commands);
-void addRegistryCommands(CommandMap& commands);
-void addConfigCommands(CommandMap& commands);
+// A positional CT on `command` (parseCT reads it when the line is built;
+// an optional one left out reads as a missing CT).
+std::string& addCT(CommandLine& cli, CLI::App& command, bool required = true);
 
 } // namespace kqagent

@@ -21,18 +21,23 @@ std::string readArgumentFile(const std::string& path)
     return text;
 }
 
-Runner virtualConfig(Args& args)
+void addVirtualConfig(CommandLine& cli, CLI::App& group)
 {
-    std::string text = readArgumentFile(args.next("FILE"));
-    args.expectEnd();
-    return [text](Session& session) {
-        boost::shared_ptr<KQC::KQCNativeConfig> native = boost::make_shared<KQS::KQSNativeConfig>(text);
-        boost::shared_ptr<KQC::KQCVEnvConfig> config;
-        Outcome outcome = resultOf(session.envM().getVirtualConfig(config, native));
-        if (outcome.rc == 0 && config)
-            outcome.payload["config"] = configToJson(KQS::KQSEnvConfig(*config));
-        return outcome;
-    };
+    cli.add(group, "virtual", "config virtual FILE", [&cli](CLI::App& command) -> Build {
+        auto& path = cli.value<std::string>();
+        command.add_option("FILE", path, "configuration file in the control tool's form")->required();
+        return [&path] {
+            std::string text = readArgumentFile(path);
+            return Runner([text](Session& session) {
+                boost::shared_ptr<KQC::KQCNativeConfig> native = boost::make_shared<KQS::KQSNativeConfig>(text);
+                boost::shared_ptr<KQC::KQCVEnvConfig> config;
+                Outcome outcome = resultOf(session.envM().getVirtualConfig(config, native));
+                if (outcome.rc == 0 && config)
+                    outcome.payload["config"] = configToJson(KQS::KQSEnvConfig(*config));
+                return outcome;
+            });
+        };
+    });
 }
 
 // The environment's configuration as the manager lists it; -8 when the
@@ -51,43 +56,40 @@ int environmentConfig(Session& session, const KQC::KQCEID& eid, boost::shared_pt
     return 0;
 }
 
-Runner nativeConfig(Args& args)
+void addNativeConfig(CommandLine& cli, CLI::App& group)
 {
-    CtRef ct = parseCT(args.next("CT"));
-    args.expectEnd();
-    return [ct](Session& session) {
-        Outcome outcome;
-        KQC::KQCEID eid;
-        if (session.resolve(ct, eid, outcome) != 0)
-            return outcome;
-        boost::shared_ptr<KQC::KQCVEnvConfig> config;
-        int rc = environmentConfig(session, eid, config);
-        if (rc != 0)
-            return resultOf(rc);
-        boost::shared_ptr<KQC::KQCNativeConfig> native;
-        outcome = resultOf(session.envM().getNativeConfig(native, config));
-        boost::shared_ptr<KQS::KQSNativeConfig> text = boost::dynamic_pointer_cast<KQS::KQSNativeConfig>(native);
-        if (outcome.rc == 0 && text)
-            outcome.payload["native"] = text->getText();
-        return outcome;
-    };
-}
-
-Runner config(Args& args)
-{
-    std::string what = args.next("config subcommand");
-    if (what == "virtual")
-        return virtualConfig(args);
-    if (what == "native")
-        return nativeConfig(args);
-    throw UsageError("unknown config subcommand '" + what + "'");
+    cli.add(group, "native", "config native CT", [&cli](CLI::App& command) -> Build {
+        std::string& ctText = addCT(cli, command);
+        return [&ctText] {
+            CtRef ct = parseCT(ctText);
+            return Runner([ct](Session& session) {
+                Outcome outcome;
+                KQC::KQCEID eid;
+                if (session.resolve(ct, eid, outcome) != 0)
+                    return outcome;
+                boost::shared_ptr<KQC::KQCVEnvConfig> config;
+                int rc = environmentConfig(session, eid, config);
+                if (rc != 0)
+                    return resultOf(rc);
+                boost::shared_ptr<KQC::KQCNativeConfig> native;
+                outcome = resultOf(session.envM().getNativeConfig(native, config));
+                boost::shared_ptr<KQS::KQSNativeConfig> text =
+                    boost::dynamic_pointer_cast<KQS::KQSNativeConfig>(native);
+                if (outcome.rc == 0 && text)
+                    outcome.payload["native"] = text->getText();
+                return outcome;
+            });
+        };
+    });
 }
 
 } // namespace
 
-void addConfigCommands(CommandMap& commands)
+void addConfigCommands(CommandLine& cli)
 {
-    commands["config"] = config;
+    CLI::App& group = cli.group(cli.root(), "config", "configurations in the control tool's form");
+    addVirtualConfig(cli, group);
+    addNativeConfig(cli, group);
 }
 
 } // namespace kqagent

@@ -1,102 +1,99 @@
 // Commands on environments: listing, information and the actions.
 #include "Commands.h"
 #include "EnvJson.h"
+#include "EnvList.h"
 
 namespace kqagent {
 namespace {
 
-boost::json::array envsToJson(const KQC::KQCEnvVector& envs)
+void addList(CommandLine& cli)
 {
-    boost::json::array array;
-    for (const auto& env : envs)
-        array.push_back(envToJson(*env));
-    return array;
+    cli.add(cli.root(), "list", "list [--state N]...", [&cli](CLI::App& command) -> Build {
+        auto& states = cli.value<std::vector<std::string>>();
+        command.add_option("--state", states, "only environments in state N")->allow_extra_args(false);
+        return [&states] {
+            KQC::KQCEnvMListOptions options;
+            for (const auto& state : states)
+                options.states.insert(static_cast<int>(parseNumber(state, "state")));
+            return Runner([options](Session& session) {
+                KQC::KQCEIDSet eids;
+                Outcome outcome = resultOf(session.envM().getList(eids, options));
+                KQC::KQCEnvVector envs;
+                if (outcome.rc == 0 && !eids.empty())
+                    outcome = resultOf(session.envM().getInfo(eids, envs, 0xffffffff));
+                streamEnvs(outcome, envs);
+                return outcome;
+            });
+        };
+    });
 }
 
-Runner list(Args& args)
+void addInfo(CommandLine& cli)
 {
-    KQC::KQCEnvMListOptions options;
-    std::string value;
-    while (args.takeValue("--state", value))
-        options.states.insert(static_cast<int>(parseNumber(value, "state")));
-    args.expectEnd();
-    return [options](Session& session) {
-        KQC::KQCEIDSet eids;
-        Outcome outcome = resultOf(session.envM().getList(eids, options));
-        KQC::KQCEnvVector envs;
-        if (outcome.rc == 0 && !eids.empty())
-            outcome = resultOf(session.envM().getInfo(eids, envs, 0xffffffff));
-        outcome.payload["envs"] = envsToJson(envs);
-        return outcome;
-    };
-}
-
-Runner info(Args& args)
-{
-    CtRef ct = parseCT(args.next("CT"));
-    unsigned int mask = 0xffffffff;
-    std::string value;
-    if (args.takeValue("--mask", value))
-        mask = static_cast<unsigned int>(parseNumber(value, "mask"));
-    args.expectEnd();
-    return [ct, mask](Session& session) {
-        Outcome outcome;
-        KQC::KQCEID eid;
-        if (session.resolve(ct, eid, outcome) != 0)
-            return outcome;
-        KQC::KQCEnvVector envs;
-        outcome = resultOf(session.envM().getInfo(KQC::KQCEIDSet{eid}, envs, mask));
-        if (!envs.empty())
-            outcome.payload["env"] = envToJson(*envs.front());
-        return outcome;
-    };
+    cli.add(cli.root(), "info", "info CT [--mask M]", [&cli](CLI::App& command) -> Build {
+        std::string& ctText = addCT(cli, command);
+        auto& maskText = cli.value<std::string>("0xffffffff");
+        command.add_option("--mask", maskText, "which parts of the information");
+        return [&ctText, &maskText] {
+            CtRef ct = parseCT(ctText);
+            unsigned int mask = static_cast<unsigned int>(parseNumber(maskText, "mask"));
+            return Runner([ct, mask](Session& session) {
+                Outcome outcome;
+                KQC::KQCEID eid;
+                if (session.resolve(ct, eid, outcome) != 0)
+                    return outcome;
+                KQC::KQCEnvVector envs;
+                outcome = resultOf(session.envM().getInfo(KQC::KQCEIDSet{eid}, envs, mask));
+                if (!envs.empty())
+                    outcome.payload["env"] = envToJson(*envs.front());
+                return outcome;
+            });
+        };
+    });
 }
 
 typedef int (*ActionCall)(KQS::KQSEnvM&, const KQC::KQCEID&, bool);
 
 // One action on one environment; `takesFast` allows the option --fast.
-CommandHandler action(ActionCall call, bool takesFast)
+void addAction(CommandLine& cli, const std::string& name, ActionCall call, bool takesFast = false)
 {
-    return [call, takesFast](Args& args) -> Runner {
-        CtRef ct = parseCT(args.next("CT"));
-        bool fast = takesFast && args.take("--fast");
-        args.expectEnd();
-        return [call, ct, fast](Session& session) {
-            Outcome outcome;
-            KQC::KQCEID eid;
-            if (session.resolve(ct, eid, outcome) != 0)
-                return outcome;
-            return resultOf(call(session.kqsEnvM(), eid, fast));
+    std::string synopsis = name + " CT" + (takesFast ? " [--fast]" : "");
+    cli.add(cli.root(), name, synopsis, [&cli, call, takesFast, name](CLI::App& command) -> Build {
+        // "mount" is also the group of the device commands (mount list,
+        // ...): a required CT would swallow their word.
+        std::string& ctText = addCT(cli, command, name != "mount");
+        bool& fast = cli.value<bool>(false);
+        if (takesFast)
+            command.add_flag("--fast", fast, "without waiting for a clean shutdown");
+        return [&ctText, &fast, call] {
+            CtRef ct = parseCT(ctText);
+            bool isFast = fast;
+            return Runner([call, ct, isFast](Session& session) {
+                Outcome outcome;
+                KQC::KQCEID eid;
+                if (session.resolve(ct, eid, outcome) != 0)
+                    return outcome;
+                return resultOf(call(session.kqsEnvM(), eid, isFast));
+            });
         };
-    };
-}
-
-CommandHandler mountCommand()
-{
-    CommandHandler mountAction =
-        action([](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool) { return m.mount(e); }, false);
-    return [mountAction](Args& args) -> Runner {
-        const std::string& first = args.peek();
-        if (first == "list" || first == "add" || first == "rm")
-            throw UsageError("mount " + first + " is not available yet");
-        return mountAction(args);
-    };
+    });
 }
 
 } // namespace
 
-void addEnvCommands(CommandMap& commands)
+void addEnvCommands(CommandLine& cli)
 {
-    commands["list"] = list;
-    commands["info"] = info;
-    commands["start"] = action([](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool) { return m.start(e); }, false);
-    commands["stop"] = action([](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool fast) { return m.stop(e, fast); }, true);
-    commands["restart"] = action([](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool) { return m.restart(e); }, false);
-    commands["mount"] = mountCommand();
-    commands["umount"] = action([](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool) { return m.umount(e); }, false);
-    commands["destroy"] = action([](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool) { return m.destroy(e); }, false);
-    commands["suspend"] = action([](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool) { return m.suspend(e); }, false);
-    commands["resume"] = action([](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool) { return m.resume(e); }, false);
+    addList(cli);
+    addInfo(cli);
+    addAction(cli, "start", [](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool) { return m.start(e); });
+    addAction(
+        cli, "stop", [](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool fast) { return m.stop(e, fast); }, true);
+    addAction(cli, "restart", [](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool) { return m.restart(e); });
+    addAction(cli, "mount", [](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool) { return m.mount(e); });
+    addAction(cli, "umount", [](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool) { return m.umount(e); });
+    addAction(cli, "destroy", [](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool) { return m.destroy(e); });
+    addAction(cli, "suspend", [](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool) { return m.suspend(e); });
+    addAction(cli, "resume", [](KQS::KQSEnvM& m, const KQC::KQCEID& e, bool) { return m.resume(e); });
 }
 
 } // namespace kqagent

@@ -1,7 +1,7 @@
 // Commands on the registry: synchronising it with the host, VEIDs and the
 // agent's private files inside containers.
 #include "Commands.h"
-#include "EnvJson.h"
+#include "EnvList.h"
 
 #include <iostream>
 #include <iterator>
@@ -9,68 +9,76 @@
 namespace kqagent {
 namespace {
 
-Runner sync(Args& args)
+void addSync(CommandLine& cli)
 {
-    args.expectEnd();
-    return [](Session& session) {
-        KQC::KQCEnvVector envs;
-        Outcome outcome = resultOf(session.kqsEnvM().getInfoEx(KQC::KQCEIDSet(), envs, 0xffffffff, true));
-        boost::json::array array;
-        for (const auto& env : envs)
-            array.push_back(envToJson(*env));
-        outcome.payload["envs"] = array;
-        return outcome;
-    };
+    cli.add(cli.root(), "sync", "sync", [](CLI::App&) -> Build {
+        return [] {
+            return Runner([](Session& session) {
+                KQC::KQCEnvVector envs;
+                Outcome outcome =
+                    resultOf(session.kqsEnvM().getInfoEx(KQC::KQCEIDSet(), envs, 0xffffffff, true));
+                streamEnvs(outcome, envs);
+                return outcome;
+            });
+        };
+    });
 }
 
-Runner veid(Args& args)
+void addVeid(CommandLine& cli)
 {
-    std::string what = args.next("veid subcommand");
-    if (what != "allocate")
-        throw UsageError("unknown veid subcommand '" + what + "'");
-    args.expectEnd();
-    return [](Session& session) {
-        int value = 0;
-        Outcome outcome = resultOf(session.kqsEnvM().allocateVeid(value));
-        if (outcome.rc == 0)
-            outcome.payload["veid"] = value;
-        return outcome;
-    };
+    CLI::App& veid = cli.group(cli.root(), "veid", "VEIDs");
+    cli.add(veid, "allocate", "veid allocate", [](CLI::App&) -> Build {
+        return [] {
+            return Runner([](Session& session) {
+                int value = 0;
+                Outcome outcome = resultOf(session.kqsEnvM().allocateVeid(value));
+                if (outcome.rc == 0)
+                    outcome.payload["veid"] = value;
+                return outcome;
+            });
+        };
+    });
 }
 
-Runner privateFile(Args& args)
+// private get|put CT NAME: the agent's own files inside a container.
+void addPrivate(CommandLine& cli, CLI::App& group, bool put)
 {
-    std::string what = args.next("private subcommand");
-    if (what != "get" && what != "put")
-        throw UsageError("unknown private subcommand '" + what + "'");
-    CtRef ct = parseCT(args.next("CT"));
-    std::string name = args.next("NAME");
-    args.expectEnd();
-    bool put = what == "put";
-    return [ct, name, put](Session& session) {
-        Outcome outcome;
-        KQC::KQCEID eid;
-        if (session.resolve(ct, eid, outcome) != 0)
-            return outcome;
-        if (put) {
-            std::string data((std::istreambuf_iterator<char>(std::cin)), std::istreambuf_iterator<char>());
-            return resultOf(session.kqsEnvM().putPrivate(eid, name, data));
-        }
-        std::string data;
-        outcome = resultOf(session.kqsEnvM().getPrivate(eid, name, data));
-        if (outcome.rc == 0)
-            outcome.payload["data"] = data;
-        return outcome;
-    };
+    std::string synopsis = std::string("private ") + (put ? "put" : "get") + " CT NAME";
+    cli.add(group, put ? "put" : "get", synopsis, [&cli, put](CLI::App& command) -> Build {
+        std::string& ctText = addCT(cli, command);
+        auto& name = cli.value<std::string>();
+        command.add_option("NAME", name, "file name")->required();
+        return [&ctText, &name, put] {
+            CtRef ct = parseCT(ctText);
+            std::string file = name;
+            return Runner([ct, file, put](Session& session) {
+                Outcome outcome;
+                KQC::KQCEID eid;
+                if (session.resolve(ct, eid, outcome) != 0)
+                    return outcome;
+                if (put) {
+                    std::string data((std::istreambuf_iterator<char>(std::cin)), std::istreambuf_iterator<char>());
+                    return resultOf(session.kqsEnvM().putPrivate(eid, file, data));
+                }
+                std::string data;
+                outcome = resultOf(session.kqsEnvM().getPrivate(eid, file, data));
+                if (outcome.rc == 0)
+                    outcome.payload["data"] = data;
+                return outcome;
+            });
+        };
+    });
 }
 
 } // namespace
 
-void addRegistryCommands(CommandMap& commands)
+void addRegistryCommands(CommandLine& cli)
 {
-    commands["sync"] = sync;
-    commands["veid"] = veid;
-    commands["private"] = privateFile;
+    addSync(cli);
+    addVeid(cli);
+    CLI::App& privateGroup = cli.group(cli.root(), "private", "the agent's files inside a container");
+    addPrivate(cli, privateGroup, false);
+    addPrivate(cli, privateGroup, true);
 }
 
 } // namespace kqagent

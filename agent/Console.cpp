@@ -33,43 +33,6 @@ bool allDigits(const std::string& text)
 
 } // namespace
 
-const std::string& Args::peek() const
-{
-    static const std::string none;
-    return empty() ? none : m_words[m_pos];
-}
-
-std::string Args::next(const char* what)
-{
-    if (empty())
-        throw UsageError(std::string("missing ") + what);
-    return m_words[m_pos++];
-}
-
-bool Args::take(const std::string& flag)
-{
-    if (empty() || m_words[m_pos] != flag)
-        return false;
-    ++m_pos;
-    return true;
-}
-
-bool Args::takeValue(const std::string& flag, std::string& value)
-{
-    if (!take(flag))
-        return false;
-    if (empty())
-        throw UsageError("option " + flag + " needs a value");
-    value = m_words[m_pos++];
-    return true;
-}
-
-void Args::expectEnd() const
-{
-    if (!empty())
-        throw UsageError("unexpected argument '" + m_words[m_pos] + "'");
-}
-
 long long parseNumber(const std::string& text, const char* what)
 {
     bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
@@ -131,6 +94,8 @@ KQS::KQSEnvM& Session::kqsEnvM()
 CtRef parseCT(const std::string& text)
 {
     CtRef ct;
+    if (text.empty())
+        throw UsageError("missing CT");
     if (ct.eid.fromString(text) == 0)
         return ct;
     if (!allDigits(text) || text.size() > 10 || std::strtoll(text.c_str(), nullptr, 10) > 2147483647LL)
@@ -150,18 +115,6 @@ int Session::resolve(const CtRef& ct, KQC::KQCEID& eid, Outcome& outcome)
     if (rc != 0)
         outcome = resultOf(rc);
     return rc;
-}
-
-Runner parseCommand(const std::vector<std::string>& words)
-{
-    if (words.empty())
-        throw UsageError("no command given");
-    const auto& table = commandTable();
-    auto it = table.find(words[0]);
-    if (it == table.end())
-        throw UsageError("unknown command '" + words[0] + "'");
-    Args args(std::vector<std::string>(words.begin() + 1, words.end()));
-    return it->second(args);
 }
 
 Outcome resultOf(int rc)

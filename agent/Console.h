@@ -1,17 +1,18 @@
 #pragma once
 // The console's command layer: one command line in, one outcome out.
 //
-// A command is parsed completely before anything runs; a malformed one
-// throws UsageError and runs nothing. A command that ran yields an Outcome:
-// the manager's int result, the framework's error message when that result
-// is not 0, and the command's payload (JSON fields, and the same for the
-// readable form).
+// A command is parsed completely before anything runs (CommandLine.h); a
+// malformed one throws UsageError and runs nothing. A command that ran
+// yields an Outcome: the manager's int result, the framework's error
+// message when that result is not 0, and the command's payload (JSON
+// fields, and the same for the readable form).
 #include "KQC/Access.h"
 #include "KQC/GUID.h"
 #include "KQS/EnvM.h"
 
 #include <boost/json.hpp>
 #include <functional>
+#include <iosfwd>
 #include <map>
 #include <set>
 #include <stdexcept>
@@ -24,29 +25,19 @@ struct UsageError : std::runtime_error {
     explicit UsageError(const std::string& text) : std::runtime_error(text) {}
 };
 
+class JsonWriter;
+
 struct Outcome {
     int rc = 0;
     std::string error;
     boost::json::object payload;
-};
-
-// The arguments of one command after its name, consumed front to back.
-class Args {
-public:
-    explicit Args(std::vector<std::string> words) : m_words(std::move(words)) {}
-    bool empty() const { return m_pos >= m_words.size(); }
-    const std::string& peek() const;
-    // The next positional word; UsageError naming `what` when there is none.
-    std::string next(const char* what);
-    // Whether the next word is `flag` (then it is consumed).
-    bool take(const std::string& flag);
-    // The value after option `flag` when the next word is `flag`.
-    bool takeValue(const std::string& flag, std::string& value);
-    void expectEnd() const;
-
-private:
-    std::vector<std::string> m_words;
-    size_t m_pos = 0;
+    // A long list written item by item as the output is produced instead of
+    // being built first: in JSON mode the field `streamKey`, after the
+    // payload's fields, whose value `writeJson` writes; in the readable form
+    // whatever `writeText` prints. Either may be empty.
+    std::string streamKey;
+    std::function<void(JsonWriter&)> writeJson;
+    std::function<void(std::ostream&)> writeText;
 };
 
 // A decimal or 0x-prefixed hexadecimal number; UsageError naming `what`.
@@ -92,17 +83,8 @@ struct CtRef {
 // UsageError when the text is neither a GUID nor a decimal VEID.
 CtRef parseCT(const std::string& text);
 
-// A command is handled in two steps: parsing its arguments (which may throw
-// UsageError and runs nothing) gives a Runner, which then does the work.
+// The work of one parsed command, run once the plug-in is loaded.
 typedef std::function<Outcome(Session&)> Runner;
-typedef std::function<Runner(Args&)> CommandHandler;
-
-// Every command of the console, by its first word (and for grouped
-// commands such as "veid allocate", the handler reads the second word).
-const std::map<std::string, CommandHandler>& commandTable();
-
-// Parses one command line (name and arguments); UsageError when malformed.
-Runner parseCommand(const std::vector<std::string>& words);
 
 // Fills `outcome` from a manager's result.
 Outcome resultOf(int rc);

@@ -1,8 +1,8 @@
 #include "Output.h"
 
-#include <iomanip>
+#include "JsonWriter.h"
+
 #include <iostream>
-#include <sstream>
 
 namespace kqagent {
 namespace {
@@ -11,27 +11,7 @@ std::string scalarText(const boost::json::value& value)
 {
     if (value.is_string())
         return std::string(value.as_string().c_str(), value.as_string().size());
-    return boost::json::serialize(value);
-}
-
-std::string field(const boost::json::object& object, const char* key)
-{
-    auto it = object.find(key);
-    return it == object.end() ? "-" : scalarText(it->value());
-}
-
-void printEnvTable(const boost::json::array& envs)
-{
-    std::cout << std::left << std::setw(40) << "EID" << std::setw(10) << "VEID" << std::setw(7) << "STATE"
-              << std::setw(11) << "TRANSITION" << "NAME" << "\n";
-    for (const auto& value : envs) {
-        if (!value.is_object())
-            continue;
-        const boost::json::object& env = value.as_object();
-        std::cout << std::left << std::setw(40) << field(env, "eid") << std::setw(10) << field(env, "veid")
-                  << std::setw(7) << field(env, "state") << std::setw(11) << field(env, "transition")
-                  << field(env, "name") << "\n";
-    }
+    return jsonText(value);
 }
 
 void printObject(const boost::json::object& object, const std::string& indent)
@@ -47,44 +27,74 @@ void printObject(const boost::json::object& object, const std::string& indent)
     }
 }
 
-} // namespace
-
-void printOutcome(const Outcome& outcome, bool json)
+void printJson(const Outcome& outcome)
 {
-    if (json) {
-        boost::json::object object;
-        object["rc"] = outcome.rc;
-        object["error"] = outcome.rc == 0 ? std::string() : outcome.error;
-        for (const auto& entry : outcome.payload)
-            object[entry.key()] = entry.value();
-        std::cout << boost::json::serialize(object) << "\n" << std::flush;
-        return;
+    JsonWriter writer(std::cout);
+    writer.beginObject();
+    writer.key("rc");
+    writer.number(outcome.rc);
+    writer.key("error");
+    writer.string(outcome.rc == 0 ? std::string() : outcome.error);
+    for (const auto& entry : outcome.payload) {
+        writer.key(std::string_view(entry.key().data(), entry.key().size()));
+        writer.value(entry.value());
     }
+    if (outcome.writeJson) {
+        writer.key(outcome.streamKey);
+        outcome.writeJson(writer);
+    }
+    writer.endObject();
+    std::cout << "\n" << std::flush;
+}
+
+void printText(const Outcome& outcome)
+{
     for (const auto& entry : outcome.payload) {
         const boost::json::value& value = entry.value();
-        if (entry.key() == "envs" && value.is_array())
-            printEnvTable(value.as_array());
-        else if (entry.key() == "data" && value.is_string())
-            std::cout << value.as_string().c_str();
+        if (entry.key() == "data" && value.is_string())
+            std::cout.write(value.as_string().data(), static_cast<std::streamsize>(value.as_string().size()));
         else if (value.is_object())
             printObject(value.as_object(), "");
         else
             std::cout << std::string(entry.key()) << ": " << scalarText(value) << "\n";
     }
+    if (outcome.writeText)
+        outcome.writeText(std::cout);
     std::cout << std::flush;
     if (outcome.rc != 0)
         std::cerr << "error: " << outcome.error << " (result " << outcome.rc << ")\n";
 }
 
+void printFailure(int rc, const std::string& error)
+{
+    Outcome outcome;
+    outcome.rc = rc;
+    outcome.error = error;
+    printJson(outcome);
+}
+
+} // namespace
+
+void printOutcome(const Outcome& outcome, bool json)
+{
+    if (json)
+        printJson(outcome);
+    else
+        printText(outcome);
+}
+
 void printUsageError(const std::string& text, bool json)
 {
     std::cerr << "kqagent: usage: " << text << "\n";
-    if (json) {
-        boost::json::object object;
-        object["rc"] = 2;
-        object["error"] = "usage: " + text;
-        std::cout << boost::json::serialize(object) << "\n" << std::flush;
-    }
+    if (json)
+        printFailure(2, "usage: " + text);
+}
+
+void printStartupError(const std::string& text, bool json)
+{
+    std::cerr << "kqagent: " << text << "\n";
+    if (json)
+        printFailure(1, text);
 }
 
 } // namespace kqagent

@@ -1,33 +1,32 @@
 // kqagent: the console that loads the plug-in and drives it, as the host
 // agent does for one client.
-#include "Console.h"
+#include "CommandLine.h"
 #include "Output.h"
 #include "PluginLoader.h"
 #include "SimRoot.h"
 
 #include "KQC/HostPaths.h"
 #include "KQC/Log.h"
-#include "KQC/Error.h"
-#include "KQS/ShellSyntax.h"
 
+#include <cstdlib>
+#include <ctime>
 #include <iostream>
+#include <sys/random.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
-const char* const kUsage =
-    "kqagent [--root DIR] [--json] [--deny RIGHTS] [--plugin PATH] [-v] COMMAND [ARGS...]\n"
-    "commands: list, info, sync, start, stop, restart, mount, umount, destroy, suspend, resume,\n"
-    "          veid allocate, private get|put, batch";
+const char* const kProgram = "kqagent";
+const char* const kGlobalSynopsis = "[--root DIR] [--json] [--deny RIGHTS] [--plugin PATH] [-v] COMMAND [ARGS...]";
 
 struct GlobalOptions {
     std::string root;
     bool json = false;
+    std::string deny;
     std::set<int> denied;
     std::string plugin;
     bool verbose = false;
-    bool help = false;
-    std::vector<std::string> command;
 };
 
 std::set<int> parseRights(const std::string& text)
@@ -45,39 +44,25 @@ std::set<int> parseRights(const std::string& text)
     return rights;
 }
 
-GlobalOptions parseGlobalOptions(int argc, char** argv)
+void addGlobalOptions(kqagent::CommandLine& cli, GlobalOptions& options)
 {
-    GlobalOptions options;
-    int i = 1;
-    for (; i < argc; ++i) {
-        std::string word = argv[i];
-        auto value = [&](const char* name) {
-            if (i + 1 >= argc)
-                throw kqagent::UsageError(std::string("option ") + name + " needs a value");
-            return std::string(argv[++i]);
-        };
-        if (word == "--root")
-            options.root = value("--root");
-        else if (word == "--json")
-            options.json = true;
-        else if (word == "--deny")
-            options.denied = parseRights(value("--deny"));
-        else if (word == "--plugin")
-            options.plugin = value("--plugin");
-        else if (word == "-v" || word == "--verbose")
-            options.verbose = true;
-        else if (word == "--help" || word == "-h")
-            options.help = true;
-        else if (!word.empty() && word[0] == '-')
-            throw kqagent::UsageError("unknown option '" + word + "'");
-        else
-            break;
-    }
-    for (; i < argc; ++i)
-        options.command.push_back(argv[i]);
-    if (options.command.empty() && !options.help)
-        throw kqagent::UsageError("no command given (kqagent --help lists the commands)");
-    return options;
+    CLI::App& root = cli.root();
+    cli.describe(root, kGlobalSynopsis);
+    root.add_option("--root", options.root, "host root");
+    root.add_flag("--json", options.json, "one JSON object per command on standard output");
+    root.add_option("--deny", options.deny, "comma-separated rights this client does not hold");
+    root.add_option("--plugin", options.plugin, "the plug-in to load");
+    root.add_flag("-v,--verbose", options.verbose, "log and events on standard error");
+}
+
+// The C library's generator draws the VEIDs the registry proposes; without
+// a seed every console would propose the same ones.
+void seedRandom()
+{
+    unsigned int seed = 0;
+    if (::getrandom(&seed, sizeof seed, 0) != static_cast<ssize_t>(sizeof seed))
+        seed = static_cast<unsigned int>(std::time(nullptr)) ^ static_cast<unsigned int>(::getpid());
+    std::srand(seed);
 }
 
 // The agent's log: a file in its base folder when that folder exists,
@@ -98,6 +83,7 @@ bool runOne(kqagent::Session& session, const kqagent::Runner& runner, bool json)
     try {
         outcome = runner(session);
     } catch (const std::exception& e) {
+        outcome = kqagent::Outcome();
         outcome.rc = -1;
         outcome.error = e.what();
     }
@@ -111,16 +97,11 @@ int runBatch(kqagent::Session& session, bool json)
     bool allGood = true;
     std::string line;
     while (std::getline(std::cin, line)) {
-        std::vector<std::string> words;
         size_t first = line.find_first_not_of(" \t\r");
         if (first == std::string::npos || line[first] == '#')
             continue;
         try {
-            if (KQS::splitShellWords(line, words) != 0)
-                throw kqagent::UsageError(KQC::getErrorMessage());
-            if (!words.empty() && words[0] == "batch")
-                throw kqagent::UsageError("batch does not nest");
-            kqagent::Runner runner = kqagent::parseCommand(words);
+            kqagent::Runner runner = kqagent::parseBatchLine(line);
             allGood = runOne(session, runner, json) && allGood;
         } catch (const kqagent::UsageError& e) {
             kqagent::printUsageError(e.what(), json);
@@ -134,20 +115,28 @@ int runBatch(kqagent::Session& session, bool json)
 
 int main(int argc, char** argv)
 {
+    seedRandom();
     GlobalOptions options;
     kqagent::Runner runner;
     bool batch = false;
     try {
-        options = parseGlobalOptions(argc, argv);
-        if (options.help) {
-            std::cout << "usage: " << kUsage << "\n";
+        kqagent::CommandLine cli(kProgram);
+        addGlobalOptions(cli, options);
+        kqagent::addAllCommands(cli);
+        cli.add(cli.root(), "batch", "batch", [&batch](CLI::App&) -> kqagent::Build {
+            return [&batch] {
+                batch = true;
+                return kqagent::Runner([](kqagent::Session&) { return kqagent::Outcome(); });
+            };
+        });
+        std::string help;
+        runner = cli.parse(std::vector<std::string>(argv + 1, argv + argc), help);
+        if (!runner) {
+            std::cout << "usage:\n" << help;
             return 0;
         }
-        batch = options.command[0] == "batch";
-        if (batch && options.command.size() > 1)
-            throw kqagent::UsageError("batch takes no arguments");
-        if (!batch)
-            runner = kqagent::parseCommand(options.command);
+        if (!options.deny.empty())
+            options.denied = parseRights(options.deny);
     } catch (const kqagent::UsageError& e) {
         kqagent::printUsageError(e.what(), false);
         return 2;
@@ -155,14 +144,14 @@ int main(int argc, char** argv)
 
     std::string error;
     if (!options.root.empty() && kqagent::arrangeHostRoot(options.root, argv, error) != 0) {
-        std::cerr << "kqagent: " << error << "\n";
+        kqagent::printStartupError(error, options.json);
         return 1;
     }
     setUpLogging(options.verbose);
 
     kqagent::PluginLoader plugin;
     if (plugin.load(options.plugin.empty() ? kqagent::PluginLoader::defaultPath() : options.plugin, error) != 0) {
-        std::cerr << "kqagent: " << error << "\n";
+        kqagent::printStartupError(error, options.json);
         return 1;
     }
     int status;
