@@ -7,6 +7,9 @@ void addAllCommands(CommandLine& cli)
     addEnvCommands(cli);
     addRegistryCommands(cli);
     addConfigCommands(cli);
+    addStatCommands(cli);
+    addProcessCommands(cli);
+    addMountCommands(cli);
 }
 
 std::string& addCT(CommandLine& cli, CLI::App& command, bool required)

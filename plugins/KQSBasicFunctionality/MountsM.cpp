@@ -386,8 +386,10 @@ int MountsM::processMountInFile(std::istream& in, std::ostream& out, const KQC::
     while (std::getline(in, line)) {
         KQC::KQCDevMountInfo parsed;
         if (readMountStr(line.c_str(), mode, parsed) == 0 && parsed.getMountPoint() == info.getMountPoint()) {
-            if (!remove)
+            if (!remove) {
+                KQC::setErrorMessage("mount point '%s' is recorded already", info.getMountPoint().c_str());
                 return KQS_MOUNT_ERR_RECORDED;
+            }
             continue;
         }
         // The script ends here; whatever followed could never run anyway.
