@@ -204,12 +204,9 @@ int containerRootPrefix(std::string& prefix)
 }
 
 // Active mounts of the kernel's table that belong to the target.
-int activeMounts(const Target& target, const KQC::KQCDeviceInfo& devices, std::vector<KQC::KQCDevMountInfo>& out)
+int activeMounts(const Target& target, const std::string& prefix, const KQC::KQCDeviceInfo& devices,
+                 std::vector<KQC::KQCDevMountInfo>& out)
 {
-    std::string prefix;
-    if (target.host)
-        if (int rc = containerRootPrefix(prefix))
-            return rc;
     std::string text;
     if (KQC::file2str(KQC::hostPath("/proc/mounts"), text) != 0)
         return KQS_MOUNT_ERR_MOUNT_TABLE;
@@ -494,11 +491,14 @@ int MountsM::getMounts(const KQC::KQCEID& eid, std::vector<KQC::KQCDevMountInfo>
     Target target;
     if (int rc = resolveTarget(eid, target))
         return rc;
+    std::string prefix;
+    if (int rc = containerRootPrefix(prefix))
+        return rc;
     KQC::KQCDevMLocal deviceManager{KQC::KQCAccessProvider()};
     KQC::KQCDeviceInfo devices;
     if (int rc = deviceManager.getInfo(&devices))
         return rc;
-    if (int rc = activeMounts(target, devices, out))
+    if (int rc = activeMounts(target, prefix, devices, out))
         return rc;
     if (target.host)
         return tableMounts(devices, out);
