@@ -2,6 +2,7 @@
 
 #include "KQC/EnvCache.h"
 #include "KQC/EnvConfig.h"
+#include "KQC/Error.h"
 #include "KQC/Exec.h"
 #include "KQC/HostPaths.h"
 #include "KQC/Lock.h"
@@ -54,8 +55,8 @@ KQSProcessParser* KQSProcessParser::instance()
 
 std::string KQSProcessParser::getCommand()
 {
-    static const std::string command = KQC::hostPath("/bin/kqps");
-    return command;
+    // Resolved at each call: the host root is the caller's environment.
+    return KQC::hostPath("/bin/kqps");
 }
 
 std::string KQSProcessParser::getStrParameters(const ParserOptions& options)
@@ -99,11 +100,11 @@ int runKQPsProg(const KQC::KQCEID& eid, const char* options, const char* format,
                 void (*callback)(void* ctx, const char* line), void* ctx)
 {
     boost::shared_ptr<KQC::KQCEnv> env = KQC::envCache()->getEnvCopy(eid);
-    if (!env || !env->getConfig())
-        return -1;
     int veid = 0;
-    if (KQSEnvConfig(*env->getConfig()).getVeid(veid) != 0)
+    if (!env || !env->getConfig() || KQSEnvConfig(*env->getConfig()).getVeid(veid) != 0) {
+        KQC::setErrorMessage("can't find the container of environment '%s'", eid.toString().c_str());
         return -1;
+    }
     KQC::ExecutionArgs args;
     args.push_back(KQC::hostPath("/bin/kqps"));
     args.push_back(options);
