@@ -18,7 +18,10 @@ namespace {
 void writeLine(const std::string& text)
 {
     std::string line = text + "\n";
-    KQC::writeAll(2, line.data(), line.size());
+    // Standard error is the last place left to report a failure to write
+    // to standard error: a lost progress line is all that can happen.
+    if (KQC::writeAll(2, line.data(), line.size()) != 0)
+        return;
 }
 
 bool allDigits(const std::string& text)

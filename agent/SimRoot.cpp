@@ -1,10 +1,13 @@
 #include "SimRoot.h"
 
+#include "KQC/Error.h"
+#include "KQC/Files.h"
+
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <sstream>
 #include <map>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,7 +29,12 @@ bool isDirectory(const std::string& path)
 std::map<std::string, std::string> readEnvFile(const std::string& path)
 {
     std::map<std::string, std::string> values;
-    std::ifstream in(path);
+    // Read as any host file: a FIFO or a link to a device left there must
+    // not hang the console. An unreadable file sets nothing.
+    std::string text;
+    if (KQC::file2str(path, text) != 0)
+        return values;
+    std::istringstream in(text);
     std::string line;
     while (std::getline(in, line)) {
         size_t eq = line.find('=');
@@ -60,8 +68,13 @@ void relaxSanitizerOrder()
 int arrangeHostRoot(const std::string& root, char** argv, std::string& error)
 {
     char resolved[PATH_MAX];
-    if (!::realpath(root.c_str(), resolved) || !isDirectory(resolved)) {
-        error = "host root '" + root + "': " + (errno ? std::strerror(errno) : "not a directory");
+    if (!::realpath(root.c_str(), resolved)) {
+        error = KQC::errnoText("host root '" + root + "'", errno);
+        return -1;
+    }
+    // errno says nothing here: the path resolved, it just is no folder.
+    if (!isDirectory(resolved)) {
+        error = "host root '" + root + "': not a directory";
         return -1;
     }
     std::string absolute = resolved;
@@ -84,7 +97,7 @@ int arrangeHostRoot(const std::string& root, char** argv, std::string& error)
     }
     ::setenv(kArrangedFor, absolute.c_str(), 1);
     ::execv("/proc/self/exe", argv);
-    error = std::string("can't re-execute the console: ") + std::strerror(errno);
+    error = KQC::errnoText("can't re-execute the console", errno);
     return -1;
 }
 

@@ -4,7 +4,9 @@
 #include "KQC/Handle.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <ctime>
 #include <cstdlib>
 #include <fcntl.h>
 #include <ostream>
@@ -28,15 +30,23 @@ private:
 };
 
 
-int openReading(const std::string& path, KQCHandle& fd)
+// Opens a host file for reading without blocking: a FIFO with no writer
+// would otherwise hang the caller in open() itself.
+int openHostFile(const std::string& path, KQCHandle& fd)
 {
-    fd.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    int raw;
+    do {
+        raw = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    } while (raw < 0 && errno == EINTR);
+    fd.reset(raw);
     if (!fd.isValid()) {
         setErrorMessage("can't open '%s': %m", path.c_str());
         return -1;
     }
     return 0;
 }
+
+constexpr size_t kRandomSuffixLength = 6;  // mkostemp's "XXXXXX"
 
 // A unique new file "<base><tag>XXXXXX" beside base; the descriptor is
 // returned in fd and the name in path.
@@ -45,8 +55,7 @@ int makeUniqueSibling(const std::string& base, const char* tag, KQCHandle& fd, s
     std::vector<char> name(base.begin(), base.end());
     for (const char* t = tag; *t; ++t)
         name.push_back(*t);
-    for (int i = 0; i < 6; ++i)
-        name.push_back('X');
+    name.insert(name.end(), kRandomSuffixLength, 'X');
     name.push_back('\0');
     fd.reset(::mkostemp(name.data(), O_CLOEXEC));
     if (!fd.isValid()) {
@@ -195,15 +204,9 @@ int readHostFd(int fd, const std::string& path, std::string& out, size_t limit)
 
 int file2str(const std::string& path, std::string& out, int /*flags*/, size_t limit)
 {
-    int raw;
-    do {
-        raw = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    } while (raw < 0 && errno == EINTR);
-    KQCHandle fd(raw);
-    if (!fd.isValid()) {
-        setErrorMessage("can't open '%s': %m", path.c_str());
+    KQCHandle fd;
+    if (openHostFile(path, fd) != 0)
         return -1;
-    }
     return readHostFd(fd.get(), path, out, limit);
 }
 
@@ -239,37 +242,65 @@ int str2file(const std::string& path, const std::string& data)
 int copyFile(const std::string& from, const std::string& to)
 {
     KQCHandle source;
-    if (openReading(from, source) != 0)
+    if (openHostFile(from, source) != 0)
         return -1;
     struct stat st;
     if (::fstat(source.get(), &st) != 0) {
         setErrorMessage("can't stat '%s': %m", from.c_str());
         return -1;
     }
-    TemporaryFile tmp(to);
-    if (!tmp.isValid())
+    std::string data;
+    if (readHostFd(source.get(), from, data) != 0)
         return -1;
-    char chunk[65536];
-    for (;;) {
-        ssize_t n = ::read(source.get(), chunk, sizeof chunk);
-        if (n < 0 && errno == EINTR)
+    return writeFileAtomic(to, data, st.st_mode & 07777);
+}
+
+bool isTemporaryName(const std::string& name)
+{
+    const size_t tagLength = sizeof kTemporaryTag - 1;
+    if (name.size() <= tagLength + kRandomSuffixLength)
+        return false;
+    const size_t tagAt = name.size() - kRandomSuffixLength - tagLength;
+    if (name.compare(tagAt, tagLength, kTemporaryTag) != 0)
+        return false;
+    // mkostemp fills the suffix with letters and digits only.
+    for (size_t i = tagAt + tagLength; i < name.size(); ++i) {
+        unsigned char c = static_cast<unsigned char>(name[i]);
+        if (!std::isalnum(c))
+            return false;
+    }
+    return true;
+}
+
+int removeStaleTemporaries(const std::string& dir, long maxAgeSeconds)
+{
+    KQCHandle dirFd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!dirFd.isValid()) {
+        if (errno == ENOENT)
+            return 0;
+        setErrorMessage("can't open directory '%s': %m", dir.c_str());
+        return -1;
+    }
+    OpenDir entries(dir);
+    if (!entries)
+        return -1;
+    const time_t now = ::time(nullptr);
+    int removed = 0;
+    while (entries.read()) {
+        const std::string name = entries.name();
+        if (!isTemporaryName(name))
             continue;
-        if (n < 0) {
-            setErrorMessage("can't read '%s': %m", from.c_str());
-            return -1;
-        }
-        if (n == 0)
-            break;
-        if (writeAll(tmp.fd(), chunk, static_cast<size_t>(n)) != 0) {
-            setErrorMessage("can't write '%s': %m", tmp.getpath().c_str());
-            return -1;
-        }
+        struct stat st;
+        // Relative to the opened directory and without following links: a
+        // link planted under our naming must not steer the removal elsewhere.
+        if (::fstatat(dirFd.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode))
+            continue;
+        if (now - st.st_mtime <= maxAgeSeconds)
+            continue;
+        if (::unlinkat(dirFd.get(), name.c_str(), 0) == 0)
+            ++removed;
     }
-    if (::fchmod(tmp.fd(), st.st_mode & 07777) != 0) {
-        setErrorMessage("can't set the mode of '%s': %m", tmp.getpath().c_str());
-        return -1;
-    }
-    return tmp.commit();
+    return removed;
 }
 
 int removeFile(const std::string& path)
@@ -339,7 +370,7 @@ TemporaryFile::TemporaryFile(const std::string& target, bool create) : m_state(n
 {
     State& s = *m_state;
     s.target = target;
-    if (makeUniqueSibling(target, "~tmp", s.fd, s.path) != 0)
+    if (makeUniqueSibling(target, kTemporaryTag, s.fd, s.path) != 0)
         return;
     s.valid = true;
     if (!create) {
@@ -466,7 +497,11 @@ BackupFile::~BackupFile()
     // failure's errno and message for the caller.
     ErrnoKeeper keep;
     std::string message = getErrorMessage();
-    restore();
+    // A failed restore leaves the copy beside the file under its "~bak"
+    // name, so the old contents are not lost; the caller's message says
+    // what went wrong first.
+    if (restore() != 0)
+        message += std::string("; and the old contents stay in '") + m_backup + "': " + getErrorMessage();
     setErrorMessage("%s", message.c_str());
 }
 

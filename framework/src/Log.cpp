@@ -69,10 +69,12 @@ void Logger::put(int level, const char* format, ...) const
             base = p + 1;
     std::string line = timestamp() + " " + std::to_string(level) + " " + m_component + " " + base + ":" +
                        std::to_string(m_line) + " " + body + "\n";
-    if (fd >= 0)
-        writeAll(fd, line.data(), line.size());
+    // A log line that cannot be written has nowhere else to go; a full log
+    // disk must not make the operation being logged fail.
+    bool written = fd < 0 || writeAll(fd, line.data(), line.size()) == 0;
     if (toStderr)
-        writeAll(2, line.data(), line.size());
+        written = writeAll(2, line.data(), line.size()) == 0 && written;
+    static_cast<void>(written);
     errno = savedErrno;
 }
 
@@ -87,7 +89,9 @@ int LogSettings::setFile(const std::string& path)
     std::lock_guard<std::mutex> guard(g_fileMutex);
     int fd = -1;
     if (!path.empty()) {
-        fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+        // Without a reader, opening a FIFO for writing would wait for one
+        // for ever; non-blocking, it fails at once instead.
+        fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
         if (fd < 0) {
             setErrorMessage("can't open log file '%s': %m", path.c_str());
             return -1;

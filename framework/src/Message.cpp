@@ -1,15 +1,17 @@
 #include "KQC/Message.h"
 
-#include "ConfigFileIO.h"
 #include "TextHelpers.h"
 #include "KQC/Error.h"
+#include "KQC/Files.h"
 
 #include <boost/property_tree/ptree.hpp>
 #include <boost/property_tree/xml_parser.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <sstream>
 
 namespace KQC {
@@ -256,9 +258,97 @@ int treeToNode(const ptree& tree, KQCMessageNode& node, std::string& problem)
     return 0;
 }
 
+// Our messages nest a handful of levels; the XML reader and every walk
+// over the tree below recurse once per level, so a file of nothing but
+// opening tags would exhaust the stack long before it ran out of text.
+constexpr size_t kMaxMessageDepth = 64;
+
+// Where the markup construct that starts at `from` ends (one past its
+// closing text), or npos when it never ends.
+size_t skipPast(const std::string& text, size_t from, const char* closing)
+{
+    size_t at = text.find(closing, from);
+    return at == std::string::npos ? at : at + std::strlen(closing);
+}
+
+// The end of a start or end tag that begins at `from`; '>' inside quoted
+// attribute values does not end it.
+size_t tagEnd(const std::string& text, size_t from)
+{
+    char quote = 0;
+    for (size_t i = from; i < text.size(); ++i) {
+        char c = text[i];
+        if (quote)
+            quote = c == quote ? 0 : quote;
+        else if (c == '"' || c == '\'')
+            quote = c;
+        else if (c == '>')
+            return i;
+    }
+    return std::string::npos;
+}
+
+// One past the end of a document type declaration: its bracketed internal
+// part may hold '>' and '<', all of it skipped as the reader skips it.
+size_t declarationEnd(const std::string& text, size_t from)
+{
+    size_t brackets = 0;
+    for (size_t i = from; i < text.size(); ++i) {
+        if (text[i] == '[')
+            ++brackets;
+        else if (text[i] == ']' && brackets > 0)
+            --brackets;
+        else if (text[i] == '>' && brackets == 0)
+            return i + 1;
+    }
+    return std::string::npos;
+}
+
+// The deepest element nesting of the text, counted the way the XML reader
+// will see it (comments, CDATA, declarations and processing instructions
+// hold no elements), stopping as soon as it passes `limit`. Unbalanced or
+// unterminated markup is left for the reader to reject.
+size_t nestingDepth(const std::string& text, size_t limit)
+{
+    size_t depth = 0;
+    size_t deepest = 0;
+    size_t i = text.find('<');
+    while (i != std::string::npos && i + 1 < text.size() && deepest <= limit) {
+        size_t next;
+        if (text.compare(i, 4, "<!--") == 0)
+            next = skipPast(text, i + 4, "-->");
+        else if (text.compare(i, 9, "<![CDATA[") == 0)
+            next = skipPast(text, i + 9, "]]>");
+        else if (text[i + 1] == '?')
+            next = skipPast(text, i + 2, "?>");
+        else if (text.compare(i, 9, "<!DOCTYPE") == 0)
+            next = declarationEnd(text, i + 9);
+        else if (text[i + 1] == '!')
+            next = skipPast(text, i + 2, ">");
+        else {
+            size_t end = tagEnd(text, i + 1);
+            if (end == std::string::npos)
+                break;
+            if (text[i + 1] == '/')
+                depth -= depth > 0 ? 1 : 0;
+            else if (text[end - 1] != '/')
+                deepest = std::max(deepest, ++depth);
+            next = end + 1;
+        }
+        if (next == std::string::npos)
+            break;
+        i = text.find('<', next);
+    }
+    return deepest;
+}
+
 int parseMessageText(const std::string& text, std::string& name, KQCMessageNode& node,
                      std::string& problem)
 {
+    if (nestingDepth(text, kMaxMessageDepth) > kMaxMessageDepth) {
+        problem = "elements nested deeper than " + std::to_string(kMaxMessageDepth) + " levels";
+        return -1;
+    }
     ptree document;
     try {
         std::istringstream input(text);
@@ -601,7 +691,7 @@ int KQCMessage::saveToString(std::string& text) const
 int KQCMessage::load(const std::string& path)
 {
     std::string text;
-    if (ConfigFileIO::readWholeFile(path, text) != 0)
+    if (file2str(path, text) != 0)
         return -1;
     if (loadFromString(text) != 0) {
         std::string problem = getErrorMessage();
@@ -616,7 +706,8 @@ int KQCMessage::save(const std::string& path) const
     std::string text;
     if (saveToString(text) != 0)
         return -1;
-    return ConfigFileIO::replaceFile(path, text);
+    // Messages are world-readable configuration, as they always were.
+    return writeFileAtomic(path, text, 0644);
 }
 
 boost::shared_ptr<KQCMessage> KQCMsgFactory::createNew()

@@ -2,6 +2,7 @@
 
 #include "ConfigFileIO.h"
 #include "KQC/Error.h"
+#include "KQC/Files.h"
 #include "KQC/HostPaths.h"
 #include "KQC/Log.h"
 #include "KQC/Tags.h"
@@ -283,7 +284,7 @@ int KQCVocabulary::parse(const std::string& text, const std::string& sourceName)
 int KQCVocabulary::load(const std::string& path, KQCVocabulary& vocabulary)
 {
     std::string text;
-    if (ConfigFileIO::readWholeFile(path, text) != 0)
+    if (file2str(path, text) != 0)
         return -1;
     return vocabulary.parse(text, path);
 }

@@ -14,7 +14,9 @@
 
 #include "KQC/EnvCache.h"
 #include "KQC/Error.h"
+#include "KQC/Files.h"
 #include "KQC/Functionality.h"
+#include "KQC/HostPaths.h"
 #include "KQS/Functionality.h"
 #include "KQS/TemplateCache.h"
 
@@ -114,6 +116,20 @@ void unregisterFactories()
     unregisterOperatorFactories(KQC::KQCFunctionality<KQC::KQCLibFunctionality>::kit(), kqsKit);
 }
 
+// Writers killed mid-write leave their temporary files behind. At start no
+// write of ours has begun yet, and one older than a minute belongs to no
+// writer still at work on another client's behalf.
+void removeStaleTemporaries()
+{
+    const long kStaleAfterSeconds = 60;
+    const std::string folders[] = {KQC::KQCInstanceFolders::etc().leaf("configs").string(),
+                                   KQC::hostPath("/etc/sysconfig/kq-scripts"),
+                                   KQC::KQCInstanceFolders::base().string()};
+    for (const std::string& folder : folders)
+        if (KQC::removeStaleTemporaries(folder, kStaleAfterSeconds) < 0)
+            KQS_LOG().put(1, "[%s] %s", "initKQSBasicFunctionalityLocal", KQC::getErrorMessage());
+}
+
 } // namespace
 
 extern "C" __attribute__((visibility("default"))) int initKQSBasicFunctionalityLocal()
@@ -123,6 +139,7 @@ extern "C" __attribute__((visibility("default"))) int initKQSBasicFunctionalityL
     KQS::initKQSFunctionalityAgent();
     initKQCServerGroupLocal();
     registerFactories();
+    removeStaleTemporaries();
     // The warm-up's manager lives until the start is over, as any request's
     // manager lives until its request is.
     KQS::KQSEnvMLocal envM{KQC::KQCAccessProvider()};

@@ -31,10 +31,8 @@ int KQSEnvConfigLock::lock(const KQC::KQCEID& eid)
 
 void KQSEnvConfigLock::unlock()
 {
-    if (m_handle && m_handle->isValid()) {
-        m_handle->unlock();
-        m_handle.reset();
-    }
+    // Closing the descriptor releases its lock; no separate unlock to fail.
+    m_handle.reset();
     if (!m_path.empty()) {
         ::unlink(m_path.c_str());
         m_path.clear();

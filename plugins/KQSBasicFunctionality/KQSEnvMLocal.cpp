@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <cstring>
 #include <sstream>
+#include <sys/stat.h>
 
 namespace KQS {
 namespace {
@@ -118,7 +119,9 @@ boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std:
 {
     boost::shared_ptr<KQC::KQCMessage> message = KQC::KQCMsgFactory::createNew();
     if (message->load(path) != 0) {
-        KQC::setErrorMessage("read '%s' : %s", path.c_str(), std::strerror(errno));
+        // The loader's message names the real cause (a system error, a size
+        // or type refused, or bad markup); errno may be stale by now.
+        KQC::setErrorMessage("read '%s' : %s", path.c_str(), KQC::getErrorMessage());
         // Read it again next time rather than answer from a file we lost.
         entry.stamp.reset();
         return boost::shared_ptr<KQSEnvConfig>();
@@ -232,19 +235,22 @@ int KQSEnvMLocal::putEnvConfig(const KQC::KQCEID& eid, const KQSEnvConfig& confi
     KQC::KQCMessageIterator it = message->getIterator();
     it.putObj(KQC::TAG_ENV_CONFIG, config);
 
-    // A fresh host has no folder yet.
-    KQC::mkDeepDir(path, 0755, KQC::MKDIR_EXCLUDE_LAST);
+    // A fresh host has no folder yet; without one no temporary file can be
+    // made beside the target either.
+    const bool haveFolder = KQC::mkDeepDir(path, 0755, KQC::MKDIR_EXCLUDE_LAST) == 0;
     KQC::TemporaryFile temporary(path, true);
-    if (!temporary.isValid()) {
+    if (!haveFolder || !temporary.isValid()) {
         KQC::setErrorMessage("can't create tmp file for '%s' : %s", path.c_str(), std::strerror(errno));
         return -9;
     }
-    if (message->save(temporary.getpath()) != 0) {
+    // Written once, into the temporary file that then replaces the target.
+    std::string text;
+    if (message->saveToString(text) != 0 || KQC::writeAll(temporary.fd(), text.data(), text.size()) != 0 ||
+        ::fchmod(temporary.fd(), 0644) != 0 || temporary.close() != 0) {
         KQC::setErrorMessage("can't write env config '%s' : %s", path.c_str(), std::strerror(errno));
         return -9;
     }
-    temporary.close();
-    if (KQC::copyFile(temporary.getpath(), path) != 0) {
+    if (temporary.commit() != 0) {
         KQC::setErrorMessage("can't copy tmp file '%s' to '%s' : %s", temporary.getpath().c_str(), path.c_str(),
                              std::strerror(errno));
         return -9;
@@ -399,7 +405,10 @@ int KQSEnvMLocal::removeEnv(const KQC::KQCEID& eid)
         KQS_LOG().put(3, "Skip remove env eid#%s, 'cause env file is locked", eid.toString().c_str());
         return 0;
     }
-    KQC::removeFile(getVPSAgentConfigPathByEid(eid));
+    // A file already gone is what removal wants; anything else is logged,
+    // and the registry is re-read either way.
+    if (KQC::removeFile(getVPSAgentConfigPathByEid(eid)) != 0 && errno != ENOENT)
+        KQS_LOG().put(1, "[%s] %s", "removeEnv", KQC::getErrorMessage());
     KQS_LOG().put(3, "Remove env eid#%s", eid.toString().c_str());
     markRegistryModified();
     return 0;

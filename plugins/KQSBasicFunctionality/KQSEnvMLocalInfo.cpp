@@ -1,5 +1,6 @@
 // Listing environments and their information: the registry joined with the
 // host's container list.
+#include "KQSBasicFunctionalityCommon.h"
 #include "KQSEnvMLocal.h"
 #include "KQSVEActionSystemLinux.h"
 
@@ -147,7 +148,11 @@ int KQSEnvMLocal::getInfoEx(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, 
         rc = addNewEnv(entry.first, eid);
         if (rc)
             return rc;
-        updateEnvEID(eid, entry.second.config);
+        // Without its record the container is still registered and listed,
+        // so a failure to write it is logged rather than failing the listing.
+        if (updateEnvEID(eid, entry.second.config) != 0)
+            KQS_LOG().put(1, "[%s] can't record the EID of ctid %d : %s", "getInfoEx", entry.first,
+                          KQC::getErrorMessage());
         out.push_back(buildEnv(eid, entry.second, mask));
     }
     return 0;

@@ -14,7 +14,7 @@ int KQSFileLock::createFileIfNeeded()
     if (!m_handle || !m_handle->isValid()) {
         int fd;
         do {
-            fd = ::open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+            fd = ::open(m_path.c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
         } while (fd < 0 && errno == EINTR);
         m_handle.reset(new KQC::KQCHandle(fd));
     }
@@ -36,8 +36,7 @@ int KQSFileLock::unlock()
 {
     if (!m_handle || !m_handle->isValid())
         return -1;
-    m_handle->unlock();
-    return 0;
+    return m_handle->unlock();
 }
 
 } // namespace KQS

@@ -258,6 +258,10 @@ void readEntryConfig(int veid, KQSVPSEntry& entry, KQSEnvConfigBashParser& parse
     const KQSEnvConfig& defaults = host.defaults;
     boost::shared_ptr<KQSEnvConfig> config(new KQSEnvConfig());
     if (getBashConfig(path.c_str(), parser, *config) != 0) {
+        // One broken file is that container's problem: it is left out of
+        // this listing, said so in the log, and the others are listed.
+        KQC::Log2(kLogComponent, __FILE__, __LINE__, "getVPSList", __PRETTY_FUNCTION__)
+            .put(1, "can't read the configuration of container %d: %s", veid, KQC::getErrorMessage());
         entry.config.reset();
         parsedConfigs().erase(veid);
         return;

@@ -1,6 +1,7 @@
 #include "KQSVT.h"
 
-#include "KQC/Handle.h"
+#include "KQC/Error.h"
+#include "KQC/Files.h"
 #include "KQC/HostPaths.h"
 #include "KQC/Vocabulary.h"
 
@@ -64,24 +65,15 @@ bool isNewer(const PackageVersion& version, unsigned long build, const PackageVe
     return build > lastBuildWithout;
 }
 
-// The whole of a small file. A missing release file is an ordinary answer,
-// so this leaves the thread's error message alone.
+// The whole of a small file, read as any host file is. A missing release
+// file is an ordinary answer, so this leaves the thread's error message
+// alone.
 bool readSmallFile(const std::string& path, std::string& text)
 {
-    KQC::KQCHandle fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd.isValid())
-        return false;
-    text.clear();
-    char chunk[4096];
-    for (;;) {
-        ssize_t count = ::read(fd.get(), chunk, sizeof chunk);
-        if (count > 0)
-            text.append(chunk, static_cast<size_t>(count));
-        else if (count == 0)
-            return true;
-        else if (errno != EINTR)
-            return false;
-    }
+    const std::string message = KQC::getErrorMessage();
+    const bool read = KQC::file2str(path, text) == 0;
+    KQC::setErrorMessage("%s", message.c_str());
+    return read;
 }
 
 bool vswapFlagExists()

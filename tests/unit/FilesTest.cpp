@@ -1,17 +1,25 @@
 #include "KQC/Files.h"
 
 #include "KQC/Error.h"
+#include "KQC/Message.h"
 #include "TempHost.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
+#include <map>
 #include <ostream>
+#include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -328,6 +336,200 @@ TEST(FilesConversionTest, StrictUnsignedParsing)
     EXPECT_EQ(KQC::strToUlong("18446744073709551616", value), -1);
     EXPECT_EQ(errno, ERANGE);
     EXPECT_EQ(value, 7u);
+}
+
+} // namespace
+
+namespace {
+
+// ---- temporaries left behind ----
+
+TEST_F(FilesTest, OnlyOurOldTemporariesAreRemoved)
+{
+    const long stale = ::time(nullptr) - 120;
+    struct Case {
+        const char* name;
+        const char* kind;  // "file", "link" or "dir"
+        bool old;
+        bool removed;
+    } cases[] = {
+        {"conf~tmpAb3xY9", "file", true, true},
+        {"101.conf~tmp000000", "file", true, true},
+        {"conf~tmpAb3xYz", "file", false, false},  // a writer may still be at work
+        {"conf~tmpAb3x", "file", true, false},     // not mkostemp's six characters
+        {"conf~tmpAb-xY9", "file", true, false},
+        {"conf~bakAb3xY9", "file", true, false},   // a backup, not a temporary
+        {"~tmpAb3xY9", "file", true, false},       // no target name before the tag
+        {"plain.conf", "file", true, false},
+        {"link~tmpAb3xY9", "link", true, false},   // never followed, never removed
+        {"dir~tmpAb3xY9", "dir", true, false},
+    };
+    write("target", "kept");
+    for (const Case& c : cases) {
+        const std::string file = path(c.name);
+        if (std::string(c.kind) == "link")
+            ASSERT_EQ(::symlink(path("target").c_str(), file.c_str()), 0);
+        else if (std::string(c.kind) == "dir")
+            ASSERT_EQ(::mkdir(file.c_str(), 0755), 0);
+        else
+            write(c.name, "partial");
+        if (c.old)
+            kqtest::setModificationTime(file, stale);
+    }
+    EXPECT_EQ(KQC::removeStaleTemporaries(m_temp.dir(), 60), 2);
+    const std::set<std::string> left = entries();
+    for (const Case& c : cases)
+        EXPECT_EQ(left.count(c.name) == 0, c.removed) << c.name;
+    EXPECT_EQ(read("target"), "kept");
+
+    EXPECT_EQ(KQC::removeStaleTemporaries(path("absent"), 60), 0);
+    EXPECT_EQ(KQC::removeStaleTemporaries(path("target"), 60), -1);
+    EXPECT_NE(std::string(KQC::getErrorMessage()).find(path("target")), std::string::npos);
+}
+
+// ---- writers killed at random moments ----
+
+// Contents that tell by themselves whether they are whole: the round, the
+// length of the filler, the filler, and an end mark.
+std::string wholeContents(unsigned round)
+{
+    const size_t filler = 1000 + (round * 7919u) % 60000;
+    return std::to_string(round) + ":" + std::to_string(filler) + ":" + std::string(filler, 'x') + ":end\n";
+}
+
+bool isWhole(const std::string& text)
+{
+    size_t first = text.find(':');
+    size_t second = first == std::string::npos ? first : text.find(':', first + 1);
+    if (second == std::string::npos)
+        return false;
+    unsigned long round = 0;
+    if (KQC::strToUlong(text.substr(0, first), round) != 0)
+        return false;
+    return text == wholeContents(static_cast<unsigned>(round));
+}
+
+// Every kind of replacement, over and over, until the process is killed.
+[[noreturn]] void writeForever(const std::string& dir)
+{
+    for (unsigned round = 0;; ++round) {
+        const std::string text = wholeContents(round);
+        (void)KQC::str2file(dir + "/plain", text);
+        (void)KQC::writeFileAtomic(dir + "/moded", text, 0640);
+        (void)KQC::copyFile(dir + "/source", dir + "/copy");
+        KQC::KQCMessage message;
+        message.getIterator().putString(KQC::TAG_NAME, text);
+        (void)message.save(dir + "/message");
+        KQC::TemporaryFile streamed(dir + "/streamed");
+        streamed.stream() << text;
+        (void)streamed.commit();
+    }
+}
+
+std::string messageText(const std::string& file)
+{
+    KQC::KQCMessage message;
+    std::string text;
+    if (message.load(file) != 0 || message.getIterator().getString(KQC::TAG_NAME, text) != 0)
+        return "unreadable: " + std::string(KQC::getErrorMessage());
+    return text;
+}
+
+TEST_F(FilesTest, KilledWritersLeaveWholeFilesAndOnlyStaleTemporaries)
+{
+    const char* wanted = std::getenv("KQ_WRITE_KILLS");
+    const int rounds = wanted ? std::atoi(wanted) : 150;
+    write("source", wholeContents(7));
+    std::srand(static_cast<unsigned>(::getpid()));
+    for (int round = 0; round < rounds; ++round) {
+        pid_t writer = ::fork();
+        ASSERT_GE(writer, 0);
+        if (writer == 0)
+            writeForever(m_temp.dir());
+        ::usleep(static_cast<useconds_t>(std::rand() % 6000));
+        ASSERT_EQ(::kill(writer, SIGKILL), 0);
+        int status = 0;
+        ASSERT_EQ(::waitpid(writer, &status, 0), writer);
+        ASSERT_TRUE(WIFSIGNALED(status)) << "the writer ended by itself in round " << round;
+        for (const char* name : {"plain", "moded", "copy", "streamed"}) {
+            if (kqtest::exists(path(name))) {
+                ASSERT_TRUE(isWhole(read(name))) << name << " is partial after round " << round;
+            }
+        }
+        if (kqtest::exists(path("message"))) {
+            ASSERT_TRUE(isWhole(messageText(path("message")))) << "after round " << round;
+        }
+    }
+    // What the next start finds: leftovers of our naming, and nothing else.
+    int leftovers = 0;
+    for (const std::string& name : entries()) {
+        if (KQC::isTemporaryName(name)) {
+            kqtest::setModificationTime(path(name), ::time(nullptr) - 120);
+            ++leftovers;
+        }
+    }
+    RecordProperty("leftovers", leftovers);
+    EXPECT_EQ(KQC::removeStaleTemporaries(m_temp.dir(), 60), leftovers);
+    for (const std::string& name : entries())
+        EXPECT_FALSE(KQC::isTemporaryName(name)) << name;
+}
+
+// ---- flushing before renaming ----
+
+constexpr char kTracedWriterDir[] = "KQ_TRACED_WRITER_DIR";
+
+// The same replacements once each, in a process the parent traces.
+TEST(FilesFlushTest, TracedWriter)
+{
+    const char* dir = std::getenv(kTracedWriterDir);
+    if (!dir)
+        GTEST_SKIP() << "run by FilesFlushTest.EveryReplacementIsFlushedBeforeItsRename";
+    const std::string d = dir;
+    ASSERT_EQ(KQC::str2file(d + "/plain", "a"), 0);
+    ASSERT_EQ(KQC::writeFileAtomic(d + "/moded", "b", 0600), 0);
+    ASSERT_EQ(KQC::copyFile(d + "/plain", d + "/copy"), 0);
+    KQC::KQCMessage message;
+    ASSERT_EQ(message.save(d + "/message"), 0);
+    KQC::TemporaryFile streamed(d + "/streamed");
+    streamed.stream() << "c";
+    ASSERT_EQ(streamed.commit(), 0);
+}
+
+TEST(FilesFlushTest, EveryReplacementIsFlushedBeforeItsRename)
+{
+    kqtest::TempDir temp;
+    char self[PATH_MAX] = {};
+    ASSERT_GT(::readlink("/proc/self/exe", self, sizeof self - 1), 0);
+    const std::string trace = temp.path("trace");
+    // The leak checker cannot work under a tracer.
+    ASSERT_EQ(kqtest::run("ASAN_OPTIONS=detect_leaks=0 " + std::string(kTracedWriterDir) + "='" + temp.dir() +
+                          "' strace -f -qq -o '" + trace +
+                          "' -e trace=openat,fsync,fdatasync,rename,renameat,renameat2 '" + self +
+                          "' --gtest_filter=FilesFlushTest.TracedWriter >/dev/null 2>&1"),
+              0);
+    // Follow each temporary file from its creation (the descriptor it got)
+    // to its rename: a flush of that descriptor must come in between.
+    const std::regex opened(R"re(openat\(AT_FDCWD, "([^"]*~tmp[^"]*)", .*O_CREAT.*\) += (\d+))re");
+    const std::regex flushed(R"re((?:fsync|fdatasync)\((\d+)\) += 0)re");
+    const std::regex renamed(R"re(rename(?:at2?)?\((?:AT_FDCWD, )?"([^"]*~tmp[^"]*)", )re");
+    std::map<std::string, std::string> descriptorOf;  // temporary path -> descriptor
+    std::map<std::string, bool> flushedSinceOpen;     // descriptor -> flushed
+    int renames = 0;
+    std::istringstream lines(kqtest::readFile(trace));
+    std::smatch match;
+    for (std::string line; std::getline(lines, line);) {
+        if (std::regex_search(line, match, opened)) {
+            descriptorOf[match[1]] = match[2];
+            flushedSinceOpen[match[2]] = false;
+        } else if (std::regex_search(line, match, flushed)) {
+            flushedSinceOpen[match[1]] = true;
+        } else if (std::regex_search(line, match, renamed)) {
+            ++renames;
+            ASSERT_TRUE(descriptorOf.count(match[1])) << line;
+            EXPECT_TRUE(flushedSinceOpen[descriptorOf[match[1]]]) << "renamed unflushed: " << line;
+        }
+    }
+    EXPECT_EQ(renames, 5) << kqtest::readFile(trace);
 }
 
 } // namespace

@@ -166,12 +166,33 @@ TEST_F(MessageTest, APathCopiesIntoTheSamePlaceOfAnotherMessage)
     EXPECT_EQ(check.enter("nameservers"), 0);
 }
 
+std::string repeated(const std::string& piece, int times)
+{
+    std::string text;
+    for (int i = 0; i < times; ++i)
+        text += piece;
+    return text;
+}
+
+// Elements nested `levels` deep inside a message, properly closed.
+std::string nestedNodes(int levels)
+{
+    return "<message>" + repeated("<node key=\"a\">", levels) + repeated("</node>", levels) + "</message>";
+}
+
 TEST_F(MessageTest, MalformedFilesAreErrorsAndLeaveTheMessageAlone)
 {
     const std::string broken[] = {"", "not xml at all", "<message><int key=\"veid\">12x</int></message>",
                                   "<message><int>5</int></message>", "<other/>",
                                   "<message><str key=\"a\" escaped=\"1\">bad\\q</str></message>",
-                                  "<message><node key=\"a\"><int key=\"b\">1</int>"};
+                                  "<message><node key=\"a\"><int key=\"b\">1</int>",
+                                  // Nesting deep enough to exhaust the stack of a recursive reader,
+                                  // plainly and with closing tags hidden where the reader skips them.
+                                  repeated("<a>", 100000), nestedNodes(65),
+                                  "<message>" + repeated("<node key=\"a\"><!-- </node> -->", 100000),
+                                  "<message>" + repeated("<node key=\"a\"><![CDATA[</node>]]>", 100000),
+                                  "<message>" + repeated("<node key=\"a\"><!DOCTYPE x [</node>]>", 100000),
+                                  "<message>" + repeated("<node key=\"a\" k=\"/></node>\">", 100000)};
     KQCMessage message;
     message.setName("kept");
     message.getIterator().putInt(KQC::TAG_VEID, 7);
@@ -187,6 +208,45 @@ TEST_F(MessageTest, MalformedFilesAreErrorsAndLeaveTheMessageAlone)
     EXPECT_EQ(veid, 7);
     EXPECT_EQ(message.getName(), "kept");
     EXPECT_EQ(message.load(path("absent")), -1);
+}
+
+// Whatever stands where an agent file should be, loading fails at once
+// with a message that names the file and the real cause.
+TEST_F(MessageTest, HostileFilesFailByNameWithTheirCause)
+{
+    struct Case {
+        const char* name;
+        const char* make;   // shell command making $F
+        const char* cause;  // in the message
+    } cases[] = {
+        {"fifo", "mkfifo \"$F\"", "not a regular file"},
+        {"zero", "ln -s /dev/zero \"$F\"", "not a regular file"},
+        {"random", "ln -s /dev/urandom \"$F\"", "not a regular file"},
+        {"folder", "mkdir \"$F\"", "Is a directory"},
+        {"huge", "truncate -s 9M \"$F\"", "larger than"},
+        {"garbage", "head -c 4096 /dev/urandom > \"$F\"", "malformed message"},
+        {"nested", "python3 -c \"print('<a>' * 100000)\" > \"$F\"", "nested deeper than 64"},
+        {"empty", ": > \"$F\"", "malformed message"},
+        {"absent", "true", "No such file or directory"},
+    };
+    for (const Case& c : cases) {
+        const std::string file = path(c.name);
+        ASSERT_EQ(std::system(("F='" + file + "'; " + c.make).c_str()), 0) << c.name;
+        KQCMessage message;
+        EXPECT_EQ(message.load(file), -1) << c.name;
+        const std::string error = KQC::getErrorMessage();
+        EXPECT_NE(error.find(file), std::string::npos) << c.name << ": " << error;
+        EXPECT_NE(error.find(c.cause), std::string::npos) << c.name << ": " << error;
+    }
+}
+
+TEST_F(MessageTest, NestingUpToTheLimitLoads)
+{
+    writeFile("deep", nestedNodes(63));
+    KQCMessage message;
+    ASSERT_EQ(message.load(path("deep")), 0) << KQC::getErrorMessage();
+    KQCMessageIterator it = message.getIterator();
+    EXPECT_EQ(it.moveTo(repeated("a/", 63)), 0);
 }
 
 TEST_F(MessageTest, SaveReplacesTheFileAndLeavesNoTemporaryBehind)

@@ -20,14 +20,15 @@
 
 namespace KQC {
 
-// Non-zero when an entry of that name exists. followLinks=0 tests the entry
-// itself (a dangling symbolic link exists); otherwise the link's target.
 // Writes all of `data`, retrying interrupted and short writes: 0, or -1
 // with errno set (no message: callers add their context).
-int writeAll(int fd, const char* data, size_t size);
+[[nodiscard]] int writeAll(int fd, const char* data, size_t size);
 // Reads to the end of `fd`, retrying interrupted reads: 0, or -1 with errno.
-int readAll(int fd, std::string& out);
+// Unbounded: only for the simulator's own files, never for host files.
+[[nodiscard]] int readAll(int fd, std::string& out);
 
+// Non-zero when an entry of that name exists. followLinks=0 tests the entry
+// itself (a dangling symbolic link exists); otherwise the link's target.
 int fentryExists(const std::string& path, int followLinks = 1);
 
 // Everything read from the host is hostile: a file may be a FIFO, a device,
@@ -51,20 +52,26 @@ constexpr size_t kHostFileLimit = 8u << 20;
 
 // Replaces the file with data atomically. An existing file keeps its
 // permission bits; a new one gets 0644.
-int str2file(const std::string& path, const std::string& data);
+[[nodiscard]] int str2file(const std::string& path, const std::string& data);
 
 // Replaces the file with data atomically; the result has exactly `mode`.
-int writeFileAtomic(const std::string& path, const std::string& data, mode_t mode = 0644);
+// This is the one way the framework replaces a file: the data is written
+// once, to a temporary file (see kTemporaryTag) that is flushed to disk
+// before it is renamed over the target. A writer killed at any moment
+// leaves the old file or the new one, never a mix; at worst a temporary
+// file stays behind for removeStaleTemporaries.
+[[nodiscard]] int writeFileAtomic(const std::string& path, const std::string& data, mode_t mode = 0644);
 
 // Copies the contents of `from` over `to`; `to` is replaced atomically and
-// gets the permission bits of `from`.
-int copyFile(const std::string& from, const std::string& to);
+// gets the permission bits of `from`. `from` is read as a host file
+// (regular, at most kHostFileLimit bytes).
+[[nodiscard]] int copyFile(const std::string& from, const std::string& to);
 
 // Removes a file (or an empty directory).
-int removeFile(const std::string& path);
+[[nodiscard]] int removeFile(const std::string& path);
 
 // rename(2): atomic within one file system.
-int renameFile(const std::string& from, const std::string& to);
+[[nodiscard]] int renameFile(const std::string& from, const std::string& to);
 
 enum { MKDIR_EXCLUDE_LAST = 1 };
 
@@ -72,10 +79,26 @@ enum { MKDIR_EXCLUDE_LAST = 1 };
 // With MKDIR_EXCLUDE_LAST the last component is a file name and is not
 // created. Existing directories are fine; an existing non-directory on the
 // way fails with ENOTDIR.
-int mkDeepDir(const std::string& path, mode_t mode, int flags = 0);
+[[nodiscard]] int mkDeepDir(const std::string& path, mode_t mode, int flags = 0);
+
+// Every temporary file the framework makes is named "<target>~tmp" plus six
+// random characters, so that a cleaner can tell ours from anything else.
+constexpr char kTemporaryTag[] = "~tmp";
+
+// Whether a directory entry's name is one of our temporary files.
+bool isTemporaryName(const std::string& name);
+
+// Removes, from the one directory `dir` (not below it), our temporary files
+// (isTemporaryName, regular files; links are never followed) last modified
+// more than `maxAgeSeconds` ago: what writers killed mid-write left behind.
+// A younger one may belong to a writer still at work and stays. Returns the
+// number removed, or -1 with the message set when the directory cannot be
+// read (a missing directory holds nothing: 0). Files that cannot be removed
+// are skipped; the others are still removed.
+[[nodiscard]] int removeStaleTemporaries(const std::string& dir, long maxAgeSeconds);
 
 // A new unique file beside `target` (same directory, so the final rename is
-// atomic), named after the target with "~tmp" and a random suffix. Owns its
+// atomic), named after the target with kTemporaryTag and a random suffix. Owns its
 // descriptor; the destructor removes the file unless commit() succeeded.
 // With create=false no file is made: getpath() is a fresh unique name the
 // caller may create itself, and commit() renames it if it exists.
@@ -96,9 +119,9 @@ public:
     std::ostream& stream();
     int fd() const;
     // Flush, fsync and close. 0, or -1 (message set) when any write failed.
-    int close();
+    [[nodiscard]] int close();
     // close() if still open, then rename over the target. 0 or -1.
-    int commit();
+    [[nodiscard]] int commit();
 
 private:
     struct State;
@@ -136,9 +159,9 @@ public:
 
     // Copies path aside. A previous backup held by this object is first
     // dropped as by clear().
-    int backup(const std::string& path);
+    [[nodiscard]] int backup(const std::string& path);
     // Puts the copy back over the file; the object then holds nothing.
-    int restore();
+    [[nodiscard]] int restore();
     // Drops the copy (the rewrite succeeded).
     void clear();
     const std::string& backupPath() const { return m_backup; }
@@ -153,6 +176,6 @@ std::string ulongToStr(unsigned long v);
 std::string longlongToStr(long long v);
 // Strict: the whole string is decimal digits, no sign, no blanks, fits.
 // -1 with errno EINVAL (not a number) or ERANGE (too big); out unchanged.
-int strToUlong(const std::string& s, unsigned long& out);
+[[nodiscard]] int strToUlong(const std::string& s, unsigned long& out);
 
 } // namespace KQC

@@ -30,8 +30,8 @@ public:
     // errno EWOULDBLOCK when another open file description holds it. The
     // lock belongs to the open file description, so it lasts until unlock()
     // or until the last copy of the descriptor is closed.
-    int lock(bool wait);
-    int unlock();
+    [[nodiscard]] int lock(bool wait);
+    [[nodiscard]] int unlock();
 
 private:
     int m_fd;

@@ -145,14 +145,16 @@ public:
     void setName(const std::string& name);
     const std::string& getName() const { return m_name; }
 
-    // Replaces the content with the file's. A missing, unreadable or
-    // malformed file gives -1 with the message set and an unchanged message.
-    int load(const std::string& path);
-    // Writes the file atomically: a temporary file beside it is written in
-    // full, flushed and renamed over it.
-    int save(const std::string& path) const;
-    int loadFromString(const std::string& text);
-    int saveToString(std::string& text) const;
+    // Replaces the content with the file's. The file is read as any host
+    // file (KQC::file2str: regular, bounded, never blocking) and elements
+    // may nest at most 64 levels. A missing, unreadable or malformed file
+    // gives -1 with a message naming the file and the cause, and leaves
+    // the message unchanged.
+    [[nodiscard]] int load(const std::string& path);
+    // Writes the file atomically (KQC::writeFileAtomic, mode 0644).
+    [[nodiscard]] int save(const std::string& path) const;
+    [[nodiscard]] int loadFromString(const std::string& text);
+    [[nodiscard]] int saveToString(std::string& text) const;
 
     // An iterator at the top node; it can change the message (the const
     // only means the message object itself is not replaced).

@@ -1,0 +1,166 @@
+// Hostile host files through the console: whatever sits where a file of one
+// container is expected (a FIFO, a link to an endless device, a directory,
+// a huge or garbage file, markup nested without end), listing neither
+// crashes nor hangs, names the file, and still lists every other container.
+#include "AgentRun.h"
+#include "TempHost.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <ctime>
+#include <map>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+// A hostile thing of each kind, made at $F by a shell command.
+struct Hostile {
+    const char* name;
+    const char* make;
+};
+
+const Hostile kAllKinds[] = {
+    {"nested markup", "python3 -c \"print('<a>' * 100000)\" > \"$F\""},
+    {"link to /dev/zero", "ln -s /dev/zero \"$F\""},
+    {"link to /dev/urandom", "ln -s /dev/urandom \"$F\""},
+    {"FIFO", "mkfifo \"$F\""},
+    {"directory", "mkdir \"$F\""},
+    // Sparse: larger than any real file of ours without costing the disk.
+    {"huge file", "truncate -s 64M \"$F\""},
+    {"binary garbage", "head -c 4096 /dev/urandom > \"$F\""},
+    {"empty file", ": > \"$F\""},
+};
+
+// An empty file is a container without settings, not a broken one.
+bool isBroken(const Hostile& kind) { return std::string(kind.name) != "empty file"; }
+
+void plant(const std::string& path, const Hostile& kind)
+{
+    ASSERT_EQ(0, kqtest::run("F='" + path + "'; rm -rf \"$F\" && " + kind.make)) << kind.name;
+}
+
+class HostileFilesE2ETest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(0, host.simulated());
+        ASSERT_EQ(0, host.kqsim("add 101"));
+        ASSERT_EQ(0, host.kqsim("add 102"));
+        // The first run registers both containers: their agent files exist.
+        kqtest::RunResult first = list();
+        ASSERT_EQ(0, first.exitCode) << first.out << first.err;
+        const boost::json::object answer = first.json();
+        for (const auto& env : answer.at("envs").as_array())
+            eids[env.as_object().at("veid").as_int64()] = std::string(env.as_object().at("eid").as_string());
+        ASSERT_EQ(2u, eids.size()) << first.out;
+    }
+
+    // kqagent --json list, stopped when it hangs.
+    kqtest::RunResult list()
+    {
+        return kqtest::runProgram({"timeout", "60", std::string(KQ_BIN_DIR) + "/kqagent", "--root", host.root(),
+                                   "--json", "list"});
+    }
+
+    std::vector<long long> listedVeids(const kqtest::RunResult& result)
+    {
+        std::vector<long long> veids;
+        const boost::json::object answer = result.json();
+        for (const auto& env : answer.at("envs").as_array())
+            veids.push_back(env.as_object().at("veid").as_int64());
+        return veids;
+    }
+
+    kqtest::TempHost host;
+    std::map<long long, std::string> eids;
+};
+
+// What listing does with a broken file of container 101 in one place.
+struct Place {
+    const char* what;
+    std::string relative;  // under the host root
+    bool logged;           // the agent's log names the file
+    bool brokenOneListed;  // container 101 is still listed
+};
+
+TEST_F(HostileFilesE2ETest, EveryHostileFileIsThatContainersAndTheRestIsListed)
+{
+    const Place places[] = {
+        // The registry registers a container whose agent file is unusable again.
+        {"agent file", "etc/kqagent/configs/" + eids[101], false, true},
+        {"container configuration", "etc/sysconfig/kq-scripts/101.conf", true, false},
+        // A lock that cannot be read is no transition under way.
+        {"transition lock", "kq/lock/101.lck", false, true},
+        // A release file that cannot be read means no newer release.
+        {"release file", "etc/zentravix-release", false, true},
+    };
+    const std::string pristine = host.root() + ".pristine";
+    ASSERT_EQ(0, kqtest::run("cp -a '" + host.root() + "/.' '" + pristine + "'"));
+    for (const Place& place : places) {
+        for (const Hostile& kind : kAllKinds) {
+            SCOPED_TRACE(std::string(place.what) + ": " + kind.name);
+            ASSERT_EQ(0, kqtest::run("rm -rf '" + host.root() + "' && cp -a '" + pristine + "' '" + host.root() + "'"));
+            const std::string path = host.path(place.relative);
+            plant(path, kind);
+            kqtest::RunResult result = list();
+            ASSERT_EQ(0, result.exitCode) << result.out << result.err;
+            ASSERT_EQ(1u, result.objects().size()) << result.out;
+            std::vector<long long> veids = listedVeids(result);
+            EXPECT_NE(veids.end(), std::find(veids.begin(), veids.end(), 102)) << result.out;
+            const bool listed = std::find(veids.begin(), veids.end(), 101) != veids.end();
+            const bool broken = isBroken(kind);
+            EXPECT_EQ(place.brokenOneListed || !broken, listed) << result.out;
+            if (place.logged && broken) {
+                const std::string log = kqtest::readFile(host.path("var/lib/kqagent/kqagent.log"));
+                const size_t at = log.find("configuration of container 101: ");
+                ASSERT_NE(std::string::npos, at) << log;
+                EXPECT_NE(std::string::npos, log.substr(at, log.find('\n', at) - at).find(path)) << log;
+            }
+        }
+    }
+    ASSERT_EQ(0, kqtest::run("rm -rf '" + pristine + "'"));
+}
+
+TEST_F(HostileFilesE2ETest, BrokenHostSettingsFailTheListingAndAreNamed)
+{
+    for (const Hostile& kind : kAllKinds) {
+        SCOPED_TRACE(kind.name);
+        const std::string path = host.path("etc/sysconfig/kq");
+        const std::string saved = kqtest::readFile(path);
+        plant(path, kind);
+        kqtest::RunResult result = list();
+        ASSERT_TRUE(result.exitCode == 0 || result.exitCode == 1) << result.exitCode << result.err;
+        ASSERT_EQ(1u, result.objects().size()) << result.out;
+        // Every container's paths come from these settings: a broken file
+        // fails the listing, and says which file it was.
+        if (isBroken(kind)) {
+            EXPECT_EQ(1, result.exitCode) << result.out;
+            EXPECT_NE(std::string::npos, std::string(result.json().at("error").as_string()).find(path))
+                << result.out;
+        }
+        ASSERT_EQ(0, kqtest::run("rm -rf '" + path + "'"));
+        kqtest::writeFile(path, saved);
+    }
+}
+
+TEST_F(HostileFilesE2ETest, StartRemovesStaleTemporariesOfOurNaming)
+{
+    const std::string folders[] = {"etc/kqagent/configs", "etc/sysconfig/kq-scripts", "var/lib/kqagent"};
+    for (const std::string& folder : folders) {
+        host.write(folder + "/x~tmpAb3xY9", "left by a killed writer");
+        kqtest::setModificationTime(host.path(folder + "/x~tmpAb3xY9"), ::time(nullptr) - 120);
+        host.write(folder + "/y~tmpAb3xY9", "a writer still at work");
+    }
+    kqtest::RunResult result = list();
+    ASSERT_EQ(0, result.exitCode) << result.out;
+    for (const std::string& folder : folders) {
+        EXPECT_FALSE(kqtest::exists(host.path(folder + "/x~tmpAb3xY9"))) << folder;
+        EXPECT_TRUE(kqtest::exists(host.path(folder + "/y~tmpAb3xY9"))) << folder;
+    }
+}
+
+} // namespace
