@@ -111,7 +111,8 @@ int KQSSLMGroup::parse()
     // A group with no parameters ends with its opener.
     while (step == 1) {
         int a = 0, b = 0;
-        if (readKey(cursor, a, step) != 0 || step == 0 || readKey(cursor, b, step) != 0 || step == 0)
+        // A key that ends the group leaves the next read past its end.
+        if (readKey(cursor, a, step) != 0 || readKey(cursor, b, step) != 0)
             return -1;
         KQSSLMParam value;
         step = cursor.step(value);
