@@ -9,6 +9,9 @@ void addAllCommands(CommandLine& cli)
     addConfigCommands(cli);
     addAuthCommands(cli);
     addTemplateCommands(cli);
+    addStatCommands(cli);
+    addProcessCommands(cli);
+    addMountCommands(cli);
 }
 
 std::string& addCT(CommandLine& cli, CLI::App& command, bool required)

@@ -10,6 +10,9 @@ void addRegistryCommands(CommandLine& cli);
 void addConfigCommands(CommandLine& cli);
 void addAuthCommands(CommandLine& cli);
 void addTemplateCommands(CommandLine& cli);
+void addStatCommands(CommandLine& cli);
+void addProcessCommands(CommandLine& cli);
+void addMountCommands(CommandLine& cli);
 
 // A positional CT on `command` (parseCT reads it when the line is built;
 // an optional one left out reads as a missing CT).

@@ -54,6 +54,16 @@ enum KQSResult {
     KQS_TEM_ERR_RPM = -28,          // the package query tool cannot run
 };
 
+// Results of the mount records (device manager).
+enum KQSMountResult {
+    KQS_MOUNT_ERR_MOUNT_TABLE = -2,  // the kernel's mount table is unreadable
+    KQS_MOUNT_ERR_RECORDED = -4,     // the mount point is recorded already
+    KQS_MOUNT_ERR_FILE = -5,         // a script or the file-system table could not be read or replaced
+    KQS_MOUNT_ERR_COMMAND = -6,      // mount or umount failed
+    KQS_MOUNT_ERR_MOUNT_POINT = -7,  // a relative or unsafe mount point, or its folder could not be made
+    KQS_MOUNT_ERR_ENV = -8,          // no such running environment, or no VEID, root or private area
+};
+
 // Framework codes, under the names the plug-in's code uses.
 using KQC::KQC_ERR_ACCESS_DENIED;
 using KQC::KQC_ERR_EXCEPTION;
