@@ -1,6 +1,7 @@
 #include "KQSEnvMLocal.h"
 
 #include "KQSBasicFunctionalityCommon.h"
+#include "KQSCaches.h"
 #include "KQSEnvConfigLock.h"
 #include "KQSVEActionSystemLinux.h"
 
@@ -36,68 +37,23 @@ std::string agentConfigFolder()
     return KQC::KQCInstanceFolders::etc().leaf("configs").string();
 }
 
-// The remembered stamp of the configuration folder. The folder's path is
-// kept with it: a stamp says nothing about another folder (the host root
-// may be another one by now).
-struct FolderStamp {
-    std::string folder;
-    KQSPathModTime stamp;
-
-    // Whether the folder changed since the last call (remembering it now).
-    bool changed(const std::string& path)
-    {
-        bool sameFolder = folder == path;
-        folder = path;
-        bool modified = stamp.update(path);
-        return modified || !sameFolder;
-    }
-    void forget()
-    {
-        folder.clear();
-        stamp.reset();
-    }
-};
-
-// The registry's shared state. lockModify guards the two flags and the two
-// list caches; the configuration cache has a lock of its own, always taken
-// after lockModify when both are held.
-KQC::KQCLock lockModify;
-bool isModifiedForGetEnvList = false;
-bool isModifiedForGetVEIDMap = false;
-KQC::KQCEIDSet envListCache;
-FolderStamp envListStamp;
-std::map<int, KQC::KQCEID> veidMapCache;
-FolderStamp veidMapStamp;
-
-struct CachedConfig {
-    KQSPathModTime stamp;
-    boost::shared_ptr<KQSEnvConfig> config;
-};
-KQC::KQCLock configCacheLock;
-// By the file's path, which names the EID (and the host root in use).
-std::map<std::string, CachedConfig> configCache;
-
-void markRegistryModified()
-{
-    KQC::KQCGuard guard(lockModify);
-    isModifiedForGetEnvList = true;
-    isModifiedForGetVEIDMap = true;
-}
+// The registry's shared state lives with the plug-in's other caches.
+caches::Registry& shared() { return caches::registry(); }
 
 // The EID list, from the cache while the folder is unchanged and we wrote
 // nothing. The caller holds lockModify.
 int readEnvListLocked(KQC::KQCEIDSet& out)
 {
     const std::string folder = agentConfigFolder();
-    if (!envListStamp.changed(folder) && !isModifiedForGetEnvList) {
-        out = envListCache;
+    if (!shared().envListStamp.changed(folder) && !shared().isModifiedForGetEnvList) {
+        out = shared().envList;
         return 0;
     }
-    envListCache.clear();
+    shared().envList.clear();
     KQC::OpenDir dir(folder);
     if (!dir) {
         KQC::setErrorMessage("Can't opendir '%s' : %s", folder.c_str(), std::strerror(errno));
-        envListStamp.forget();
+        shared().envListStamp.forget();
         return -4;
     }
     while (dir.read()) {
@@ -105,16 +61,16 @@ int readEnvListLocked(KQC::KQCEIDSet& out)
         // Only files named by a GUID are environments ("." and ".." and the
         // lock and temporary files beside them are not).
         if (eid.fromString(dir.name()) == 0)
-            envListCache.insert(eid);
+            shared().envList.insert(eid);
     }
-    out = envListCache;
-    isModifiedForGetEnvList = false;
+    out = shared().envList;
+    shared().isModifiedForGetEnvList = false;
     return 0;
 }
 
 // Reads the file into the cache entry; the entry's pointer is empty only
 // when the file was never read.
-boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std::string& path, CachedConfig& entry)
+boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std::string& path, caches::CachedRecord& entry)
 {
     boost::shared_ptr<KQC::KQCMessage> message = KQC::KQCMsgFactory::createNew();
     if (message->load(path) != 0) {
@@ -201,15 +157,15 @@ std::string KQSEnvMLocal::getVPSAgentConfigPathByEid(const KQC::KQCEID& eid)
 
 int KQSEnvMLocal::getEnvList(KQC::KQCEIDSet& out)
 {
-    KQC::KQCGuard guard(lockModify);
+    KQC::KQCGuard guard(shared().lockModify);
     return readEnvListLocked(out);
 }
 
 boost::shared_ptr<const KQSEnvConfig> KQSEnvMLocal::sharedEnvConfig(const KQC::KQCEID& eid)
 {
     const std::string path = getVPSAgentConfigPathByEid(eid);
-    KQC::KQCGuard guard(configCacheLock);
-    CachedConfig& entry = configCache[path];
+    KQC::KQCGuard guard(shared().configLock);
+    caches::CachedRecord& entry = shared().recordOf(agentConfigFolder(), eid);
     if (entry.stamp.update(path) || !entry.config)
         return loadEnvConfig(eid, path, entry);
     return entry.config;
@@ -249,7 +205,7 @@ int KQSEnvMLocal::putEnvConfig(const KQC::KQCEID& eid, const KQSEnvConfig& confi
                              std::strerror(errno));
         return -9;
     }
-    markRegistryModified();
+    invalidateEnvironment(eid);
     return 0;
 }
 
@@ -274,25 +230,25 @@ int KQSEnvMLocal::getVEIDMap(std::map<int, KQC::KQCEID>& out)
     // The list is taken under the same hold as the map is built: a write
     // landing between the two would otherwise be missing from a map that
     // then counts as fresh.
-    KQC::KQCGuard guard(lockModify);
+    KQC::KQCGuard guard(shared().lockModify);
     KQC::KQCEIDSet eids;
     int rc = readEnvListLocked(eids);
     if (rc != 0)
         return rc;
-    if (!veidMapStamp.changed(agentConfigFolder()) && !isModifiedForGetVEIDMap) {
-        out = veidMapCache;
+    if (!shared().veidMapStamp.changed(agentConfigFolder()) && !shared().isModifiedForGetVEIDMap) {
+        out = shared().veidMap;
         return 0;
     }
-    veidMapCache.clear();
+    shared().veidMap.clear();
     // In EID order, so that of two environments claiming one VEID the one
     // whose EID sorts last is kept.
     for (const KQC::KQCEID& eid : eids) {
         int veid = 0;
         if (findByEid(eid, &veid) == 0)
-            veidMapCache[veid] = eid;
+            shared().veidMap[veid] = eid;
     }
-    isModifiedForGetVEIDMap = false;
-    out = veidMapCache;
+    shared().isModifiedForGetVEIDMap = false;
+    out = shared().veidMap;
     return 0;
 }
 
@@ -401,7 +357,7 @@ int KQSEnvMLocal::removeEnv(const KQC::KQCEID& eid)
     }
     KQC::removeFile(getVPSAgentConfigPathByEid(eid));
     KQS_LOG().put(3, "Remove env eid#%s", eid.toString().c_str());
-    markRegistryModified();
+    invalidateEnvironment(eid);
     return 0;
 }
 
