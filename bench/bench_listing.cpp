@@ -17,6 +17,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
+#include <malloc.h>
 #include <map>
 #include <string>
 #include <sys/stat.h>
@@ -59,13 +60,10 @@ std::string makeHost(int count)
     return root;
 }
 
-// Resident memory of this process, in bytes.
-long residentBytes()
+// Bytes of the heap in use.
+long heapInUse()
 {
-    long pages = 0, resident = 0;
-    std::ifstream statm("/proc/self/statm");
-    statm >> pages >> resident;
-    return resident * ::sysconf(_SC_PAGESIZE);
+    return static_cast<long>(::mallinfo2().uordblks);
 }
 
 struct Made {
@@ -82,16 +80,20 @@ const Made& madeFor(int count)
     Made made;
     made.root = makeHost(count);
     ::setenv("KQ_HOST_ROOT", made.root.c_str(), 1);
-    long before = residentBytes();
+    long before = heapInUse();
     {
         // Register every container once, as the plug-in's start-up does.
         KQS::KQSEnvMLocal envm{KQC::KQCAccessProvider()};
         KQC::KQCEnvVector envs;
         if (envm.getInfoEx(KQC::KQCEIDSet(), envs, 0xffffffff, true) != 0 || envs.size() != size_t(count))
             std::abort();
+        // And list once, as a client would: the registry's records fill then.
+        KQC::KQCEnvVector listed;
+        if (envm.getInfo(KQC::KQCEIDSet(), listed, 0xffffffff) != 0 || listed.size() != size_t(count))
+            std::abort();
     }
     // What stays once the listing's own result is gone: the caches.
-    made.cacheBytesPerContainer = double(residentBytes() - before) / count;
+    made.cacheBytesPerContainer = double(heapInUse() - before) / count;
     return hosts[count] = made;
 }
 

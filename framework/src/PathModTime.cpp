@@ -50,6 +50,8 @@ bool KQSPathModTime::update(const std::string& path) { return remember(stampOf(p
 
 bool KQSPathModTime::update(int dirfd, const char* name) { return remember(stampAt(dirfd, name)); }
 
+bool KQSPathModTime::update(const struct ::stat& st) { return remember(stampFrom<Stamp>(0, st)); }
+
 bool KQSPathModTime::remember(const Stamp& now)
 {
     bool changed = !m_known || !(now == m_stamp);

@@ -17,6 +17,14 @@ void FolderStamp::forget()
     stamp.reset();
 }
 
+void CachedRecord::remember(const boost::shared_ptr<KQSEnvConfig>& record, bool parsed)
+{
+    read = true;
+    unparsable = !parsed;
+    hasVeid = record && record->getVeid(veid) == 0;
+    config = record;
+}
+
 CachedRecord& Registry::recordOf(const std::string& folder, const KQC::KQCEID& eid)
 {
     if (folder != recordsFolder) {

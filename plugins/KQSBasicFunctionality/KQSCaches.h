@@ -40,6 +40,7 @@
 #include "KQS/VtSettings.h"
 
 #include <boost/shared_ptr.hpp>
+#include <boost/weak_ptr.hpp>
 #include <map>
 #include <mutex>
 #include <set>
@@ -71,6 +72,10 @@ struct ParsedContainer {
     KQSPathModTime stamp;          // of the configuration file
     unsigned settingsGeneration = 0;  // of the host settings it was completed with
     boost::shared_ptr<const KQSEnvConfig> config;
+    // The private area as last seen, and whether it then held a "dump"
+    // folder: while the area is unchanged, no dump can have appeared in it.
+    KQSPathModTime areaStamp;
+    bool areaHasDumpFolder = true;
 };
 
 // The listing's caches. `lock` is held by a listing for its whole run;
@@ -92,10 +97,19 @@ struct Listing {
     std::set<int> veids;
 };
 
-// An environment's agent-side record as last read.
+// An environment's agent-side record as last read: what the registry looks
+// up for every environment of every listing (its VEID), and the whole
+// record only while somebody holds it, since most are never asked for.
 struct CachedRecord {
     KQSPathModTime stamp;
-    boost::shared_ptr<KQSEnvConfig> config;  // shared: never changed once stored
+    bool read = false;        // the file was read at `stamp`
+    bool unparsable = false;  // ... and did not parse: it reads as an empty record
+    bool hasVeid = false;
+    int veid = 0;
+    boost::weak_ptr<KQSEnvConfig> config;  // shared: never changed once stored
+
+    // Remembers what was read at `stamp`.
+    void remember(const boost::shared_ptr<KQSEnvConfig>& record, bool parsed);
 };
 
 // The registry's caches. lockModify guards the flags, the EID list and the

@@ -68,25 +68,47 @@ int readEnvListLocked(KQC::KQCEIDSet& out)
     return 0;
 }
 
-// Reads the file into the cache entry; the entry's pointer is empty only
-// when the file was never read.
-boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std::string& path, caches::CachedRecord& entry)
+// Reads the file into the cache entry; empty (message set) when it cannot
+// be read or does not parse.
+boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std::string& path,
+                                              caches::CachedRecord& entry)
 {
     boost::shared_ptr<KQC::KQCMessage> message = KQC::KQCMsgFactory::createNew();
     if (message->load(path) != 0) {
         KQC::setErrorMessage("read '%s' : %s", path.c_str(), std::strerror(errno));
         // Read it again next time rather than answer from a file we lost.
         entry.stamp.reset();
+        entry.read = false;
         return boost::shared_ptr<KQSEnvConfig>();
     }
-    // A file that does not parse leaves an empty configuration behind: the
+    // A file that does not parse reads as an empty configuration: the
     // environment stays known, without properties, until the file changes.
-    entry.config = boost::make_shared<KQSEnvConfig>();
-    if (message->getIterator().getObj(KQC::TAG_ENV_CONFIG, *entry.config) != 0) {
+    // Made apart from its counts (not make_shared): the cache holds it weakly,
+    // and a weak hold on a joint allocation would keep all of it.
+    boost::shared_ptr<KQSEnvConfig> config(new KQSEnvConfig);
+    if (message->getIterator().getObj(KQC::TAG_ENV_CONFIG, *config) != 0) {
+        entry.remember(boost::shared_ptr<KQSEnvConfig>(), false);
         KQC::setErrorMessage("can't parse env#%s config", eid.toString().c_str());
         return boost::shared_ptr<KQSEnvConfig>();
     }
-    return entry.config;
+    entry.remember(config, true);
+    return config;
+}
+
+// The VEID the registry read from the environment's file while it is
+// unchanged: 0, -7 (no VEID), or 1 when the file must be read first.
+int cachedVeid(const std::string& folder, const KQC::KQCEID& eid, const std::string& path, int& veid)
+{
+    KQC::KQCGuard guard(shared().configLock);
+    caches::CachedRecord& entry = shared().recordOf(folder, eid);
+    if (entry.stamp.update(path) || !entry.read) {
+        entry.read = false;
+        return 1;
+    }
+    if (!entry.hasVeid)
+        return -7;
+    veid = entry.veid;
+    return 0;
 }
 
 // A private file's name must stay inside the private area.
@@ -166,9 +188,14 @@ boost::shared_ptr<const KQSEnvConfig> KQSEnvMLocal::sharedEnvConfig(const KQC::K
     const std::string path = getVPSAgentConfigPathByEid(eid);
     KQC::KQCGuard guard(shared().configLock);
     caches::CachedRecord& entry = shared().recordOf(agentConfigFolder(), eid);
-    if (entry.stamp.update(path) || !entry.config)
+    if (entry.stamp.update(path) || !entry.read)
         return loadEnvConfig(eid, path, entry);
-    return entry.config;
+    if (entry.unparsable)
+        return boost::make_shared<KQSEnvConfig>();
+    if (boost::shared_ptr<KQSEnvConfig> held = entry.config.lock())
+        return held;
+    // Unchanged, but nobody held the whole record: it is read again.
+    return loadEnvConfig(eid, path, entry);
 }
 
 boost::shared_ptr<KQSEnvConfig> KQSEnvMLocal::getEnvConfig(const KQC::KQCEID& eid)
@@ -211,12 +238,16 @@ int KQSEnvMLocal::putEnvConfig(const KQC::KQCEID& eid, const KQSEnvConfig& confi
 
 int KQSEnvMLocal::findByEid(const KQC::KQCEID& eid, int* veid)
 {
-    // Only the VEID is read, so the shared record serves without a copy.
-    boost::shared_ptr<const KQSEnvConfig> config = sharedEnvConfig(eid);
-    if (!config)
-        return -8;
+    // Only the VEID is needed: the registry keeps it for unchanged files.
     int found = 0;
-    if (config->getVeid(found) != 0) {
+    int rc = cachedVeid(agentConfigFolder(), eid, getVPSAgentConfigPathByEid(eid), found);
+    if (rc == 1) {
+        boost::shared_ptr<const KQSEnvConfig> config = sharedEnvConfig(eid);
+        if (!config)
+            return -8;
+        rc = config->getVeid(found) == 0 ? 0 : -7;
+    }
+    if (rc != 0) {
         KQC::setErrorMessage("can't find ctid in env '%s' config", eid.toString().c_str());
         return -7;
     }

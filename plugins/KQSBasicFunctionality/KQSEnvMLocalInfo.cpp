@@ -109,10 +109,13 @@ private:
         if (registry.recordsFolder != m_folder)
             return false;
         auto it = registry.records.find(eid);
-        if (it == registry.records.end() || !it->second.config)
+        if (it == registry.records.end() || !it->second.read || !it->second.hasVeid)
             return false;
         KQSPathModTime stamp = it->second.stamp;
-        return !stamp.update(m_fd.get(), eid.toString().c_str()) && it->second.config->getVeid(veid) == 0;
+        if (stamp.update(m_fd.get(), eid.toString().c_str()))
+            return false;
+        veid = it->second.veid;
+        return true;
     }
 
     KQSEnvMLocal& m_envm;

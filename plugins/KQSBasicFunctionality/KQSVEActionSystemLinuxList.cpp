@@ -351,12 +351,14 @@ void applyDumps(const std::string& dumpDir, KQSVPSList& list)
 
 // Looks at private areas from their parent folder, which containers mostly
 // share: one folder opened for a run of them instead of a walk of each long
-// path, and no look for a dump inside an area that is not there.
+// path. A dump is looked for only where one can be: not in an area that is
+// not there, nor in an unchanged area that had no dump folder.
 class PrivateAreas {
 public:
     enum Kind { Missing, Present, Suspended };
 
-    Kind look(const std::string& area)
+    // `known` remembers the area between listings; may be null.
+    Kind look(const std::string& area, caches::ParsedContainer* known)
     {
         size_t slash = area.rfind('/');
         if (slash == std::string::npos || slash == 0 || slash + 1 == area.size())
@@ -369,13 +371,26 @@ public:
             return lookByPath(area);
         const char* leaf = area.c_str() + slash + 1;
         struct stat st;
-        if (::fstatat(m_fd.get(), leaf, &st, 0) != 0 || !S_ISDIR(st.st_mode))
+        if (::fstatat(m_fd.get(), leaf, &st, 0) != 0 || !S_ISDIR(st.st_mode)) {
+            if (known)
+                known->areaStamp.reset();
             return Missing;
-        std::string dump = std::string(leaf) + "/dump/Dump";
-        return ::fstatat(m_fd.get(), dump.c_str(), &st, 0) == 0 ? Suspended : Present;
+        }
+        if (!known || known->areaStamp.update(st)) {
+            bool hasDumpFolder = ::fstatat(m_fd.get(), (std::string(leaf) + "/dump").c_str(), &st, 0) == 0;
+            if (!known)
+                return hasDumpFolder && hasDump(leaf) ? Suspended : Present;
+            known->areaHasDumpFolder = hasDumpFolder;
+        }
+        return known->areaHasDumpFolder && hasDump(leaf) ? Suspended : Present;
     }
 
 private:
+    bool hasDump(const char* leaf) const
+    {
+        struct stat st;
+        return ::fstatat(m_fd.get(), (std::string(leaf) + "/dump/Dump").c_str(), &st, 0) == 0;
+    }
     static Kind lookByPath(const std::string& area)
     {
         if (!isDirectory(area))
@@ -387,14 +402,17 @@ private:
     KQC::KQCHandle m_fd;
 };
 
+// The caller holds the listing's lock.
 void applyPrivateAreas(KQSVPSList& list)
 {
     PrivateAreas areas;
     std::string privateDir;
+    std::map<int, caches::ParsedContainer>& parsed = caches::listing().parsed;
     for (auto& item : list) {
         KQSVPSEntry& entry = item.second;
         if (entry.state < KQC::ENV_STATE_STOPPED && entry.config && entry.config->getVEPrivate(privateDir) == 0) {
-            PrivateAreas::Kind kind = areas.look(privateDir);
+            auto known = parsed.find(item.first);
+            PrivateAreas::Kind kind = areas.look(privateDir, known == parsed.end() ? nullptr : &known->second);
             if (kind == PrivateAreas::Suspended)
                 entry.state = KQC::ENV_STATE_SUSPENDED;
             else if (kind == PrivateAreas::Present)

@@ -79,9 +79,7 @@ protected:
         ASSERT_EQ(0, envm.findByEid(eid, &veid));
         auto& records = KQS::caches::registry().records;
         ASSERT_TRUE(records.count(eid));
-        boost::shared_ptr<KQS::KQSEnvConfig> stale(new KQS::KQSEnvConfig);
-        stale->setVeid(999);
-        records[eid].config = stale;
+        records[eid].veid = 999;
         ASSERT_EQ(0, envm.findByEid(eid, &veid));
         ASSERT_EQ(veid, 999);
     }
@@ -139,7 +137,13 @@ TEST_F(CachesTest, WritersInvalidateWhatAStampCannotSee)
         {"invalidateContainer", [] { KQS::invalidateContainer(101); return 0; }},
         {"invalidateAll", [] { KQS::invalidateAll(); return 0; }},
         {"an action", [this] { return envm.mount(eid); }},
-        {"a failing action", [this] { return envm.mount(eid) == 0 ? -1 : 0; }},  // mounted already
+        {"a failing action",
+         [this] {
+             host.kqsim("fault kqctl umount 31 busy");
+             int rc = envm.umount(eid);
+             host.kqsim("fault --clear");
+             return rc != 0 ? 0 : -1;
+         }},
     };
     for (const Case& c : containerWriters) {
         plantStaleContainer();

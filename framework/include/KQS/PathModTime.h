@@ -8,6 +8,7 @@
 // that cannot be stat'ed has the empty stamp. Not thread safe: the owner
 // locks.
 #include <string>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 namespace KQS {
@@ -23,6 +24,8 @@ public:
     // folder rather than a walk of the whole path, for callers that look at
     // many files of one folder.
     bool update(int dirfd, const char* name);
+    // The same from a stat result the caller already has.
+    bool update(const struct ::stat& st);
     // The same test without remembering.
     bool isChanged(const std::string& path) const;
     // Forget the stamp: the next update reports a change.
