@@ -136,10 +136,12 @@ void BM_StartStopDirect(benchmark::State& state)
     int count = static_cast<int>(state.range(0));
     const Host& host = hostFor(count);
     std::vector<std::string> env = withOurs(host.env);
+    // posix_spawnp looks on our PATH, not the tools': name the tool itself.
+    const std::string kqctl = std::string(KQ_BIN_DIR) + "/kqsim-tools/kqctl";
     for (auto _ : state) {
         for (const char* action : {"start", "stop"})
             for (int i = 0; i < count; ++i)
-                if (spawn({"kqctl", action, std::to_string(kFirstVeid + i)}, env, nullptr) != 0)
+                if (spawn({kqctl, action, std::to_string(kFirstVeid + i)}, env, nullptr) != 0)
                     state.SkipWithError("kqctl failed");
     }
     state.SetItemsProcessed(state.iterations() * 2 * count);

@@ -197,7 +197,13 @@ int KQSEnvMLocal::getInfoEx(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, 
     if (!sync)
         return 0;
     for (const auto& entry : containers) {
+        // The identity the container records, else a new one: what addNewEnv
+        // would find with a listing of its own, from the configuration at hand.
         KQC::KQCEID eid;
+        if (entry.second.config)
+            findByVe(*entry.second.config, eid);
+        if (!eid.isValid())
+            eid.generate();
         rc = addNewEnv(entry.first, eid);
         if (rc)
             return rc;
