@@ -51,6 +51,10 @@ const Host& hostFor(int count)
     if (!::mkdtemp(pattern))
         std::abort();
     host.root = pattern;
+    std::atexit([] {
+        if (std::system(("rm -rf '" + host.root + "'").c_str()) != 0)
+            std::fprintf(stderr, "could not remove %s\n", host.root.c_str());
+    });
     const std::string kqsim = std::string(KQ_BIN_DIR) + "/kqsim";
     run(kqsim + " init '" + host.root + "'");
     for (int i = 0; i < count; ++i)

@@ -71,6 +71,20 @@ struct Made {
     double cacheBytesPerContainer = 0;
 };
 
+std::vector<std::string>& madeRoots()
+{
+    static std::vector<std::string> roots;
+    return roots;
+}
+
+// The hosts are big: none is left behind.
+void removeHosts()
+{
+    for (const std::string& root : madeRoots())
+        if (std::system(("rm -rf '" + root + "'").c_str()) != 0)
+            std::fprintf(stderr, "could not remove %s\n", root.c_str());
+}
+
 const Made& madeFor(int count)
 {
     static std::map<int, Made> hosts;
@@ -79,6 +93,9 @@ const Made& madeFor(int count)
         return it->second;
     Made made;
     made.root = makeHost(count);
+    if (madeRoots().empty())
+        std::atexit(removeHosts);
+    madeRoots().push_back(made.root);
     ::setenv("KQ_HOST_ROOT", made.root.c_str(), 1);
     long before = heapInUse();
     {
