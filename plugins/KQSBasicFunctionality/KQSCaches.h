@@ -5,12 +5,17 @@
 // What is kept, from the first use to the end of the process:
 //  - the host settings file, parsed, with its stamp;
 //  - per container (by VEID): its configuration file as the listing finished
-//    it, with the file's stamp; the set of VEIDs that have a configuration
-//    file, with the folder's stamp; the container roots (root -> VEID,
-//    KQSVEActionSystemLinux::m_vpsRoots, only ever added to);
-//  - per environment (by EID): the parsed agent-side record, with its
-//    file's stamp; the registry's EID list and VEID -> EID map, each with
-//    the folder's stamp and a "modified" flag.
+//    it, with the file's stamp, and whether its private area held a dump
+//    folder, with the area's stamp; the set of VEIDs that have a
+//    configuration file, with the folder's stamp; the container roots
+//    (root -> VEID, KQSVEActionSystemLinux::m_vpsRoots, only ever added to);
+//  - per environment (by EID): what its agent-side file said (the VEID, and
+//    the whole record while somebody holds it), with the file's stamp; the
+//    registry's EID list and VEID -> EID map, each with the folder's stamp
+//    and a "modified" flag.
+//
+// The EID record inside a container ("/.kqs/eid.conf") is not cached: it is
+// read afresh each time, so writing it needs no call here.
 //
 // Every reader compares the stamps of the files behind what it keeps, so a
 // change made by another process is seen at the next read. A stamp cannot
