@@ -283,6 +283,39 @@ TEST(ExecTest, TimedOutProgramThatExitsCleanlyStillFails)
     EXPECT_EQ(WTERMSIG(status), SIGTERM);
 }
 
+// A program usually closes its streams before it exits; its status must
+// still be the one it exited with, with and without a time limit, and
+// whether it lingers after closing them or not.
+TEST(ExecTest, ExitAfterClosingStreams)
+{
+    struct Case {
+        const char* script;
+        unsigned int limit;
+        int code;
+    } cases[] = {
+        {"exec >&- 2>&-; exit 3", 0, 3},
+        {"exec >&- 2>&-; exit 3", 500, 3},
+        {"exec >&- 2>&-; sleep 0.2; exit 5", 0, 5},
+        {"exec >&- 2>&-; sleep 0.2; exit 5", 500, 5},
+        {"echo out; exec >&- 2>&-; sleep 0.1", 500, 0},
+    };
+    for (const Case& c : cases) {
+        GenExec exec;
+        int status = runShell(exec, c.script, c.limit);
+        ASSERT_TRUE(WIFEXITED(status)) << c.script << " limit " << c.limit;
+        EXPECT_EQ(WEXITSTATUS(status), c.code) << c.script << " limit " << c.limit;
+    }
+}
+
+// Closing its streams does not end the limit of a program that goes on.
+TEST(ExecTest, TimeLimitHoldsAfterStreamsClose)
+{
+    GenExec exec;
+    int status = runShell(exec, "exec >&- 2>&-; exec sleep 30", 30);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGTERM);
+}
+
 TEST(ExecTest, EnvironmentPassing)
 {
     GenExec exec;

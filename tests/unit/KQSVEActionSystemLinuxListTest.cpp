@@ -362,6 +362,35 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, StatesComeFromTheHostsRecords)
     EXPECT_EQ(stateOf(list, 105), 5);
 }
 
+// Dumps in private areas are seen whenever they come and go, also between
+// listings that remember what the areas held.
+TEST_F(KQSVEActionSystemLinuxListKernelTest, DumpsInPrivateAreasComeAndGo)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    m_host.settings();
+    m_host.container(101);
+    struct Step {
+        const char* change;
+        int state;
+    } steps[] = {
+        {"", 3},
+        {"mkdir -p kq/private/101/dump", 3},
+        {"touch kq/private/101/dump/Dump", 5},
+        {"rm kq/private/101/dump/Dump", 3},
+        {"touch kq/private/101/dump/Dump", 5},
+        {"rm -r kq/private/101/dump", 3},
+        {"mkdir -p kq/private/101/dump && touch kq/private/101/dump/Dump", 5},
+        {"rm -r kq/private/101", -1},
+    };
+    for (const Step& step : steps) {
+        ASSERT_EQ(0, kqtest::run("cd '" + m_host.path("") + "' && " + (*step.change ? step.change : "true")));
+        KQSVPSList list;
+        ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
+        EXPECT_EQ(stateOf(list, 101), step.state) << "after: " << step.change;
+    }
+}
+
 TEST_F(KQSVEActionSystemLinuxListKernelTest, LocksGiveTransitions)
 {
     if (kqtest::ranInPreloadedChild())
