@@ -2,6 +2,7 @@
 
 #include "EnvJson.h"
 #include "JsonWriter.h"
+#include "TextTable.h"
 
 #include "KQS/EnvConfig.h"
 
@@ -16,26 +17,6 @@ enum Column { kVeid, kState, kTransition, kName, kHostname, kAddress, kEid, kCol
 typedef std::array<std::string, kColumns> Row;
 
 const Row kHeader = {"VEID", "STATE", "TRANSITION", "NAME", "HOSTNAME", "ADDRESS", "EID"};
-
-// Names come from the host: a control character would break the line.
-std::string printable(const std::string& text)
-{
-    std::string shown = text;
-    for (char& c : shown)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
-            c = '?';
-    return shown;
-}
-
-// Width on a terminal, by code points: UTF-8 continuation bytes take none.
-size_t width(const std::string& text)
-{
-    size_t count = 0;
-    for (char c : text)
-        if ((static_cast<unsigned char>(c) & 0xC0) != 0x80)
-            ++count;
-    return count;
-}
 
 std::string optionalText(const KQC::KQCOptionalProperty<std::string>& property)
 {
@@ -77,19 +58,6 @@ Entry entryOf(const KQC::KQCEnv& env)
         entry.row[kAddress] = first.address() + "/" + std::to_string(first.prefixLength());
     }
     return entry;
-}
-
-void printRow(std::ostream& out, const Row& row, const std::array<size_t, kColumns>& widths)
-{
-    std::string line;
-    for (size_t column = 0; column < kColumns; ++column) {
-        line += row[column];
-        // The last column needs no padding; trailing blanks help nobody.
-        if (column + 1 < kColumns)
-            line.append(widths[column] - width(row[column]) + 2, ' ');
-    }
-    line += '\n';
-    out << line;
 }
 
 } // namespace
@@ -134,15 +102,11 @@ void printEnvTable(std::ostream& out, const KQC::KQCEnvVector& envs)
             entries.push_back(entryOf(*env));
     std::stable_sort(entries.begin(), entries.end(),
                      [](const Entry& a, const Entry& b) { return a.veid < b.veid; });
-    std::array<size_t, kColumns> widths;
-    for (size_t column = 0; column < kColumns; ++column) {
-        widths[column] = width(kHeader[column]);
-        for (const auto& entry : entries)
-            widths[column] = std::max(widths[column], width(entry.row[column]));
-    }
-    printRow(out, kHeader, widths);
+    std::vector<TextRow> rows;
+    rows.reserve(entries.size());
     for (const auto& entry : entries)
-        printRow(out, entry.row, widths);
+        rows.emplace_back(entry.row.begin(), entry.row.end());
+    printTable(out, TextRow(kHeader.begin(), kHeader.end()), rows);
 }
 
 void streamEnvs(Outcome& outcome, const KQC::KQCEnvVector& envs)

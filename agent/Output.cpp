@@ -1,6 +1,10 @@
 #include "Output.h"
 
 #include "JsonWriter.h"
+#include "TextTable.h"
+
+#include <algorithm>
+#include <cstdio>
 
 #include <iostream>
 
@@ -10,8 +14,51 @@ namespace {
 std::string scalarText(const boost::json::value& value)
 {
     if (value.is_string())
-        return std::string(value.as_string().c_str(), value.as_string().size());
+        return printable(std::string(value.as_string().c_str(), value.as_string().size()));
+    if (value.is_double()) {
+        // JSON's exponent form ("1.5E-1") is for programs; people read 0.15.
+        char text[32];
+        std::snprintf(text, sizeof text, "%.6g", value.as_double());
+        return text;
+    }
+    if (value.is_array()) {
+        std::string text;
+        for (const auto& item : value.as_array())
+            text += (text.empty() ? "" : " ") + (item.is_structured() ? jsonText(item) : scalarText(item));
+        return text;
+    }
     return jsonText(value);
+}
+
+// A list of records (counters, processes, mounts) reads best as a table:
+// one row per record, a column per field in the order the fields first
+// appear. False when `items` is not such a list.
+bool printRecords(const std::string& key, const boost::json::array& items)
+{
+    if (items.empty())
+        return false;
+    TextRow header;
+    for (const auto& item : items) {
+        if (!item.is_object())
+            return false;
+        for (const auto& field : item.as_object()) {
+            std::string name(field.key().data(), field.key().size());
+            if (std::find(header.begin(), header.end(), name) == header.end())
+                header.push_back(name);
+        }
+    }
+    std::vector<TextRow> rows;
+    for (const auto& item : items) {
+        TextRow row;
+        for (const std::string& name : header) {
+            const boost::json::value* field = item.as_object().if_contains(name);
+            row.push_back(field ? scalarText(*field) : std::string());
+        }
+        rows.push_back(std::move(row));
+    }
+    std::cout << key << ":\n";
+    printTable(std::cout, header, rows);
+    return true;
 }
 
 void printObject(const boost::json::object& object, const std::string& indent)
@@ -55,6 +102,8 @@ void printText(const Outcome& outcome)
             std::cout.write(value.as_string().data(), static_cast<std::streamsize>(value.as_string().size()));
         else if (value.is_object())
             printObject(value.as_object(), "");
+        else if (value.is_array() && printRecords(std::string(entry.key()), value.as_array()))
+            continue;
         else
             std::cout << std::string(entry.key()) << ": " << scalarText(value) << "\n";
     }

@@ -70,6 +70,12 @@ TEST_F(StatsE2ETest, KernelValuesComeOutConverted)
     ASSERT_EQ(slm.size(), 2u);
     EXPECT_EQ(number(slm.at(0).at("value")), 99u);
     EXPECT_EQ(slm.at(1).at("a").as_int64(), 2);
+
+    // The readable form is for people: plain decimals, and records as a table.
+    EXPECT_EQ(kqtest::agent(host.root(), {"stat", "loadavg", "101"}).out, "loadavg: 0.15 2.5 1.05\n");
+    const std::string classesTable = kqtest::agent(host.root(), {"stat", "net", "101"}).out;
+    EXPECT_EQ(classesTable.substr(0, classesTable.find('\n', classesTable.find('\n') + 1)),
+              "classes:\nclass  counters");
 }
 
 TEST_F(StatsE2ETest, QuotaNotLoadedInTheKernelIsReadByTheToolWhoseExitTenCounts)
