@@ -120,10 +120,12 @@ TEST(ExecTest, ExitStatusAndErrorText)
             EXPECT_EQ(WEXITSTATUS(status), c.code);
         }
         EXPECT_EQ((status & 0xFF00) >> 8, c.code);
-        if (c.message)
+        if (c.message) {
             EXPECT_STREQ(KQC::getErrorMessage(), c.message);
-        if (c.errText)
+        }
+        if (c.errText) {
             EXPECT_EQ(exec.getOutput(GenExec::ERRTEXT), c.errText);
+        }
     }
 
     GenExec exec;

@@ -95,8 +95,9 @@ TEST_F(KQSKqStatLocalTest, FailuresAreRetriedOnceOrNotAtAll)
         setKernel("host", "fault.ioctl", c.fault);
         errno = 0;
         EXPECT_EQ(readUgid(), c.result);
-        if (c.result != 0)
+        if (c.result != 0) {
             EXPECT_EQ(errno, c.error);
+        }
         EXPECT_EQ(faultUnitsLeft(), c.unitsLeft);
     }
     // Quota not loaded: the kernel's ENOENT reaches the caller untouched.

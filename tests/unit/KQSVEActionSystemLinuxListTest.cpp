@@ -144,8 +144,9 @@ TEST_F(KQSVEActionSystemLinuxListTest, LocksGiveTransitionsWhileTheHolderLives)
         KQC::setErrorMessage("%s", "");
         EXPECT_EQ(VE::getVPSTransition(lockDir, 101, &transition), c.result);
         EXPECT_EQ(transition, c.transition);
-        if (c.result != 0)
+        if (c.result != 0) {
             EXPECT_STRNE(KQC::getErrorMessage(), "");
+        }
     }
     int transition = 0;
     EXPECT_EQ(VE::getVPSTransition(m_host.path("no/such/folder"), 101, &transition), -1);
