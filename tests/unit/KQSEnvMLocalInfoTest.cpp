@@ -178,26 +178,6 @@ TEST_F(EnvMLocalInfoTest, InfoChecksTheRightAndAnEmptyRegistryListsNothing)
     EXPECT_TRUE(none.empty());
 }
 
-TEST_F(EnvMLocalInfoTest, ListFiltersOnStatesWhenItHasAny)
-{
-    if (kqtest::ranInPreloadedChild())
-        return;
-    emptyHost();
-    container(101), container(102);
-    write("var/lib/kqsim/running", "102\n");
-    KQC::KQCEnvVector envs;
-    ASSERT_EQ(0, envm.getInfoEx(KQC::KQCEIDSet(), envs, kAll, true)) << KQC::getErrorMessage();
-    std::map<int, KQC::KQCEID> found = byVeid(envs);
-
-    KQC::KQCEIDSet all, running;
-    ASSERT_EQ(0, envm.getList(all, KQC::KQCEnvMListOptions())) << KQC::getErrorMessage();
-    EXPECT_EQ((KQC::KQCEIDSet{found[101], found[102]}), all);
-    KQC::KQCEnvMListOptions onlyRunning;
-    onlyRunning.states = {KQC::ENV_STATE_RUNNING};
-    ASSERT_EQ(0, envm.getList(running, onlyRunning));
-    EXPECT_EQ((KQC::KQCEIDSet{found[102]}), running);
-}
-
 TEST_F(EnvMLocalInfoTest, TheMaskChoosesWhatEachEnvironmentCarries)
 {
     if (kqtest::ranInPreloadedChild())

@@ -56,30 +56,32 @@ private:
     std::vector<KQC::KQCEID> m_cached;
 };
 
-TEST_F(VeidTest, BoundsDefaultWithoutTheConfigurationNode)
-{
-    int min = 0, max = 0;
-    EXPECT_EQ(-1, envm.getVeidBounds(&min, &max));
-    EXPECT_EQ(100, min);
-    EXPECT_EQ(134217727, max);
-
-    host.write("etc/kqagent/KQSVpsAgent.conf", "<message name=\"configuration\"></message>\n");
-    EXPECT_EQ(-1, envm.getVeidBounds(&min, &max));
-    EXPECT_EQ(100, min);
-}
-
+// Without the configuration node the defaults hold and the call says so.
 TEST_F(VeidTest, BoundsComeFromTheAgentConfiguration)
 {
-    bounds("<int key=\"minVeid\">200</int><int key=\"maxVeid\">300</int>");
+    struct Case {
+        const char* values;  // nullptr: a configuration without the node
+        int result, min, max;
+    } cases[] = {
+        {nullptr, -1, 100, 134217727},
+        {"<int key=\"minVeid\">200</int><int key=\"maxVeid\">300</int>", 0, 200, 300},
+        {"<int key=\"minVeid\">500</int>", 0, 500, 134217727},
+    };
     int min = 0, max = 0;
-    ASSERT_EQ(0, envm.getVeidBounds(&min, &max));
-    EXPECT_EQ(200, min);
-    EXPECT_EQ(300, max);
-
-    bounds("<int key=\"minVeid\">500</int>");
-    ASSERT_EQ(0, envm.getVeidBounds(&min, &max));
-    EXPECT_EQ(500, min);
+    EXPECT_EQ(-1, envm.getVeidBounds(&min, &max)) << "no configuration file";
+    EXPECT_EQ(100, min);
     EXPECT_EQ(134217727, max);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.values ? c.values : "no node");
+        if (c.values)
+            bounds(c.values);
+        else
+            host.write("etc/kqagent/KQSVpsAgent.conf", "<message name=\"configuration\"></message>\n");
+        min = max = 0;
+        EXPECT_EQ(c.result, envm.getVeidBounds(&min, &max));
+        EXPECT_EQ(c.min, min);
+        EXPECT_EQ(c.max, max);
+    }
 }
 
 TEST_F(VeidTest, OnlyCachedEnvironmentsMakeAVeidBusy)
@@ -129,17 +131,24 @@ TEST_F(VeidTest, ClimbsPastTheMaximumInsteadOfWrapping)
     }
 }
 
-TEST_F(VeidTest, FromMasterTakesTheFirstCandidateWhenNoAreaExists)
+// With no area in the way the first random candidate is taken, also when
+// the private template names one folder for every container.
+TEST_F(VeidTest, FromMasterTakesTheFirstCandidateWhenNoAreaIsInTheWay)
 {
     hostSettings();
     bounds("<int key=\"minVeid\">700</int><int key=\"maxVeid\">710</int>");
-    std::srand(3);
-    int expected = 0;
-    ASSERT_EQ(0, envm.allocateVeid(expected));
-    std::srand(3);
-    int veid = 0;
-    ASSERT_EQ(0, envm.allocateVeidFromMaster(veid, nullptr)) << KQC::getErrorMessage();
-    EXPECT_EQ(expected, veid);
+    makeDir("shared");
+    KQS::KQSEnvConfig shared;
+    shared.setVEPrivateVar(host.path("shared"));
+    for (KQS::KQSEnvConfig* config : {static_cast<KQS::KQSEnvConfig*>(nullptr), &shared}) {
+        std::srand(3);
+        int expected = 0;
+        ASSERT_EQ(0, envm.allocateVeid(expected));
+        std::srand(3);
+        int veid = 0;
+        ASSERT_EQ(0, envm.allocateVeidFromMaster(veid, config)) << KQC::getErrorMessage();
+        EXPECT_EQ(expected, veid) << (config ? "shared private folder" : "host templates");
+    }
 }
 
 TEST_F(VeidTest, FromMasterGivesUpWhenEveryAreaIsTaken)
@@ -171,22 +180,6 @@ TEST_F(VeidTest, FromMasterPrefersTheConfigurationsOwnTemplates)
     ASSERT_EQ(0, envm.allocateVeidFromMaster(veid, &config)) << KQC::getErrorMessage();
     EXPECT_GE(veid, 700);
     EXPECT_LE(veid, 703);
-}
-
-TEST_F(VeidTest, FromMasterAcceptsAPrivateTemplateWithoutTheVeid)
-{
-    hostSettings();
-    bounds("<int key=\"minVeid\">700</int><int key=\"maxVeid\">703</int>");
-    makeDir("shared");
-    KQS::KQSEnvConfig config;
-    config.setVEPrivateVar(host.path("shared"));
-    std::srand(11);
-    int expected = 0;
-    ASSERT_EQ(0, envm.allocateVeid(expected));
-    std::srand(11);
-    int veid = 0;
-    ASSERT_EQ(0, envm.allocateVeidFromMaster(veid, &config));
-    EXPECT_EQ(expected, veid);
 }
 
 TEST_F(VeidTest, FromMasterNeedsTheHostSettings)

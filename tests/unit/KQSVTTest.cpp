@@ -48,89 +48,84 @@ TEST_F(KQSVTTest, PackageVersionReadsAsFarAsItGoes)
     EXPECT_FALSE(PackageVersion::parse("0.0.1").empty());
 }
 
-TEST_F(KQSVTTest, BareMetalReleaseGivesVersionAndBuild)
+// Each release file alone: what it yields, or its refusal (nullptr).
+TEST_F(KQSVTTest, ReleaseFilesGiveVersionAndBuild)
 {
-    ASSERT_TRUE(bareMetal("Zentravix Server Bare Metal 5.0.2 (71)\n"));
-    EXPECT_EQ(m_version, "5.0.2");
-    EXPECT_EQ(m_build, "71");
-    // The product words are compared without regard to case; anything may
-    // stand between the version and the build.
-    ASSERT_TRUE(bareMetal("zentravix SERVER bare METAL 6.1 release (1234) x86_64"));
-    EXPECT_EQ(m_version, "6.1.0");
-    EXPECT_EQ(m_build, "1234");
-}
-
-TEST_F(KQSVTTest, BareMetalReleaseThatIsNotOursIsRefused)
-{
+    struct Case {
+        bool bare;  // the bare-metal release file, or the packing list
+        std::string text;
+        const char* version;
+        const char* build;
+    } cases[] = {
+        {true, "Zentravix Server Bare Metal 5.0.2 (71)\n", "5.0.2", "71"},
+        // The product words are compared without regard to case; anything
+        // may stand between the version and the build.
+        {true, "zentravix SERVER bare METAL 6.1 release (1234) x86_64", "6.1.0", "1234"},
+        {true, "Zentravix Server Metal 5.0.0 (71)", nullptr, nullptr},
+        {true, "Zentravix Server Bare Metal", nullptr, nullptr},
+        {true, "Zentravix Server Bare Metal 5.0.0 71", nullptr, nullptr},
+        {true, "Zentravix Server Bare Metal 5.0.0 (71", nullptr, nullptr},
+        {true, "Zentravix Server Bare Metal 5.0.0 (build)", nullptr, nullptr},
+        {true, "", nullptr, nullptr},
+        {true, std::string(300, 'Z') + " Server Bare Metal 5.0.0 (71)", nullptr, nullptr},
+        {false, "kernel-2.6.32\ncorvantis-release-4.6.1-205\ncorvantis-release-9.9.9-1\n", "4.6.1", "205"},
+        {false, "kernel-2.6.32\ncorvantis-tools-4.6.0-205\n", nullptr, nullptr},
+        {false, "corvantis-release-4.6.0\n", nullptr, nullptr},
+        {false, "corvantis-release--205\n", nullptr, nullptr},
+        {false, "corvantis-release-4.6.0-0\n", nullptr, nullptr},
+        {false, "corvantis-release-4.6.0-\n", nullptr, nullptr},
+        {false, " corvantis-release-4.6.0-205\n", nullptr, nullptr},
+    };
     // Not having the product is an answer: the thread's message stays.
     KQC::setErrorMessage("earlier failure");
     EXPECT_EQ(KQSVT().getBareMetalPackage(m_version, m_build), 1);  // no file
+    EXPECT_EQ(KQSVT().getCorvantisPackage(m_version, m_build), 1);
     EXPECT_STREQ(KQC::getErrorMessage(), "earlier failure");
-    EXPECT_FALSE(bareMetal("Zentravix Server Metal 5.0.0 (71)"));
-    EXPECT_FALSE(bareMetal("Zentravix Server Bare Metal"));
-    EXPECT_FALSE(bareMetal("Zentravix Server Bare Metal 5.0.0 71"));
-    EXPECT_FALSE(bareMetal("Zentravix Server Bare Metal 5.0.0 (71"));
-    EXPECT_FALSE(bareMetal("Zentravix Server Bare Metal 5.0.0 (build)"));
-    EXPECT_FALSE(bareMetal(""));
-    EXPECT_FALSE(bareMetal(std::string(300, 'Z') + " Server Bare Metal 5.0.0 (71)"));
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        m_version = m_build = "stale";
+        ASSERT_EQ(c.bare ? bareMetal(c.text) : corvantis(c.text), c.version != nullptr);
+        if (c.version) {
+            EXPECT_EQ(m_version, c.version);
+            EXPECT_EQ(m_build, c.build);
+        }
+    }
 }
 
-TEST_F(KQSVTTest, PackingListGivesVersionAndBuild)
-{
-    ASSERT_TRUE(corvantis("kernel-2.6.32\ncorvantis-release-4.6.1-205\ncorvantis-release-9.9.9-1\n"));
-    EXPECT_EQ(m_version, "4.6.1");
-    EXPECT_EQ(m_build, "205");
-}
-
-TEST_F(KQSVTTest, PackingListWithoutAUsableLineIsRefused)
-{
-    EXPECT_EQ(KQSVT().getCorvantisPackage(m_version, m_build), 1);  // no file
-    EXPECT_FALSE(corvantis("kernel-2.6.32\ncorvantis-tools-4.6.0-205\n"));
-    EXPECT_FALSE(corvantis("corvantis-release-4.6.0\n"));
-    EXPECT_FALSE(corvantis("corvantis-release--205\n"));
-    EXPECT_FALSE(corvantis("corvantis-release-4.6.0-0\n"));
-    EXPECT_FALSE(corvantis("corvantis-release-4.6.0-\n"));
-    EXPECT_FALSE(corvantis(" corvantis-release-4.6.0-205\n"));
-}
-
-TEST_F(KQSVTTest, IPv6ComesWithBareMetalFiveZeroBuild72)
+// IPv6 comes with bare metal 5.0 build 72 or the container product 4.6
+// build 206 (patch numbers take no part); the bare-metal file is asked
+// first, and one that is not understood does not count.
+TEST_F(KQSVTTest, IPv6ComesWithTheReleasesThatHaveIt)
 {
     EXPECT_FALSE(KQSVT().isIPv6Available());
-    bareMetal("Zentravix Server Bare Metal 5.0.0 (71)");
-    EXPECT_FALSE(KQSVT().isIPv6Available());
-    bareMetal("Zentravix Server Bare Metal 5.0.0 (72)");
-    EXPECT_TRUE(KQSVT().isIPv6Available());
-    // The patch number takes no part.
-    bareMetal("Zentravix Server Bare Metal 5.0.9 (71)");
-    EXPECT_FALSE(KQSVT().isIPv6Available());
-    bareMetal("Zentravix Server Bare Metal 5.1.0 (1)");
-    EXPECT_TRUE(KQSVT().isIPv6Available());
-    bareMetal("Zentravix Server Bare Metal 4.9.0 (900)");
-    EXPECT_FALSE(KQSVT().isIPv6Available());
-    bareMetal("Zentravix Server Bare Metal 6.0.0 (0)");
-    EXPECT_TRUE(KQSVT().isIPv6Available());
-}
-
-TEST_F(KQSVTTest, IPv6ComesWithContainerProductFourSixBuild206)
-{
-    corvantis("corvantis-release-4.6.0-205\n");
-    EXPECT_FALSE(KQSVT().isIPv6Available());
-    corvantis("corvantis-release-4.6.0-206\n");
-    EXPECT_TRUE(KQSVT().isIPv6Available());
-    corvantis("corvantis-release-4.7.0-1\n");
-    EXPECT_TRUE(KQSVT().isIPv6Available());
-    corvantis("corvantis-release-4.5.9-999\n");
-    EXPECT_FALSE(KQSVT().isIPv6Available());
-}
-
-TEST_F(KQSVTTest, BareMetalReleaseIsAskedFirst)
-{
-    corvantis("corvantis-release-4.7.0-1\n");
-    bareMetal("Zentravix Server Bare Metal 5.0.0 (1)");
-    EXPECT_FALSE(KQSVT().isIPv6Available());
-    // A bare-metal file that is not understood does not count.
-    bareMetal("Something else entirely");
-    EXPECT_TRUE(KQSVT().isIPv6Available());
+    struct Case {
+        const char* bare;     // nullptr: no such file
+        const char* packing;  // nullptr: no such file
+        bool ipv6;
+    } cases[] = {
+        {"Zentravix Server Bare Metal 5.0.0 (71)", nullptr, false},
+        {"Zentravix Server Bare Metal 5.0.0 (72)", nullptr, true},
+        {"Zentravix Server Bare Metal 5.0.9 (71)", nullptr, false},
+        {"Zentravix Server Bare Metal 5.1.0 (1)", nullptr, true},
+        {"Zentravix Server Bare Metal 4.9.0 (900)", nullptr, false},
+        {"Zentravix Server Bare Metal 6.0.0 (0)", nullptr, true},
+        {nullptr, "corvantis-release-4.6.0-205\n", false},
+        {nullptr, "corvantis-release-4.6.0-206\n", true},
+        {nullptr, "corvantis-release-4.7.0-1\n", true},
+        {nullptr, "corvantis-release-4.5.9-999\n", false},
+        {"Zentravix Server Bare Metal 5.0.0 (1)", "corvantis-release-4.7.0-1\n", false},
+        {"Something else entirely", "corvantis-release-4.7.0-1\n", true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.bare ? c.bare : "-") + " / " + (c.packing ? c.packing : "-"));
+        std::remove(m_host.path(kBareMetal).c_str());
+        std::remove(m_host.path(kPackingList).c_str());
+        if (c.bare)
+            bareMetal(c.bare);
+        if (c.packing)
+            corvantis(c.packing);
+        EXPECT_EQ(KQSVT().isIPv6Available(), c.ipv6);
+    }
 }
 
 // ---- vswap: decided once per process ----------------------------------------

@@ -342,43 +342,37 @@ TEST_F(ShellSyntaxTest, WriterRefusesWhatNoShellCanHold)
     EXPECT_EQ(KQS::writeShellFile({{"A", "v"}}, out, &broken, true), -1);
 }
 
-namespace {
-std::vector<std::string> wordsOf(const std::string& line)
-{
-    std::vector<std::string> words;
-    EXPECT_EQ(0, KQS::splitShellWords(line, words)) << line << ": " << KQC::getErrorMessage();
-    return words;
-}
-} // namespace
-
 // The console's batch lines are split this way.
 TEST_F(ShellSyntaxTest, CommandLinesSplitLikeAShell)
 {
-    EXPECT_EQ((std::vector<std::string>{"set", "101", "--name", "my box"}), wordsOf("set 101 --name 'my box'"));
-    EXPECT_EQ((std::vector<std::string>{"a\"b$c`d\\e"}), wordsOf("\"a\\\"b\\$c\\`d\\\\e\""));
-    EXPECT_EQ((std::vector<std::string>{"x\\ny"}), wordsOf("\"x\\ny\""));
-    EXPECT_EQ((std::vector<std::string>{"a b", "", "c'd"}), wordsOf("  a\\ b  '' \"c'd\"  "));
-    EXPECT_EQ((std::vector<std::string>{"abc"}), wordsOf("a'b'\"c\""));
-    EXPECT_TRUE(wordsOf("   \t").empty());
-    EXPECT_EQ((std::vector<std::string>{"say", "a\tb'", "c d", "$x"}), wordsOf("say $'a\\tb\\'' $\"c d\" \"$x\""));
-
-    std::vector<std::string> words;
-    EXPECT_EQ(-1, KQS::splitShellWords("start '101", words));
-    EXPECT_EQ(-1, KQS::splitShellWords("start \"101", words));
-    EXPECT_EQ(-1, KQS::splitShellWords("start $'101\\'", words));
-    EXPECT_EQ(-1, KQS::splitShellWords("start 101\\", words));
+    typedef std::vector<std::string> Words;
+    const struct {
+        const char* line;
+        Words words;
+    } cases[] = {
+        {"set 101 --name 'my box'", {"set", "101", "--name", "my box"}},
+        {"\"a\\\"b\\$c\\`d\\\\e\"", {"a\"b$c`d\\e"}},
+        {"\"x\\ny\"", {"x\\ny"}},
+        {"  a\\ b  '' \"c'd\"  ", {"a b", "", "c'd"}},
+        {"a'b'\"c\"", {"abc"}},
+        {"   \t", {}},
+        {"say $'a\\tb\\'' $\"c d\" \"$x\"", {"say", "a\tb'", "c d", "$x"}},
+        {"create --name 'my ct' --description \"a \\\"b\\\"\" x\\ y # rest",
+         {"create", "--name", "my ct", "--description", "a \"b\"", "x y"}},
+    };
+    for (const auto& c : cases) {
+        Words words{"stale"};
+        EXPECT_EQ(0, KQS::splitShellWords(c.line, words)) << c.line << ": " << KQC::getErrorMessage();
+        EXPECT_EQ(words, c.words) << c.line;
+    }
+    Words words;
+    for (const char* open : {"start '101", "start \"101", "start $'101\\'", "start 101\\"})
+        EXPECT_EQ(-1, KQS::splitShellWords(open, words)) << open;
     EXPECT_STREQ("trailing backslash in 'start 101\\'", KQC::getErrorMessage());
 }
 
-TEST_F(ShellSyntaxTest, WordsAndSingleAssignments)
+TEST_F(ShellSyntaxTest, SingleAssignments)
 {
-    std::vector<std::string> words;
-    ASSERT_EQ(KQS::splitShellWords("create --name 'my ct' --description \"a \\\"b\\\"\" x\\ y # rest", words), 0);
-    EXPECT_EQ(words, (std::vector<std::string>{"create", "--name", "my ct", "--description", "a \"b\"", "x y"}));
-    ASSERT_EQ(KQS::splitShellWords("a ''", words), 0);
-    EXPECT_EQ(words, (std::vector<std::string>{"a", ""}));
-    EXPECT_EQ(KQS::splitShellWords("say 'open", words), -1);
-
     std::string key, value;
     ASSERT_EQ(KQC::parseBashStr("RPM_PATH=\"/usr/bin/rpm\"", key, value), 0);
     EXPECT_EQ(key, "RPM_PATH");
