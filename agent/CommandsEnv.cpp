@@ -3,8 +3,23 @@
 #include "EnvJson.h"
 #include "EnvList.h"
 
+#include <set>
+
 namespace kqagent {
 namespace {
+
+// The environments whose state is in `states`, in their order; all of them
+// when `states` is empty.
+KQC::KQCEnvVector withStates(const KQC::KQCEnvVector& envs, const std::set<int>& states)
+{
+    if (states.empty())
+        return envs;
+    KQC::KQCEnvVector kept;
+    for (const auto& env : envs)
+        if (env && states.count(env->getStatus().state()))
+            kept.push_back(env);
+    return kept;
+}
 
 void addList(CommandLine& cli)
 {
@@ -16,11 +31,15 @@ void addList(CommandLine& cli)
             for (const auto& state : states)
                 options.states.insert(static_cast<int>(parseNumber(state, "state")));
             return Runner([options](Session& session) {
-                KQC::KQCEIDSet eids;
-                Outcome outcome = resultOf(session.envM().getList(eids, options));
+                // One join of the registry with the host: all environments
+                // with their information, filtered here by state. Asking for
+                // the identifiers first and then their information would
+                // join twice for the same answer.
+                KQC::KQCEnvVector all;
+                Outcome outcome = resultOf(session.envM().getInfo(KQC::KQCEIDSet(), all, 0xffffffff));
                 KQC::KQCEnvVector envs;
-                if (outcome.rc == 0 && !eids.empty())
-                    outcome = resultOf(session.envM().getInfo(eids, envs, 0xffffffff));
+                if (outcome.rc == 0)
+                    envs = withStates(all, options.states);
                 streamEnvs(outcome, envs);
                 return outcome;
             });

@@ -3,6 +3,7 @@
 #include "KQSBasicFunctionalityCommon.h"
 #include "KQSEnvMLocal.h"
 #include "KQSCaches.h"
+#include "KQSResult.h"
 #include "KQSVEActionSystemLinux.h"
 
 #include "KQC/Boundary.h"
@@ -145,7 +146,9 @@ int KQSEnvMLocal::infoOf(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, uns
         return KQC::KQC_ERR_ACCESS_DENIED;
     if (wanted.empty())
         return 0;
-    return getInfoEx(wanted, out, mask, false);
+    // "All" stays "all" for the join: a container whose file cannot be read
+    // is left out of all, while one asked for by name is an error.
+    return getInfoEx(eids, out, mask, false);
 }
 
 int KQSEnvMLocal::getList(KQC::KQCEIDSet& out, const KQC::KQCEnvMListOptions& options)
@@ -206,9 +209,21 @@ int KQSEnvMLocal::joinWithHost(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& ou
             containers.emplace(item.veid, KQSVPSEntry());
         }
     }
-    int rc = KQSVEActionSystemLinux::getVPSList(containers, true, !eids.empty());
+    KQSUnreadableList unreadable;
+    int rc = KQSVEActionSystemLinux::getVPSList(containers, true, !eids.empty(), &unreadable);
     if (rc)
         return rc;
+    // A container asked for by name whose file cannot be read is an error
+    // naming that file, not "no such environment".
+    if (!eids.empty()) {
+        for (const Registered& item : known) {
+            auto broken = unreadable.find(item.veid);
+            if (broken != unreadable.end() && !containers.count(item.veid)) {
+                KQC::setErrorMessage("%s", broken->second.c_str());
+                return KQS_ERR_READ;
+            }
+        }
+    }
     // The environment each listed container was given to, for the
     // synchronising pass.
     std::map<int, std::pair<KQC::KQCEID, boost::shared_ptr<KQSEnvConfig>>> listed;
@@ -220,7 +235,10 @@ int KQSEnvMLocal::joinWithHost(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& ou
             if (sync)
                 listed[item.veid] = std::make_pair(item.eid, it->second.config);
             containers.erase(it);
-        } else if (sync) {
+        } else if (sync && !(item.found && unreadable.count(item.veid))) {
+            // Only a container whose file is gone is forgotten: one whose
+            // file cannot be read now keeps its identity for when the file
+            // is repaired.
             removeEnv(item.eid);
             // A second environment of a container listed already: the
             // container's record must name the one that stays.

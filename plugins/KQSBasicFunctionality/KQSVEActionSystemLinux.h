@@ -26,6 +26,9 @@ struct KQSVPSEntry {
     KQSPathModTime modTime;                  // of the configuration file
 };
 typedef std::map<int, KQSVPSEntry> KQSVPSList;
+// VEID -> why its configuration file could not be read (the text names the
+// file): containers whose file is there but unusable.
+typedef std::map<int, std::string> KQSUnreadableList;
 
 // Lock-file word -> transition ("creating" -> 2, ..., "" -> 0).
 extern const std::map<std::string, int> VPSTransitionsMapLinux;
@@ -78,6 +81,10 @@ public:
 
     // Enumeration.
     static int getVPSList(KQSVPSList& list, bool skipForRepair, bool onlyGiven);
+    // As above; `unreadable` (may be null) is filled with the containers
+    // left out of `list` because their configuration file exists but cannot
+    // be read. A file that is not there at all is not among them.
+    static int getVPSList(KQSVPSList& list, bool skipForRepair, bool onlyGiven, KQSUnreadableList* unreadable);
     static int getVeidList(std::set<int>& veids);
     static int getRunVPSList(std::set<int>& veids);
     static int getMountedVPSList(std::set<int>& veids);

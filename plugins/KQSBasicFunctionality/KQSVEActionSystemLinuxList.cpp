@@ -252,6 +252,17 @@ public:
             return stamp.update(m_fd.get(), name);
         return stamp.update(m_path + name);
     }
+    // Whether the folder has an entry for `veid`, whatever it is; a link is
+    // not followed, so a dangling one is there too.
+    bool has(int veid) const
+    {
+        char name[32];
+        std::snprintf(name, sizeof name, "%d.conf", veid);
+        struct stat st;
+        if (m_fd.isValid())
+            return ::fstatat(m_fd.get(), name, &st, AT_SYMLINK_NOFOLLOW) == 0;
+        return ::lstat((m_path + name).c_str(), &st) == 0;
+    }
 
 private:
     std::string m_path;
@@ -259,16 +270,19 @@ private:
 };
 
 // Parses the file and finishes it as every listing shows a container that
-// does not run; empty when the file cannot be read.
+// does not run; empty, with `failure` saying why, when the file cannot be
+// read.
 boost::shared_ptr<KQSEnvConfig> parseContainer(int veid, const std::string& path, KQSEnvConfigBashParser& parser,
-                                               const KQSEnvConfig& defaults)
+                                               const KQSEnvConfig& defaults, std::string& failure)
 {
     boost::shared_ptr<KQSEnvConfig> config(new KQSEnvConfig());
     if (getBashConfig(path.c_str(), parser, *config) != 0) {
         // One broken file is that container's problem: it is left out of
         // this listing, said so in the log, and the others are listed.
-        KQC::Log2(kLogComponent, __FILE__, __LINE__, "getVPSList", __PRETTY_FUNCTION__)
-            .put(1, "can't read the configuration of container %d: %s", veid, KQC::getErrorMessage());
+        char text[64];
+        std::snprintf(text, sizeof text, "can't read the configuration of container %d: ", veid);
+        failure = text + std::string(KQC::getErrorMessage());
+        KQC::Log2(kLogComponent, __FILE__, __LINE__, "getVPSList", __PRETTY_FUNCTION__).put(1, "%s", failure.c_str());
         return boost::shared_ptr<KQSEnvConfig>();
     }
     dropUnsetAddresses(*config);
@@ -289,21 +303,28 @@ boost::shared_ptr<KQSEnvConfig> parseContainer(int veid, const std::string& path
 // The entry gets the container's configuration as last parsed while its
 // file and the host settings stay the same: an unchanged container costs
 // one stat and no copy. The configuration is shared with the cache and with
-// earlier listings: whoever changes it, copies it first.
-void readEntryConfig(int veid, KQSVPSEntry& entry, KQSEnvConfigBashParser& parser, const ConfigFolder& folder)
+// earlier listings: whoever changes it, copies it first. A file that is
+// there but cannot be read leaves the reason in `failure`.
+void readEntryConfig(int veid, KQSVPSEntry& entry, KQSEnvConfigBashParser& parser, const ConfigFolder& folder,
+                     std::string& failure)
 {
     caches::Listing& cache = caches::listing();
     caches::ParsedContainer& parsed = cache.parsed[veid];
     bool changed = folder.changed(veid, parsed.stamp);
     if (changed || !parsed.config || parsed.settingsGeneration != cache.settingsGeneration) {
         std::string path = folder.path() + std::to_string(veid) + ".conf";
-        parsed.config = parseContainer(veid, path, parser, cache.defaults);
+        parsed.config = parseContainer(veid, path, parser, cache.defaults, failure);
         parsed.settingsGeneration = cache.settingsGeneration;
     }
     entry.modTime = parsed.stamp;
     entry.config = boost::const_pointer_cast<KQSEnvConfig>(parsed.config);
-    if (!parsed.config)
+    if (!parsed.config) {
         cache.parsed.erase(veid);  // read again next time rather than remember a failure
+        // A container asked for by VEID may have no file at all: that is a
+        // container that is gone, not one that is broken.
+        if (!folder.has(veid))
+            failure.clear();
+    }
 }
 
 boost::shared_ptr<KQSEnvConfig> bareConfig(int veid)
@@ -752,6 +773,12 @@ int KQSVEActionSystemLinux::getVEPrivateLayoutVersion(const std::string& private
 
 int KQSVEActionSystemLinux::getVPSList(KQSVPSList& list, bool skipForRepair, bool onlyGiven)
 {
+    return getVPSList(list, skipForRepair, onlyGiven, nullptr);
+}
+
+int KQSVEActionSystemLinux::getVPSList(KQSVPSList& list, bool skipForRepair, bool onlyGiven,
+                                       KQSUnreadableList* unreadable)
+{
     // Log lines name this operation, not the lambda below.
     const char* function = __func__;
     const char* signature = __PRETTY_FUNCTION__;
@@ -783,12 +810,16 @@ int KQSVEActionSystemLinux::getVPSList(KQSVPSList& list, bool skipForRepair, boo
             for (int veid : veids)
                 list.emplace_hint(list.end(), veid, KQSVPSEntry());
         }
+        KQSUnreadableList broken;
         for (auto& item : list) {
             // States are found afresh on every listing; only configurations are
             // kept while their files stay the same.
             item.second.state = KQC::ENV_STATE_UNKNOWN;
             item.second.transition = 0;
-            readEntryConfig(item.first, item.second, *parser, folder);
+            std::string failure;
+            readEntryConfig(item.first, item.second, *parser, folder, failure);
+            if (!failure.empty())
+                broken.emplace_hint(broken.end(), item.first, failure);
         }
         if (!lockDir.empty() && applyTransitions(lockDir, list) != 0)
             return -1;
@@ -813,6 +844,13 @@ int KQSVEActionSystemLinux::getVPSList(KQSVPSList& list, bool skipForRepair, boo
         }
         applyPrivateAreas(list);
         dropEntries(list, skipForRepair);
+        if (unreadable) {
+            // A broken container that runs or is on its way stays listed,
+            // without its configuration; only the ones left out are named.
+            for (const auto& item : broken)
+                if (!list.count(item.first))
+                    unreadable->insert(item);
+        }
         for (auto& item : list) {
             KQSVPSEntry& entry = item.second;
             if (entry.state <= KQC::ENV_STATE_SUSPENDED || !entry.config)

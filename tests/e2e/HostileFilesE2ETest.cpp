@@ -53,17 +53,28 @@ protected:
         // The first run registers both containers: their agent files exist.
         kqtest::RunResult first = list();
         ASSERT_EQ(0, first.exitCode) << first.out << first.err;
-        const boost::json::object answer = first.json();
-        for (const auto& env : answer.at("envs").as_array())
-            eids[env.as_object().at("veid").as_int64()] = std::string(env.as_object().at("eid").as_string());
+        eids = listedEids(first);
         ASSERT_EQ(2u, eids.size()) << first.out;
     }
 
-    // kqagent --json list, stopped when it hangs.
-    kqtest::RunResult list()
+    // kqagent --json ARGS..., stopped when it hangs.
+    kqtest::RunResult agent(const std::vector<std::string>& args)
     {
-        return kqtest::runProgram({"timeout", "60", std::string(KQ_BIN_DIR) + "/kqagent", "--root", host.root(),
-                                   "--json", "list"});
+        std::vector<std::string> command = {"timeout", "60", std::string(KQ_BIN_DIR) + "/kqagent", "--root",
+                                            host.root(), "--json"};
+        command.insert(command.end(), args.begin(), args.end());
+        return kqtest::runProgram(command);
+    }
+    kqtest::RunResult list() { return agent({"list"}); }
+
+    // VEID -> EID of what a listing returned.
+    std::map<long long, std::string> listedEids(const kqtest::RunResult& result)
+    {
+        std::map<long long, std::string> found;
+        const boost::json::object answer = result.json();
+        for (const auto& env : answer.at("envs").as_array())
+            found[env.as_object().at("veid").as_int64()] = std::string(env.as_object().at("eid").as_string());
+        return found;
     }
 
     std::vector<long long> listedVeids(const kqtest::RunResult& result)
@@ -83,7 +94,7 @@ protected:
 struct Place {
     const char* what;
     std::string relative;  // under the host root
-    bool logged;           // the agent's log names the file
+    bool logged;           // the agent's log names the file, and so does "info 101"
     bool brokenOneListed;  // container 101 is still listed
 };
 
@@ -119,7 +130,23 @@ TEST_F(HostileFilesE2ETest, EveryHostileFileIsThatContainersAndTheRestIsListed)
                 const size_t at = log.find("configuration of container 101: ");
                 ASSERT_NE(std::string::npos, at) << log;
                 EXPECT_NE(std::string::npos, log.substr(at, log.find('\n', at) - at).find(path)) << log;
+                // Still registered: its agent file outlived the listing.
+                EXPECT_TRUE(kqtest::exists(host.path("etc/kqagent/configs/" + eids[101])));
+                kqtest::RunResult info = agent({"info", "101"});
+                EXPECT_EQ(1, info.exitCode) << info.out;
+                ASSERT_EQ(1u, info.objects().size()) << info.out;
+                const std::string error(info.json().at("error").as_string());
+                EXPECT_NE(std::string::npos, error.find(path)) << info.out;
             }
+            // The original, or nothing where there was nothing (no lock).
+            const std::string original = pristine + "/" + place.relative;
+            ASSERT_EQ(0, kqtest::run("rm -rf '" + path + "' && { [ ! -e '" + original + "' ] || cp -a '" + original +
+                                     "' '" + path + "'; }"));
+            // Whole again: container 101 is back under the identity it had,
+            // since a broken file is no reason to forget a container.
+            kqtest::RunResult repaired = list();
+            ASSERT_EQ(0, repaired.exitCode) << repaired.out << repaired.err;
+            EXPECT_EQ(eids[101], listedEids(repaired)[101]) << repaired.out;
         }
     }
     ASSERT_EQ(0, kqtest::run("rm -rf '" + pristine + "'"));

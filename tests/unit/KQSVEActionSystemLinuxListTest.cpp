@@ -463,6 +463,47 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, OnlyGivenContainersAreRefreshed)
     EXPECT_EQ(veidsOf(all), (std::set<int>{101, 102}));
 }
 
+TEST_F(KQSVEActionSystemLinuxListKernelTest, UnreadableConfigurationsAreNamedGoneOnesAreNot)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    m_host.settings();
+    struct Case {
+        int veid;
+        const char* make;  // what takes the place of the file at $F
+        bool named;        // among the unreadable, with the file's path
+        bool listed;
+    };
+    const Case cases[] = {
+        {101, "mkfifo \"$F\"", true, false},
+        {102, "mkdir \"$F\"", true, false},
+        {103, "ln -s /nonexistent \"$F\"", true, false},
+        {104, "truncate -s 64M \"$F\"", true, false},
+        // Running: listed without its configuration, so not left out.
+        {105, "mkfifo \"$F\"", false, true},
+        // No file at all: a container that is gone, not a broken one.
+        {106, "true", false, false},
+    };
+    KQSVPSList list;
+    for (const Case& c : cases) {
+        m_host.container(c.veid);
+        const std::string file = m_host.path(Host::configPath(c.veid));
+        ASSERT_EQ(0, kqtest::run("F='" + file + "'; rm -f \"$F\" && " + c.make)) << c.veid;
+        list[c.veid];
+    }
+    m_host.running("105\n");
+    KQSUnreadableList unreadable;
+    ASSERT_EQ(VE::getVPSList(list, false, true, &unreadable), 0) << KQC::getErrorMessage();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.veid);
+        EXPECT_EQ(c.listed, list.count(c.veid) == 1);
+        ASSERT_EQ(c.named, unreadable.count(c.veid) == 1);
+        if (c.named)
+            EXPECT_NE(std::string::npos, unreadable[c.veid].find(m_host.path(Host::configPath(c.veid))))
+                << unreadable[c.veid];
+    }
+}
+
 TEST_F(KQSVEActionSystemLinuxListKernelTest, ConfigurationIsReadAndCompleted)
 {
     if (kqtest::ranInPreloadedChild())
