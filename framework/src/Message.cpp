@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
+#include <utility>
 
 namespace KQC {
 
@@ -172,14 +173,29 @@ int unescapeText(const std::string& text, std::string& out)
     return 0;
 }
 
+const char* elementTag(KQCMessageElement::Kind kind)
+{
+    switch (kind) {
+    case KQCMessageElement::Int:
+        return "int";
+    case KQCMessageElement::String:
+        return "str";
+    case KQCMessageElement::Node:
+        break;
+    }
+    return "node";
+}
+
+// Each child is made in its place under its parent and filled there: a
+// finished subtree handed to its parent would be copied once more at every
+// level above it, which makes saving grow with the square of the nesting.
 void nodeToTree(const KQCMessageNode& node, ptree& tree)
 {
     for (const KQCMessageElement& element : node.elements) {
-        ptree child;
+        ptree& child = tree.push_back(ptree::value_type(elementTag(element.kind), ptree()))->second;
         child.put("<xmlattr>.key", element.key);
         if (element.kind == KQCMessageElement::Int) {
             child.put_value(std::to_string(element.number));
-            tree.add_child("int", child);
         } else if (element.kind == KQCMessageElement::String) {
             if (needsEscaping(element.text)) {
                 child.put("<xmlattr>.escaped", "1");
@@ -187,10 +203,8 @@ void nodeToTree(const KQCMessageNode& node, ptree& tree)
             } else {
                 child.put_value(element.text);
             }
-            tree.add_child("str", child);
         } else {
             nodeToTree(*element.node, child);
-            tree.add_child("node", child);
         }
     }
 }
@@ -253,7 +267,7 @@ int treeToNode(const ptree& tree, KQCMessageNode& node, std::string& problem)
         KQCMessageElement element;
         if (readElement(entry.first, entry.second, element, problem) != 0)
             return -1;
-        node.elements.push_back(element);
+        node.elements.push_back(std::move(element));
     }
     return 0;
 }
@@ -674,7 +688,7 @@ int KQCMessage::saveToString(std::string& text) const
 {
     try {
         ptree document;
-        ptree& top = document.add_child("message", ptree());
+        ptree& top = document.push_back(ptree::value_type("message", ptree()))->second;
         top.put("<xmlattr>.name", m_name);
         nodeToTree(*m_root, top);
         std::ostringstream output;

@@ -8,6 +8,7 @@
 #include "KQC/Files.h"
 #include "KQS/EnvConfig.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -64,6 +65,17 @@ int veidFromCache(const KQC::KQCEID& eid, int& veid)
     return 0;
 }
 
+// Whether the process that wrote a lock file still runs. Only a positive
+// pid names one process: given 0 or a negative number, kill() signals our
+// own process group, some other group or every process we may signal, and
+// mostly succeeds, so a file holding such a number would lock its
+// container for good. A process of another user is alive even though we
+// may not signal it.
+bool holderIsAlive(int pid)
+{
+    return pid > 0 && (::kill(pid, 0) == 0 || errno == EPERM);
+}
+
 } // namespace
 
 const std::map<int, std::string> VPSTransitionsReverseMapLinux = buildReverseMap();
@@ -112,7 +124,7 @@ int KQSEnvLock::lock()
         bool havePid = static_cast<bool>(holder >> pid);
         if (havePid && !(holder >> word))
             word = "unknown";
-        if (havePid && ::kill(pid, 0) == 0) {
+        if (havePid && holderIsAlive(pid)) {
             KQC::setErrorMessage("Environment locked (in '%s' transition)", word.c_str());
             return KQS_ERR_GENERIC;
         }

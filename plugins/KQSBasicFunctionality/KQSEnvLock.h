@@ -3,7 +3,8 @@
 // file "VEID.lck" in the host's lock folder, holding the holder's pid, a
 // newline and the name of the transition in progress (no newline after).
 //
-// A lock whose holder has died is stale and is taken over silently. The
+// A lock whose holder has died, or whose pid is not a positive number, is
+// stale and is taken over silently. The
 // liveness test (read the pid, kill(pid, 0), rewrite) is not atomic: two
 // agents starting at the same moment could both take it, which is
 // accepted. No mutex: an instance belongs to one thread at a time.

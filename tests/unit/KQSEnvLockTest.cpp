@@ -66,16 +66,28 @@ TEST_F(EnvLockTest, WritesPidAndTransitionAndRemovesTheFileOnUnlock)
     EXPECT_FALSE(kqtest::exists(host.path(lockFile(101))));
 }
 
+// Files that name no running process. Kill with 0 or a negative pid reaches
+// process groups rather than one process, and a number past the largest
+// pid, or too big to read, names nobody either.
 TEST_F(EnvLockTest, TakesOverStaleAndGarbageLocks)
 {
-    host.write(lockFile(102), std::to_string(deadPid()) + "\nmounting");
-    KQS::KQSEnvLock stale(102, 18);
-    ASSERT_EQ(0, stale.lock());
-    EXPECT_EQ(std::to_string(getpid()) + "\nsuspending", host.read(lockFile(102)));
-
-    host.write(lockFile(103), "not a pid at all");
-    KQS::KQSEnvLock garbage(103, 5);
-    EXPECT_EQ(0, garbage.lock());
+    const std::string stale[] = {std::to_string(deadPid()) + "\nmounting",
+                                 "not a pid at all",
+                                 "",
+                                 "0\nmounting",
+                                 "-1\nmounting",
+                                 "-" + std::to_string(getpgrp()) + "\nmounting",
+                                 "-2147483648\nmounting",
+                                 "2147483647\nmounting",
+                                 "99999999999999999999\nmounting"};
+    int veid = 300;
+    for (const std::string& content : stale) {
+        host.write(lockFile(veid), content);
+        KQS::KQSEnvLock lock(veid, 18);
+        EXPECT_EQ(0, lock.lock()) << content << ": " << KQC::getErrorMessage();
+        EXPECT_EQ(std::to_string(getpid()) + "\nsuspending", host.read(lockFile(veid))) << content;
+        ++veid;
+    }
 }
 
 TEST_F(EnvLockTest, RefusesALockHeldByALiveProcess)
@@ -93,6 +105,13 @@ TEST_F(EnvLockTest, RefusesALockHeldByALiveProcess)
     KQS::KQSEnvLock noWord(105, 4);
     EXPECT_EQ(-1, noWord.lock());
     EXPECT_STREQ("Environment locked (in 'unknown' transition)", KQC::getErrorMessage());
+
+    // The first process always runs, and belongs to another user when the
+    // tests do not run as root: it still holds the lock.
+    host.write(lockFile(108), "1\nstopping");
+    KQS::KQSEnvLock init(108, 4);
+    EXPECT_EQ(-1, init.lock());
+    EXPECT_STREQ("Environment locked (in 'stopping' transition)", KQC::getErrorMessage());
 }
 
 TEST_F(EnvLockTest, TransitionsAreWrittenByNameAndOthersAsUnknown)

@@ -249,6 +249,43 @@ TEST_F(MessageTest, NestingUpToTheLimitLoads)
     EXPECT_EQ(it.moveTo(repeated("a/", 63)), 0);
 }
 
+// Every level holds each kind of element, in an order that differs from
+// the order of the kinds, so that a save which regroups or reorders
+// children, or loses one level's attributes, shows.
+TEST_F(MessageTest, EveryLevelOfADeepMessageRoundTripsInOrder)
+{
+    const int levels = 63;
+    KQCMessage message;
+    message.setName("deep");
+    KQCMessageIterator it = message.getIterator();
+    for (int level = 0; level < levels; ++level) {
+        it.addString(KQC::TAG_ITEM, " edge " + std::to_string(level));
+        it.addInt(KQC::TAG_ID, level);
+        it.addString(KQC::TAG_ITEM, "plain");
+        it.createChild("a");
+    }
+    std::string saved;
+    ASSERT_EQ(message.saveToString(saved), 0);
+    KQCMessage loaded;
+    ASSERT_EQ(loaded.loadFromString(saved), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(loaded.getName(), "deep");
+    KQCMessageIterator back = loaded.getIterator();
+    for (int level = 0; level < levels; ++level) {
+        ASSERT_EQ(back.keys(), (std::vector<std::string>{"item", "id", "item", "a"})) << level;
+        std::vector<std::string> items;
+        back.getStrings(KQC::TAG_ITEM, items);
+        EXPECT_EQ(items, (std::vector<std::string>{" edge " + std::to_string(level), "plain"}));
+        int id = -1;
+        EXPECT_EQ(back.getInt(KQC::TAG_ID, id), 0);
+        EXPECT_EQ(id, level);
+        ASSERT_EQ(back.enter("a"), 0) << level;
+    }
+    EXPECT_TRUE(back.keys().empty());
+    std::string savedAgain;
+    ASSERT_EQ(loaded.saveToString(savedAgain), 0);
+    EXPECT_EQ(savedAgain, saved);
+}
+
 TEST_F(MessageTest, SaveReplacesTheFileAndLeavesNoTemporaryBehind)
 {
     KQCMessage message;
