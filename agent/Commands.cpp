@@ -8,6 +8,7 @@ void addAllCommands(CommandLine& cli)
     addRegistryCommands(cli);
     addConfigCommands(cli);
     addAuthCommands(cli);
+    addSampleCommands(cli);
 }
 
 std::string& addCT(CommandLine& cli, CLI::App& command, bool required)

@@ -8,6 +8,7 @@
 #include "KQSBasicFunctionalityCommon.h"
 #include "KQSEnvMLocal.h"
 #include "KQSProcessMLocal.h"
+#include "KQSSampleMLocal.h"
 
 #include "KQC/Boundary.h"
 #include "KQC/EnvCache.h"
@@ -29,6 +30,7 @@ int clientsNum = 0;
 typedef boost::shared_ptr<KQC::KQCEnvM> EnvMPtr;
 typedef boost::shared_ptr<KQS::KQSEnvM> KQSEnvMPtr;
 typedef boost::shared_ptr<KQS::KQSProcessM> ProcessMPtr;
+typedef boost::shared_ptr<KQS::KQSSampleM> SampleMPtr;
 
 void registerFactories()
 {
@@ -51,6 +53,10 @@ void registerFactories()
     boost::shared_ptr<KQC::KQCFunctionalFactoryLocal<ProcessMPtr>> processM(
         new KQC::KQCFunctionalFactoryLocalImpl<ProcessMPtr, KQS::KQSProcessMLocal>);
     kqsKit.getKQSProcessMMultiplexer().registerLocalFactory(processM, KQS::kCorvantisKey);
+
+    boost::shared_ptr<KQC::KQCFunctionalFactoryLocal<SampleMPtr>> sampleM(
+        new KQC::KQCFunctionalFactoryLocalImpl<SampleMPtr, KQS::KQSSampleMLocal>);
+    kqsKit.getKQSSampleMMultiplexer().registerLocalFactory(sampleM, KQS::kCorvantisKey);
 
     boost::shared_ptr<KQC::KQCAuthMBaseLocalFactory::AuthMBaseLocalFactoryBase> auth(
         new KQC::KQCAuthMBaseLocalFactory::AuthMBaseLocalFactoryImpl<KQS::KQSAuthMVELocal>);
@@ -79,6 +85,7 @@ void unregisterFactories()
     // The reverse of the order they were added in.
     kqsKit.getKQSEnvMMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
     kqsKit.getKQSEnvMMultiplexer().unregisterLocalFactory(KQS::kEmptyKey);
+    kqsKit.getKQSSampleMMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
     kqsKit.getKQSProcessMMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
     KQC::KQCAuthMBaseLocalFactory::getInstance()->unregisterFactory(KQS::KQSAuthMVELocal::realmType);
 }

@@ -3,6 +3,7 @@
 #include "KQC/Functionality.h"
 #include "KQS/EnvM.h"
 #include "KQS/ProcessM.h"
+#include "KQS/SampleM.h"
 
 namespace KQS {
 
@@ -10,10 +11,12 @@ class KQSLibFunctionality {
 public:
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSEnvM>>& getKQSEnvMMultiplexer() { return m_envM; }
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessM>>& getKQSProcessMMultiplexer() { return m_processM; }
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSSampleM>>& getKQSSampleMMultiplexer() { return m_sampleM; }
 
 private:
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSEnvM>> m_envM;
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessM>> m_processM;
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSSampleM>> m_sampleM;
 };
 
 // Bring the management library up and down; calls nest (a counter).
