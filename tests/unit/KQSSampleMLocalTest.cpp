@@ -2,6 +2,7 @@
 #include "KQSSampleMLocal.h"
 
 #include "KQC/Error.h"
+#include "KQC/Names.h"
 #include "TempHost.h"
 
 #include <boost/make_shared.hpp>
