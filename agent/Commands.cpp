@@ -9,6 +9,7 @@ void addAllCommands(CommandLine& cli)
     addConfigCommands(cli);
     addAuthCommands(cli);
     addSampleCommands(cli);
+    addCreateCommands(cli);
 }
 
 std::string& addCT(CommandLine& cli, CLI::App& command, bool required)

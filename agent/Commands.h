@@ -10,6 +10,7 @@ void addRegistryCommands(CommandLine& cli);
 void addConfigCommands(CommandLine& cli);
 void addAuthCommands(CommandLine& cli);
 void addSampleCommands(CommandLine& cli);
+void addCreateCommands(CommandLine& cli);
 
 // A positional CT on `command` (parseCT reads it when the line is built;
 // an optional one left out reads as a missing CT).

@@ -116,7 +116,7 @@ private:
         const std::string& value = option.second;
         auto plain = plainKeys().find(name);
         if (plain != plainKeys().end()) {
-            m_config.set(plain->second, value);
+            m_config.set(plain->second, isToolEscapedKey(plain->second) ? toolEscaped(value) : value);
             return 0;
         }
         if (name == "--netif_add")
@@ -155,7 +155,7 @@ private:
                                             "ORIGIN_SAMPLE", "IP_ADDRESS", "NETIF", "TEMPLATES"};
         for (const auto& value : values.values())
             if (!isOneOf(value.first, kKept))
-                m_config.set(value.first, value.second);
+                m_config.set(value.first, isToolEscapedKey(value.first) ? toolEscaped(value.second) : value.second);
         return 0;
     }
 

@@ -171,6 +171,8 @@ private:
     int infoOf(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask);
     int listOf(KQC::KQCEIDSet& out, const KQC::KQCEnvMListOptions& options);
     int joinWithHost(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask, bool sync);
+    int createEnv(boost::shared_ptr<KQC::KQCEnv>* out, const KQC::KQCEnvConfig& config,
+                  const KQC::KQCStringSet& tasks, const KQC::KQCEID& eid);
     int virtualConfigOf(boost::shared_ptr<KQC::KQCVEnvConfig>& out,
                         const boost::shared_ptr<KQC::KQCNativeConfig>& native);
     int nativeConfigOf(boost::shared_ptr<KQC::KQCNativeConfig>& out,
