@@ -260,12 +260,6 @@ int KQSEnvMLocal::stop_repair(const KQC::KQCEID&) { return notAvailable("stop_re
 int KQSEnvMLocal::upgrade(const KQC::KQCEID&) { return notAvailable("upgrade"); }
 int KQSEnvMLocal::pause(const KQC::KQCEID&) { return notAvailable("pause"); }
 
-int KQSEnvMLocal::set(const KQC::KQCEID&, const KQC::KQCGUID&, const char*, const KQC::KQCStringSet&,
-                      const KQC::KQCStringSet&)
-{
-    return notAvailable("set from a sample");
-}
-
 int KQSEnvMLocal::move(const KQC::KQCEID&, int, const std::string&, const std::string&) { return notAvailable("move"); }
 
 int KQSEnvMLocal::clone(const KQC::KQCEID&, const std::set<int>&, const std::string&, const std::string&)

@@ -23,9 +23,8 @@ namespace {
 
 typedef KQSVEActionSystemLinux Actions;
 
-// A sample fits this host unless it names another architecture or another
-// OS platform than the host's own (case ignored). What it leaves out fits
-// anything.
+} // namespace
+
 bool isCompatibleHost(const KQC::KQCEnvSample& sample)
 {
     if (!sample.config)
@@ -44,6 +43,8 @@ bool isCompatibleHost(const KQC::KQCEnvSample& sample)
     return !platform.isSpecified() || platform.get().empty() || hostPlatform.empty()
            || boost::iequals(platform.get(), hostPlatform);
 }
+
+namespace {
 
 // The host name of the container's first address, by the resolver's
 // reverse lookup; false when it has none or the lookup finds none.

@@ -7,6 +7,8 @@
 #include "KQSSampleMLocal.h"
 
 #include "KQC/Error.h"
+#include "KQC/Message.h"
+#include "KQC/Vocabulary.h"
 #include "KQS/Notifications.h"
 
 #include <boost/make_shared.hpp>
@@ -108,7 +110,101 @@ private:
     int m_veid = 0;
 };
 
+// Copies one non-QoS parameter: every element at its message path in the
+// source, into the same place of the target. A path the sample lacks is
+// skipped.
+void copyParameter(const KQC::KQCVocParameter& parameter, KQC::KQCMessageIterator& source,
+                   KQC::KQCMessageIterator& target)
+{
+    std::string path;
+    if (parameter.getString(KQC::TAG_MESSAGE_PATH, path) != 0)
+        return;
+    source.top();
+    const size_t last = path.rfind('/');
+    if (last != std::string::npos && source.moveTo(path.substr(0, last)) != 0)
+        return;
+    source.top();
+    target.top();
+    if (createPath(target, path) != 0)
+        return;
+    target.top();
+    (void)source.copyPathTo(path, target);
+}
+
 } // namespace
+
+int createPath(KQC::KQCMessageIterator& it, const std::string& path)
+{
+    if (path.empty())
+        return 0;
+    if (path[0] == '/')
+        it.top();
+    size_t start = 0;
+    for (size_t slash = path.find('/'); slash != std::string::npos; slash = path.find('/', start)) {
+        const std::string component = path.substr(start, slash - start);
+        start = slash + 1;
+        if (!component.empty() && it.enterOrCreate(component) != 0)
+            return -1;
+    }
+    return 0;
+}
+
+boost::shared_ptr<KQSEnvConfig> filterConfig(const boost::shared_ptr<KQSEnvConfig>& sample,
+                                             const KQC::KQCStringSet& parameters,
+                                             const KQC::KQCStringSet& categories)
+{
+    KQC::KQCVocabularyPtr vocabulary = KQC::vocCacheLocal()->getVocabulary();
+    if (!vocabulary || !sample)
+        return boost::shared_ptr<KQSEnvConfig>();
+    KQC::KQCMessage sourceMessage, targetMessage;
+    sourceMessage.setName("packet");
+    targetMessage.setName("packet");
+    KQC::KQCMessageIterator source = sourceMessage.getIterator();
+    KQC::KQCMessageIterator target = targetMessage.getIterator();
+    if (source.enterOrCreate(KQC::tagKey(KQC::TAG_ENV_SAMPLE)) != 0
+        || source.createChild(KQC::tagKey(KQC::TAG_SAMPLE_CONFIG)) != 0 || sample->writeTo(source) != 0)
+        return boost::shared_ptr<KQSEnvConfig>();
+
+    KQC::KQCOptionalProperty<KQC::KQCQoSSet> sampleQoS;
+    sample->getQoSes(sampleQoS);
+    KQC::KQCQoSSet qos;
+    auto copy = [&](const KQC::KQCVocParameter& parameter) {
+        // Limits are one set in the record, not one element each.
+        if (parameter.getGroup() == "qos") {
+            auto found = sampleQoS.get().find(KQC::KQCQoS(parameter.getId(), 0));
+            if (sampleQoS.isSpecified() && found != sampleQoS.get().end())
+                qos.insert(*found);
+            return;
+        }
+        copyParameter(parameter, source, target);
+    };
+    for (const std::string& category : categories) {
+        std::vector<KQC::KQCVocParameter> chosen;
+        if (vocabulary->getParameters({"applicable_conf", category}, chosen) != 0 || chosen.empty()) {
+            KQS_LOG().put(1, "[%s] specified category %s is not found in vocabulary or not applicable.",
+                          "filterConfig", category.c_str());
+            return boost::shared_ptr<KQSEnvConfig>();
+        }
+        for (const KQC::KQCVocParameter& parameter : chosen)
+            copy(parameter);
+    }
+    for (const std::string& name : parameters) {
+        const KQC::KQCVocParameter* parameter = vocabulary->findParameter(name);
+        if (!parameter) {
+            KQS_LOG().put(1, "[%s] specified parameter %s is not found in vocabulary", "filterConfig", name.c_str());
+            return boost::shared_ptr<KQSEnvConfig>();
+        }
+        copy(*parameter);
+    }
+    boost::shared_ptr<KQSEnvConfig> result = boost::make_shared<KQSEnvConfig>();
+    target.top();
+    if (target.enter(KQC::tagKey(KQC::TAG_ENV_SAMPLE)) == 0 && target.enter(KQC::tagKey(KQC::TAG_SAMPLE_CONFIG)) == 0
+        && result->readFrom(target) != 0)
+        return boost::shared_ptr<KQSEnvConfig>();
+    if (!qos.empty())
+        result->setQoSes(qos);
+    return result;
+}
 
 int KQSEnvMLocal::set(const KQC::KQCEID& eid, const KQC::KQCEnvConfig& config,
                       boost::shared_ptr<KQC::KQCEnvConfig>* out, const KQC::KQCStringSet& tasks, bool,
@@ -138,6 +234,35 @@ int KQSEnvMLocal::set(const KQC::KQCEID& eid, const KQC::KQCEnvConfig& config,
                 *out = now;
         }
         return rc;
+    });
+}
+
+int KQSEnvMLocal::set(const KQC::KQCEID& eid, const KQC::KQCGUID& sampleId, const char* text,
+                      const KQC::KQCStringSet& parameters, const KQC::KQCStringSet& categories)
+{
+    return KQC::guardedCall("set", [&] {
+        KQC::KQCEnvSample sample;
+        if (KQSSampleMLocal(access()).get(&sample, sampleId) != 0) {
+            std::string why = KQC::getErrorMessage();
+            KQC::setErrorMessage("can't get specified '%s' sample config : %s", sampleId.toString().c_str(),
+                                 why.c_str());
+            return int(KQS_ERR_NO_VEID);
+        }
+        if (!isCompatibleHost(sample)) {
+            KQC::setErrorMessage("Sample is not compatible");
+            return int(KQS_ERR_NO_VEID);
+        }
+        KQC::KQCOptionalProperty<std::string> name;
+        sample.config->getName(name);
+        boost::shared_ptr<KQSEnvConfig> chosen =
+            filterConfig(boost::make_shared<KQSEnvConfig>(*sample.config), parameters, categories);
+        if (!chosen) {
+            KQC::setErrorMessage("no applicable sample parameters found in '%s'", name.get().c_str());
+            return int(KQS_ERR_GENERIC);
+        }
+        chosen->setOriginSample(name.get());
+        KQC::KQCEnvM& self = *this;  // through the virtual slot, as any client would
+        return self.set(eid, *chosen, nullptr, KQC::KQCStringSet(), false, text);
     });
 }
 
