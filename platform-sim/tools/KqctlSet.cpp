@@ -153,6 +153,10 @@ private:
         // Where the container lives and how it is reached stay its own.
         static const char* const kKept[] = {"VE_ROOT", "VE_PRIVATE", "UUID", "NAME", "OSTEMPLATE",
                                             "ORIGIN_SAMPLE", "IP_ADDRESS", "NETIF", "TEMPLATES"};
+        // A sample made from another one says so; the container then came
+        // from that one.
+        if (!values.get("ORIGIN_SAMPLE").empty())
+            m_config.set("ORIGIN_SAMPLE", values.get("ORIGIN_SAMPLE"));
         for (const auto& value : values.values())
             if (!isOneOf(value.first, kKept))
                 m_config.set(value.first, isToolEscapedKey(value.first) ? toolEscaped(value.second) : value.second);

@@ -170,3 +170,37 @@ TEST_F(CreateE2ETest, SamplesAreKeptAndContainersAreMadeFromThem)
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(CreateE2ETest, SettingFromASampleTakesOnlyWhatWasChosen)
+{
+    created({"--veid", "101", "--name", "web", "--hostname", "before"});
+    host.write("net.conf", "NAME=\"net\"\nHOSTNAME=\"after\"\nDESCRIPTION=\"not chosen\"\nDISKSPACE=\"500:600\"\n");
+    const std::string id(json({"sample", "add", host.path("net.conf")}).json().at("id").as_string());
+
+    struct Case {
+        std::vector<std::string> choice;
+        int rc;
+        const char* hostname;
+        const char* error;
+    } cases[] = {
+        {{"--param", "nosuch"}, -1, "before", "no applicable sample parameters found in 'net'"},
+        {{"--category", "paths"}, -1, "before", "no applicable sample parameters found in 'net'"},
+        {{"--category", "network"}, 0, "after", ""},
+        {{"--param", "diskspace"}, 0, "after", ""},
+    };
+    for (const Case& c : cases) {
+        std::vector<std::string> line = {"set", "101", "--sample", id};
+        line.insert(line.end(), c.choice.begin(), c.choice.end());
+        kqtest::RunResult run = json(line);
+        EXPECT_EQ(c.rc, run.json().at("rc").as_int64()) << c.choice[1] << run.err;
+        EXPECT_EQ(c.error, std::string(run.json().at("error").as_string())) << c.choice[1];
+        EXPECT_EQ(c.hostname, kqtest::bashValue(confPath(101), "HOSTNAME")) << c.choice[1];
+    }
+    EXPECT_EQ("", kqtest::bashValue(confPath(101), "DESCRIPTION"));
+    EXPECT_EQ("500:600", kqtest::bashValue(confPath(101), "DISKSPACE"));
+    EXPECT_EQ("net", kqtest::bashValue(confPath(101), "ORIGIN_SAMPLE"));
+}
+
+} // namespace
