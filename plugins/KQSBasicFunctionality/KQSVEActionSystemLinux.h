@@ -18,6 +18,15 @@ namespace KQS {
 
 class KQSEnvMLocal;
 
+// One adapter's wanted state against its current one: a single
+// `kqctl --quiet set VEID --ifname NAME ... --save` run with the changed
+// options (none when nothing changed), plus a container-wide name-server
+// run when those changed. 0, -1 or -6 with the message set.
+int compareVEthAdapters(KQSEnvMLocal& envm, int veid, const KQSNetVEth& wanted, const KQSNetVEth& current);
+// The difference walk: removals, then additions, then comparisons.
+int applyVEthDifference(KQSEnvMLocal& envm, int veid, const KQC::KQCOptionalProperty<KQSNetVEthList>& current,
+                        const KQC::KQCOptionalProperty<KQSNetVEthList>& wanted);
+
 // The address options of a tool run: "--dhcp yes|no" (and "--dhcp6 yes|no"
 // on a host with IPv6) when `withDhcp`, then "--ipdel all" and "--ipadd
 // ADDR/NETWORK" for each address the DHCP filter keeps: no static address
@@ -127,6 +136,15 @@ public:
     static int setUserPassword(KQSEnvMLocal& envm, int veid, const std::string& user, const std::string& password);
     // `kqctl [--skiplock] set VEID --save --offline_management yes|no`. 0 or -6.
     static int setOfflineManagement(KQSEnvMLocal& envm, int veid, bool enable, bool skipLock);
+
+    // Brings the container's adapters to `adapters`: removes the ones not
+    // wanted (never the default host-routed "venet0"), adds the new ones,
+    // and changes the others option by option
+    // (KQSVEActionSystemLinuxVEth.cpp). -1 for an unspecified list or more
+    // than one host-routed adapter (nothing is run then), or when a changed
+    // adapter cannot be set; failed removals and additions do not stop it.
+    static int setVEthDeviceConfig(KQSEnvMLocal& envm, int veid,
+                                   const KQC::KQCOptionalProperty<KQSNetVEthList>& adapters);
 
     // Container root folder -> VEID, learnt whenever a configuration is read.
     static std::map<std::string, int> m_vpsRoots;

@@ -239,17 +239,25 @@ int KQSVEActionSystemLinux::setEnv(KQSEnvMLocal& envm, int veid, const KQSEnvCon
     return exitCodeOf(status) == 78 ? KQS_ERR_TOOL_NO_SPACE : KQS_ERR_TOOL;
 }
 
-int KQSVEActionSystemLinux::setupIPAddresses(KQSEnvMLocal&, int, const KQSEnvConfig& config, KQC::ExecutionArgs& args)
+int KQSVEActionSystemLinux::setupIPAddresses(KQSEnvMLocal& envm, int veid, const KQSEnvConfig& config,
+                                             KQC::ExecutionArgs& args)
 {
     KQC::KQCOptionalProperty<KQSNetVEthList> veths;
     config.getNetVEths(veths);
+    bool defaultAdapter = false;
     for (const KQSNetVEth& veth : veths.get())
-        if (isDefaultHostRouted(veth))
-            return KQS_OK;  // that adapter's own options carry the addresses
+        defaultAdapter = defaultAdapter || isDefaultHostRouted(veth);
+    // With the default host-routed adapter among the adapters, its own
+    // options carry the addresses.
     KQC::KQCOptionalProperty<KQC::KQCIPAddressList> addresses;
     config.getAddresses(addresses);
-    if (addresses.isSpecified())
+    if (!defaultAdapter && addresses.isSpecified())
         (void)setIPAddressCreateParameters(&args, addresses.get(), false, false, false);
+    if (veths.isSpecified() && setVEthDeviceConfig(envm, veid, veths) != KQS_OK) {
+        std::string why = KQC::getErrorMessage();
+        KQC::setErrorMessage("can't set VEth device configuration: %s", why.c_str());
+        return KQS_ERR_NO_VEID;
+    }
     return KQS_OK;
 }
 
