@@ -34,17 +34,6 @@ CLI::App* childNamed(CLI::App& parent, const std::string& name)
     return nullptr;
 }
 
-// The parser's messages may span lines; a usage error is one line.
-std::string oneLine(std::string text)
-{
-    for (char& c : text)
-        if (c == '\n' || c == '\r')
-            c = ' ';
-    while (!text.empty() && text.back() == ' ')
-        text.pop_back();
-    return text;
-}
-
 } // namespace
 
 CommandLine::CommandLine(const std::string& program) : m_program(program), m_root(new CLI::App("", program))
@@ -120,7 +109,8 @@ std::string CommandLine::explain(const CLI::ParseError& error) const
     }
     if (command == m_root.get() && dynamic_cast<const CLI::RequiredError*>(&error))
         return "no command given (" + m_program + " --help lists the commands)";
-    std::string text = oneLine(error.what());
+    // The parser's messages may span lines; UsageError makes them one.
+    std::string text = error.what();
     // "--mask: 1 required TEXT missing"
     size_t colon = text.find(": ");
     if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) && colon != std::string::npos && text[0] == '-')

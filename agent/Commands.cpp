@@ -10,6 +10,10 @@ void addAllCommands(CommandLine& cli)
     addAuthCommands(cli);
     addSampleCommands(cli);
     addCreateCommands(cli);
+    addTemplateCommands(cli);
+    addStatCommands(cli);
+    addProcessCommands(cli);
+    addMountCommands(cli);
 }
 
 std::string& addCT(CommandLine& cli, CLI::App& command, bool required)

@@ -11,6 +11,10 @@ void addConfigCommands(CommandLine& cli);
 void addAuthCommands(CommandLine& cli);
 void addSampleCommands(CommandLine& cli);
 void addCreateCommands(CommandLine& cli);
+void addTemplateCommands(CommandLine& cli);
+void addStatCommands(CommandLine& cli);
+void addProcessCommands(CommandLine& cli);
+void addMountCommands(CommandLine& cli);
 
 // A positional CT on `command` (parseCT reads it when the line is built;
 // an optional one left out reads as a missing CT).

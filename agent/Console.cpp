@@ -36,6 +36,16 @@ bool allDigits(const std::string& text)
 
 } // namespace
 
+std::string UsageError::oneLine(std::string text)
+{
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
+        text.pop_back();
+    for (char& c : text)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+            c = '?';
+    return text;
+}
+
 long long parseNumber(const std::string& text, const char* what)
 {
     bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');

@@ -22,8 +22,11 @@
 
 namespace kqagent {
 
+// A malformed command. Its text is one line: words echoed from the command
+// line may hold control characters, which are shown as '?'.
 struct UsageError : std::runtime_error {
-    explicit UsageError(const std::string& text) : std::runtime_error(text) {}
+    explicit UsageError(const std::string& text) : std::runtime_error(oneLine(text)) {}
+    static std::string oneLine(std::string text);
 };
 
 class JsonWriter;

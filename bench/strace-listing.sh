@@ -27,9 +27,14 @@ calls() {  # $1: how many listings in one process; prints "syscall count" lines
 declare -A one two
 while read -r name n; do one[$name]=$n; done < <(calls 1)
 while read -r name n; do two[$name]=$n; done < <(calls 2)
-echo "system calls of one warm listing of $count containers:"
+echo "system calls of one warm 'list' of $count containers:"
 total=0
 for name in "${!two[@]}"; do
   d=$(( ${two[$name]} - ${one[$name]:-0} ))
-  if (( d > 0 )); then printf '  %-16s %d\n' "$name" "$d"; total=$((total + d)); fi
+  if (( d > 0 )); then printf '  %-16s %d\n' "$name" "$d"; fi
 done | sort -k2 -n -r
+for name in "${!two[@]}"; do
+  d=$(( ${two[$name]} - ${one[$name]:-0} ))
+  if (( d > 0 )) && [[ $name != total ]]; then total=$((total + d)); fi
+done
+echo "  per container: $(awk -v t="$total" -v n="$count" 'BEGIN {printf "%.2f", t / n}')"

@@ -11,6 +11,7 @@
 #include <boost/make_shared.hpp>
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace {
@@ -44,6 +45,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     std::string second;
     kqfuzz::require(roundTrip(envm, first, second), "a written configuration reads back");
+    if (first != second)
+        std::fprintf(stderr, "first round:\n%s\nsecond round:\n%s\n", first.c_str(), second.c_str());
     kqfuzz::require(first == second, "a second round changes nothing");
     return 0;
 }

@@ -75,6 +75,7 @@ int KQSEnvConfigBashParser::getConfig(std::istream& input, KQSEnvConfig& config)
     }
     if (readQoSes(file, m_qosIds, parsed) != 0)
         return -1;
+    EnvConfigKeys::addDefaultHostRouted(parsed);
     // The file is of the vocabulary's platform; say so where it does not.
     KQC::KQCOptionalProperty<KQC::KQCOS> os;
     parsed.getOS(os);

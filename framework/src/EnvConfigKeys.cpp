@@ -2,6 +2,7 @@
 
 #include "KQC/Error.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <sstream>
@@ -206,6 +207,36 @@ std::string formatAdapter(const KQSNetVEth& adapter)
     return text;
 }
 
+// The file keeps the default host-routed adapter's addresses in IP_ADDRESS:
+// they are the adapter's when the configuration has one (that is what the
+// adapter code changes), else the configuration's own address list.
+bool formatHostRoutedAddresses(const KQSEnvConfig& config, std::string& out)
+{
+    KQCOptionalProperty<KQSNetVEthList> adapters = get<KQSNetVEthList>(config, &KQSEnvConfig::getNetVEths);
+    for (const KQSNetVEth& adapter : adapters.get())
+        if (adapter.isDefaultHostRouted()) {
+            out = formatAddresses(adapter.getAddresses());
+            return true;
+        }
+    KQCOptionalProperty<KQC::KQCIPAddressList> value = get<KQC::KQCIPAddressList>(config, &KQSEnvConfig::getAddresses);
+    out = formatAddresses(value.get());
+    return value.isSpecified();
+}
+
+// NETIF leaves the default host-routed adapter out: it always exists and
+// has nothing to keep but its addresses, which IP_ADDRESS holds. An empty
+// list is still written, so that rewriting an old file drops its adapters.
+bool formatNetif(const KQSEnvConfig& config, std::string& out)
+{
+    KQCOptionalProperty<KQSNetVEthList> adapters = get<KQSNetVEthList>(config, &KQSEnvConfig::getNetVEths);
+    KQSNetVEthList written;
+    for (const KQSNetVEth& adapter : adapters.get())
+        if (!adapter.isDefaultHostRouted())
+            written.push_back(adapter);
+    out = formatAdapters(written);
+    return adapters.isSpecified();
+}
+
 int parseCapabilities(const std::string& value, KQSEnvConfig& config)
 {
     KQSEnvCapabilitySet capabilities;
@@ -257,11 +288,22 @@ bool formatRates(const KQSEnvConfig& config, std::string& out)
     return value.isSpecified();
 }
 
+// A template as a file names it: "name" or "name/version". Slashes at the
+// end give no version and are dropped, so that what is written back reads
+// as the same template ("a//" would otherwise turn into "a/", then "a").
+KQSTemplate templateOf(std::string word)
+{
+    while (!word.empty() && word.back() == '/')
+        word.pop_back();
+    return KQSTemplate::fromString(word);
+}
+
 int parseTemplates(const std::string& value, KQSEnvConfig& config)
 {
     KQSTemplateList templates;
     for (const std::string& word : words(value))
-        templates.push_back(KQSTemplate::fromString(word));
+        if (!templateOf(word).toString().empty())
+            templates.push_back(templateOf(word));
     config.setTemplates(templates);
     return 0;
 }
@@ -301,7 +343,10 @@ std::vector<KeyCodec> makeTable()
          [](const KQSEnvConfig& c, std::string& t) { return text(get<std::string>(c, &KQSEnvConfig::getVEPrivateVar), t); }},
         {"OSTEMPLATE",
          // An empty OSTEMPLATE names no template.
-         [](const std::string& v, KQSEnvConfig& c) { return v.empty() ? 0 : (c.setOsTemplate(KQSTemplate::fromString(v)), 0); },
+         [](const std::string& v, KQSEnvConfig& c) {
+             KQSTemplate osTemplate = templateOf(v);
+             return osTemplate.toString().empty() ? 0 : (c.setOsTemplate(osTemplate), 0);
+         },
          [](const KQSEnvConfig& c, std::string& t) {
              KQCOptionalProperty<KQSTemplate> value = get<KQSTemplate>(c, &KQSEnvConfig::getOsTemplate);
              t = value.get().toString();
@@ -323,7 +368,7 @@ std::vector<KeyCodec> makeTable()
          [](const KQSEnvConfig& c, std::string& t) { return text(get<std::string>(c, &KQSEnvConfig::getArchitecture), t); }},
         {"DISTRIBUTION",
          [](const std::string& v, KQSEnvConfig& c) {
-             KQSTemplate parts = KQSTemplate::fromString(v);
+             KQSTemplate parts = templateOf(v);
              KQSDistribution distribution;
              distribution.name = parts.name;
              distribution.version = parts.version;
@@ -345,11 +390,7 @@ std::vector<KeyCodec> makeTable()
              KQC::KQCIPAddressList addresses;
              return parseAddresses("IP_ADDRESS", v, addresses) ? -1 : (c.setAddresses(addresses), 0);
          },
-         [](const KQSEnvConfig& c, std::string& t) {
-             KQCOptionalProperty<KQC::KQCIPAddressList> value = get<KQC::KQCIPAddressList>(c, &KQSEnvConfig::getAddresses);
-             t = formatAddresses(value.get());
-             return value.isSpecified();
-         }},
+         formatHostRoutedAddresses},
         {"NAMESERVER", [](const std::string& v, KQSEnvConfig& c) { return c.setNameservers(words(v)), 0; },
          [](const KQSEnvConfig& c, std::string& t) { return wordList(get<KQC::KQCStringList>(c, &KQSEnvConfig::getNameservers), t); }},
         {"SEARCHDOMAIN",
@@ -363,11 +404,7 @@ std::vector<KeyCodec> makeTable()
              KQSNetVEthList adapters;
              return parseAdapters(v, adapters) ? -1 : (c.setNetVEths(adapters), 0);
          },
-         [](const KQSEnvConfig& c, std::string& t) {
-             KQCOptionalProperty<KQSNetVEthList> value = get<KQSNetVEthList>(c, &KQSEnvConfig::getNetVEths);
-             t = formatAdapters(value.get());
-             return value.isSpecified();
-         }},
+         formatNetif},
         {"CAPABILITY", parseCapabilities, formatCapabilities},
         {"OFFLINE_SERVICE",
          [](const std::string& v, KQSEnvConfig& c) {
@@ -414,6 +451,29 @@ int parseAdapters(const std::string& text, KQSNetVEthList& adapters)
     }
     adapters.swap(parsed);
     return 0;
+}
+
+void addDefaultHostRouted(KQSEnvConfig& config)
+{
+    KQCOptionalProperty<KQSNetVEthList> adapters = get<KQSNetVEthList>(config, &KQSEnvConfig::getNetVEths);
+    KQSNetVEthList& list = adapters.get();
+    auto venet = std::find_if(list.begin(), list.end(),
+                              [](const KQSNetVEth& adapter) { return adapter.getName() == kDefaultHostRoutedName; });
+    if (venet == list.end()) {
+        // Last, so that the adapters the file lists keep their places.
+        list.push_back(KQSNetVEth());
+        venet = list.end() - 1;
+        venet->setName(kDefaultHostRoutedName);
+    }
+    // An adapter the file calls venet0 is the host-routed one, whatever its
+    // flag says; addresses it lists itself follow those of IP_ADDRESS.
+    venet->setHostRouted(true);
+    KQC::KQCIPAddressList addresses = get<KQC::KQCIPAddressList>(config, &KQSEnvConfig::getAddresses).get();
+    for (const KQC::KQCIPAddress& address : venet->getAddresses())
+        if (std::find(addresses.begin(), addresses.end(), address) == addresses.end())
+            addresses.push_back(address);
+    venet->setAddresses(addresses);
+    config.setNetVEths(list);
 }
 
 std::string formatAdapters(const KQSNetVEthList& adapters)

@@ -27,6 +27,13 @@ const std::vector<KeyCodec>& table();
 int parseAdapters(const std::string& text, KQSNetVEthList& adapters);
 std::string formatAdapters(const KQSNetVEthList& adapters);
 
+// Every container has the default host-routed adapter "venet0", carrying
+// its host-routed addresses (the configuration's address list, from
+// IP_ADDRESS). Makes it from what a file gave: an adapter named "venet0"
+// becomes it (flag set, addresses of IP_ADDRESS first, then its own);
+// without one it is added after the other adapters.
+void addDefaultHostRouted(KQSEnvConfig& config);
+
 // QoS limits: "barrier:limit", or one number for both.
 int parseQoS(const std::string& id, const std::string& text, KQC::KQCQoS& qos);
 std::string formatQoS(const KQC::KQCQoS& qos);

@@ -21,8 +21,8 @@ using execdetail::Child;
 
 // How long a program gets between SIGTERM and SIGKILL once over its limit.
 const long long kTermGraceMs = 2000;
-// While waiting only for a child's exit (no pipe left to poll), how often
-// its state is checked.
+// While waiting for a child's exit on a kernel that cannot signal it (no
+// pidfd), how often its state is checked.
 const int kExitPollMs = 20;
 
 long long nowMs()
@@ -153,12 +153,19 @@ private:
     Phase m_phase = Phase::Running;
 };
 
-// Blocking poll only when nothing but the pipes matter; otherwise short
-// slices so the child's exit and the deadline are noticed.
+// Whether the child's end matters to the next wait: once its pipes are
+// closed, or once it is over its limit.
+bool watchesExit(const Child& child, const Limit& limit)
+{
+    return !child.reaped && (limit.timedOut() || !execdetail::pipesOpen(child));
+}
+
+// Up to the deadline; where the kernel cannot wake us at the child's end,
+// short slices so that it is noticed soon.
 int stepTimeout(const Child& child, const Limit& limit)
 {
-    bool watchExit = limit.timedOut() || !execdetail::pipesOpen(child);
-    return limit.pollTimeout(watchExit ? kExitPollMs : -1);
+    bool slices = watchesExit(child, limit) && !execdetail::canWatchExit(child);
+    return limit.pollTimeout(slices ? kExitPollMs : -1);
 }
 
 // Moves the child's data until it has ended (or, over its limit, until it
@@ -179,7 +186,7 @@ int driveToEnd(Child& child, Limit& deadline, LineSplitter& lines, std::string& 
         // descendants: the limit is over, we do not wait for them.
         if (child.reaped && (!open || deadline.timedOut()))
             break;
-        failure = execdetail::pumpStep(child, stepTimeout(child, deadline));
+        failure = execdetail::pumpStep(child, stepTimeout(child, deadline), watchesExit(child, deadline));
         out += child.outData;
         lines.feed(child.outData);
         child.outData.clear();

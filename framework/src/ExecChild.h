@@ -14,6 +14,7 @@ namespace execdetail {
 // A started child and the parent's ends of its pipes.
 struct Child {
     pid_t pid = -1;
+    KQCHandle exit;             // readable once the child has ended (invalid: the kernel has no pidfd)
     bool reaped = false;
     int status = -1;            // the wait status once reaped
     KQCHandle in;               // our end of its standard input (invalid: /dev/null or closed)
@@ -38,9 +39,14 @@ int spawnChild(const char* const* argv, const char* const* envp, bool stdinPipe,
 
 // Waits up to timeoutMs (-1: without end) for the pipes to be ready and
 // moves what they allow: output is appended to outData/errData, pending
-// input is written. A pipe at its end is closed. With no pipe open it only
-// sleeps for timeoutMs. Returns 0, or -1 with the message set.
-int pumpStep(Child& child, int timeoutMs);
+// input is written. A pipe at its end is closed. With watchExit the wait
+// also ends as soon as the child ends (when the kernel can tell us; without
+// a pidfd the caller must bound timeoutMs itself). With nothing to wait for
+// it only sleeps for timeoutMs. Returns 0, or -1 with the message set.
+int pumpStep(Child& child, int timeoutMs, bool watchExit = false);
+
+// Whether the child's end can be waited for together with its pipes.
+bool canWatchExit(const Child& child);
 
 bool pipesOpen(const Child& child);
 

@@ -51,6 +51,10 @@ int KQCNetDevice::writeTo(KQCMessageIterator& it) const
 
 namespace KQS {
 
+const char kDefaultHostRoutedName[] = "venet0";
+
+bool KQSNetVEth::isDefaultHostRouted() const { return m_hostRouted && getName() == kDefaultHostRoutedName; }
+
 bool KQSNetVEth::operator==(const KQSNetVEth& other) const
 {
     return KQC::KQCNetDevice::operator==(other) && m_networkId == other.m_networkId &&

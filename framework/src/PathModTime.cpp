@@ -1,5 +1,6 @@
 #include "KQS/PathModTime.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace KQS {
@@ -10,11 +11,14 @@ bool KQSPathModTime::Stamp::operator==(const Stamp& o) const
            ctimeNsec == o.ctimeNsec && size == o.size && inode == o.inode;
 }
 
-KQSPathModTime::Stamp KQSPathModTime::stampOf(const std::string& path)
+namespace {
+
+// The fields of a stat result that tell one version of a file from another.
+template <class Stamp>
+Stamp stampFrom(int rc, const struct stat& st)
 {
     Stamp stamp;
-    struct stat st;
-    if (::stat(path.c_str(), &st) != 0)
+    if (rc != 0)
         return stamp;
     stamp.exists = true;
     stamp.mtimeSec = st.st_mtim.tv_sec;
@@ -26,9 +30,30 @@ KQSPathModTime::Stamp KQSPathModTime::stampOf(const std::string& path)
     return stamp;
 }
 
-bool KQSPathModTime::update(const std::string& path)
+} // namespace
+
+KQSPathModTime::Stamp KQSPathModTime::stampOf(const std::string& path)
 {
-    Stamp now = stampOf(path);
+    struct stat st;
+    int rc = ::stat(path.c_str(), &st);
+    return stampFrom<Stamp>(rc, st);
+}
+
+KQSPathModTime::Stamp KQSPathModTime::stampAt(int dirfd, const char* name)
+{
+    struct stat st;
+    int rc = ::fstatat(dirfd, name, &st, 0);
+    return stampFrom<Stamp>(rc, st);
+}
+
+bool KQSPathModTime::update(const std::string& path) { return remember(stampOf(path)); }
+
+bool KQSPathModTime::update(int dirfd, const char* name) { return remember(stampAt(dirfd, name)); }
+
+bool KQSPathModTime::update(const struct ::stat& st) { return remember(stampFrom<Stamp>(0, st)); }
+
+bool KQSPathModTime::remember(const Stamp& now)
+{
     bool changed = !m_known || !(now == m_stamp);
     m_stamp = now;
     m_known = true;

@@ -25,6 +25,120 @@ bool isShellOperator(char c)
 // Inside double quotes a backslash escapes only these (and a newline).
 bool isDoubleQuoteEscapable(char c) { return c == '\\' || c == '"' || c == '$' || c == '`'; }
 
+int hexValue(char c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+bool isOctal(char c) { return c >= '0' && c <= '7'; }
+
+// Reads up to `limit` hex digits at `pos`; false when there is none.
+bool readHex(const std::string& raw, size_t& pos, size_t limit, unsigned long& value)
+{
+    size_t start = pos;
+    value = 0;
+    while (pos < raw.size() && pos - start < limit && hexValue(raw[pos]) >= 0)
+        value = value * 16 + static_cast<unsigned long>(hexValue(raw[pos++]));
+    return pos > start;
+}
+
+// A code point as UTF-8, in the original form that reaches 31 bits (six
+// bytes), which is what bash writes in a UTF-8 locale; above that nothing.
+void appendUtf8(unsigned long code, std::string& out)
+{
+    if (code < 0x80) {
+        out += static_cast<char>(code);
+        return;
+    }
+    if (code > 0x7fffffff)
+        return;
+    int bytes = code < 0x800 ? 2 : code < 0x10000 ? 3 : code < 0x200000 ? 4 : code < 0x4000000 ? 5 : 6;
+    static const unsigned char lead[] = {0, 0, 0xc0, 0xe0, 0xf0, 0xf8, 0xfc};
+    out += static_cast<char>(lead[bytes] | (code >> (6 * (bytes - 1))));
+    for (int shift = 6 * (bytes - 2); shift >= 0; shift -= 6)
+        out += static_cast<char>(0x80 | ((code >> shift) & 0x3f));
+}
+
+// "\cx": the control character of x; "?" gives DEL.
+char controlOf(char c)
+{
+    if (c == '?')
+        return 0x7f;
+    if (c >= 'a' && c <= 'z')
+        c = static_cast<char>(c - 'a' + 'A');
+    return static_cast<char>(c & 0x1f);
+}
+
+// Decodes one escape of a $'...' text at `pos` (just after the backslash)
+// into `out`. Returns false when it makes a NUL byte: bash's strings end
+// there, so the rest of that quoted text is dropped.
+bool decodeAnsiEscape(const std::string& raw, size_t& pos, std::string& out)
+{
+    static const std::string kSimple = "abeEfnrtv\\'\"?";
+    static const char kSimpleValues[] = "\a\b\x1b\x1b\f\n\r\t\v\\'\"?";
+    char c = raw[pos];
+    size_t simple = kSimple.find(c);
+    if (simple != std::string::npos) {
+        ++pos;
+        out += kSimpleValues[simple];
+        return true;
+    }
+    unsigned long code = 0;
+    if (isOctal(c)) {
+        for (size_t digits = 0; digits < 3 && pos < raw.size() && isOctal(raw[pos]); ++digits)
+            code = code * 8 + static_cast<unsigned long>(raw[pos++] - '0');
+        code &= 0xff;
+    } else if ((c == 'x' || c == 'u' || c == 'U') && pos + 1 < raw.size()) {
+        size_t digitsAt = pos + 1;
+        if (!readHex(raw, digitsAt, c == 'x' ? 2 : c == 'u' ? 4 : 8, code)) {
+            out += '\\';  // no digits: bash keeps the text as it stands
+            return true;
+        }
+        pos = digitsAt;
+        if (c != 'x') {
+            if (code == 0)
+                return false;
+            appendUtf8(code, out);
+            return true;
+        }
+    } else if (c == 'c' && pos + 1 < raw.size()) {
+        char target = raw[pos + 1];
+        pos += 2;
+        // "\c\\" is the control character of one backslash.
+        if (target == '\\' && pos < raw.size() && raw[pos] == '\\')
+            ++pos;
+        code = static_cast<unsigned char>(controlOf(target));
+    } else {
+        out += '\\';  // an unknown escape, or one cut short, is kept
+        return true;
+    }
+    if (code == 0)
+        return false;
+    out += static_cast<char>(code);
+    return true;
+}
+
+// The value of a $'...' text, given without its quotes.
+std::string decodeAnsiC(const std::string& raw)
+{
+    std::string out;
+    size_t pos = 0;
+    while (pos < raw.size()) {
+        char c = raw[pos++];
+        if (c != '\\' || pos >= raw.size())
+            out += c;
+        else if (!decodeAnsiEscape(raw, pos, out))
+            break;
+    }
+    return out;
+}
+
 // The reader: one state per syntactic situation, one byte per step.
 class ShellFileParser {
 public:
@@ -49,7 +163,7 @@ public:
     }
 
 private:
-    enum State { LINE_START, COMMENT, EXPORT_GAP, KEY, VALUE, SINGLE, DOUBLE, AFTER_VALUE, TAIL_COMMENT };
+    enum State { LINE_START, COMMENT, EXPORT_GAP, KEY, VALUE, SINGLE, DOUBLE, ANSI, AFTER_VALUE, TAIL_COMMENT };
 
     int step(char c)
     {
@@ -68,6 +182,8 @@ private:
             return singleQuoted(c);
         case DOUBLE:
             return doubleQuoted(c);
+        case ANSI:
+            return ansiQuoted(c);
         case AFTER_VALUE:
             return afterValue(c);
         case TAIL_COMMENT:
@@ -150,6 +266,8 @@ private:
         }
         if (c == '\\')
             return unquotedEscape();
+        if (c == '$' && m_pos + 1 < m_in.size() && (m_in[m_pos + 1] == '\'' || m_in[m_pos + 1] == '"'))
+            return dollarQuote();
         if (c == '\r' && m_pos + 1 < m_in.size() && m_in[m_pos + 1] == '\n')
             return 0;
         if (isShellOperator(c))
@@ -175,6 +293,35 @@ private:
         }
         ++m_lineLength;
         m_value += next;
+        return 0;
+    }
+
+    // $'...' is bash's quoting with C escapes, which printf %q and
+    // declare -p write for tabs, newlines and other control bytes. $"..."
+    // would be translated by a message catalogue; with none installed it is
+    // plain double quoting.
+    int dollarQuote()
+    {
+        char quote = m_in[++m_pos];
+        ++m_lineLength;
+        m_quoteLine = m_physicalLine;
+        m_state = quote == '"' ? DOUBLE : ANSI;
+        m_ansiText.clear();
+        m_ansiEscaped = false;
+        return 0;
+    }
+
+    // The quoted text is gathered as it stands (a backslash keeps even a
+    // quote from ending it) and decoded at the closing quote.
+    int ansiQuoted(char c)
+    {
+        if (c == '\'' && !m_ansiEscaped) {
+            m_value += decodeAnsiC(m_ansiText);
+            m_state = VALUE;
+            return 0;
+        }
+        m_ansiEscaped = c == '\\' && !m_ansiEscaped;
+        m_ansiText += c;
         return 0;
     }
 
@@ -245,6 +392,8 @@ private:
             return failAt(m_quoteLine, "unterminated single-quoted value of " + m_key);
         case DOUBLE:
             return failAt(m_quoteLine, "unterminated double-quoted value of " + m_key);
+        case ANSI:
+            return failAt(m_quoteLine, "unterminated $'-quoted value of " + m_key);
         default:
             return emit(true);
         }
@@ -311,6 +460,9 @@ private:
     int m_quoteLine = 1;
     std::string m_key;
     std::string m_value;
+    // The raw text of an open $'...' and whether its last byte escapes.
+    std::string m_ansiText;
+    bool m_ansiEscaped = false;
 };
 
 // The word splitter: the value rules of the file reader, words split at
@@ -332,8 +484,8 @@ public:
             step(c);
         }
         if (m_quote != 0) {
-            KQC::setErrorMessage("unterminated %s quote in '%s'", m_quote == '"' ? "double" : "single",
-                                 m_in.c_str());
+            const char* kind = m_quote == '"' ? "double" : m_quote == '$' ? "$'" : "single";
+            KQC::setErrorMessage("unterminated %s quote in '%s'", kind, m_in.c_str());
             return -1;
         }
         if (m_danglingBackslash) {
@@ -350,6 +502,10 @@ private:
 
     void step(char c)
     {
+        if (m_quote == '$') {
+            ansiQuoted(c);
+            return;
+        }
         if (m_quote == '\'') {
             if (c == '\'')
                 m_quote = 0;
@@ -371,7 +527,11 @@ private:
             return;
         }
         m_inWord = true;
-        if (c == '"' || c == '\'')
+        if (c == '$' && m_pos + 1 < m_in.size() && (m_in[m_pos + 1] == '\'' || m_in[m_pos + 1] == '"')) {
+            m_quote = m_in[++m_pos] == '"' ? '"' : '$';
+            m_ansiText.clear();
+            m_ansiEscaped = false;
+        } else if (c == '"' || c == '\'')
             m_quote = c;
         else if (c == '\\' && m_pos + 1 < m_in.size())
             m_word += m_in[++m_pos];
@@ -379,6 +539,18 @@ private:
             m_danglingBackslash = true;
         else
             m_word += c;
+    }
+
+    // As in the file reader: gathered raw, decoded at the closing quote.
+    void ansiQuoted(char c)
+    {
+        if (c == '\'' && !m_ansiEscaped) {
+            m_word += decodeAnsiC(m_ansiText);
+            m_quote = 0;
+            return;
+        }
+        m_ansiEscaped = c == '\\' && !m_ansiEscaped;
+        m_ansiText += c;
     }
 
     void endWord()
@@ -396,6 +568,8 @@ private:
     bool m_inWord = false;
     bool m_danglingBackslash = false;
     std::string m_word;
+    std::string m_ansiText;
+    bool m_ansiEscaped = false;
 };
 
 } // namespace
@@ -494,13 +668,28 @@ int writeAssignment(const std::string& key, const std::string& value, std::ostre
     return 0;
 }
 
+// Kept lines are written with a newline after each. The last line of a file
+// without one may end in a backslash that escapes nothing; followed by a
+// newline it would join the next line, so such a line is written afresh.
+int writeKeptLine(const KQSShellLine& line, std::ostream& output)
+{
+    if (line.isAssignment && !line.text.empty() && line.text.back() == '\\') {
+        KQSShellFile alone;
+        if (alone.parse(line.text + "\n") != 0 || alone.lines().size() != 1 || alone.lines()[0].value != line.value)
+            return writeAssignment(line.key, line.value, output);
+    }
+    output << line.text << '\n';
+    return 0;
+}
+
 int mergeIntoOld(const std::vector<std::pair<std::string, std::string>>& pairs, const KQSShellFile& old,
                  std::ostream& output, std::map<std::string, bool>& written)
 {
     for (const KQSShellLine& line : old.lines()) {
         const std::string* value = line.isAssignment ? findValue(pairs, line.key) : nullptr;
         if (!value) {
-            output << line.text << '\n';
+            if (writeKeptLine(line, output) != 0)
+                return -1;
             continue;
         }
         if (written[line.key])

@@ -78,6 +78,26 @@ std::string cpuInfoText()
            "\n";
 }
 
+std::string partitionsText()
+{
+    return "major minor  #blocks  name\n"
+           "\n"
+           "   8        0   20971520 sda\n"
+           "   8        1   20970496 sda1\n"
+           "   8       16   10485760 sdb\n"
+           "   8       17   10484736 sdb1\n";
+}
+
+std::string fileSystemsText()
+{
+    return "nodev\tsysfs\n"
+           "nodev\tproc\n"
+           "nodev\ttmpfs\n"
+           "\text3\n"
+           "\text4\n"
+           "\txfs\n";
+}
+
 std::vector<TemplateFile> templateFiles()
 {
     TemplateFile os{kDefaultOsTemplate, "20260101", true,

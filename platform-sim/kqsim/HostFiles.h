@@ -13,6 +13,10 @@ std::string basicSampleText();
 std::string osReleaseText();
 std::string packingListText(bool ipv6);
 std::string cpuInfoText();
+// The host's block devices (sda, sdb and their first partitions) and the
+// file-system types its kernel knows, as /proc shows them.
+std::string partitionsText();
+std::string fileSystemsText();
 
 struct TemplateFile {
     std::string name;

@@ -49,6 +49,9 @@ int writeEmptyState(const SimHost& host)
     for (const char* file : kEmptyFiles)
         if (writeFileAtomic(host.path(file), "") != 0)
             return -1;
+    if (writeFileAtomic(host.path("/proc/partitions"), partitionsText()) != 0 ||
+        writeFileAtomic(host.path("/proc/filesystems"), fileSystemsText()) != 0)
+        return -1;
     return writeFileAtomic(host.path("/proc/cpuinfo"), cpuInfoText());
 }
 

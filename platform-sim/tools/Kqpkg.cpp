@@ -4,6 +4,8 @@
 //                             container its OS template and the application
 //                             templates installed there (key TEMPLATES)
 //   kqpkgadd [--force] [--jump] [-q] VEID T...   install application templates
+//                             (an OS template only with --force: it becomes
+//                             the container's OS template)
 //   kqpkgrm [--force] [--remove] [-q] VEID T...  remove them
 //   kqpkginfo -e CONF         the words of the file's %technologies section
 // A template is given as NAME or NAME/VERSION. Refusals exit 1 with the
@@ -144,12 +146,17 @@ std::string templateName(const Context& context, const std::string& text)
     return versionsOf(context.settings.templateDir, name).empty() ? "" : name;
 }
 
+bool isOsTemplate(const Context& context, const std::string& name)
+{
+    std::vector<std::string> cached = sectionLines(latestConf(context.settings.templateDir, name), "cached");
+    return !cached.empty() && cached[0] == "yes";
+}
+
 int checkAddable(const Context& context, const ChangeRequest& request, const std::string& name,
                  const ShellConfig& config)
 {
     std::string conf = latestConf(context.settings.templateDir, name);
-    std::vector<std::string> cached = sectionLines(conf, "cached");
-    if (!cached.empty() && cached[0] == "yes")
+    if (isOsTemplate(context, name) && !request.force)
         return complain(1, context.tool, "template " + name + " is an OS template; Use -f/--force option to reinstall the OS");
     std::vector<std::string> installed = splitWords(config.get("TEMPLATES"));
     if (!request.force && std::find(installed.begin(), installed.end(), name) != installed.end())
@@ -162,7 +169,7 @@ int checkAddable(const Context& context, const ChangeRequest& request, const std
 }
 
 // One template added to or removed from the installed list; 0 or the exit status.
-int changeOne(const Context& context, const ChangeRequest& request, const ShellConfig& config, bool adding,
+int changeOne(const Context& context, const ChangeRequest& request, ShellConfig& config, bool adding,
               const std::string& text, std::vector<std::string>& installed)
 {
     std::string name = templateName(context, text);
@@ -172,7 +179,11 @@ int changeOne(const Context& context, const ChangeRequest& request, const ShellC
     if (adding) {
         if (int status = checkAddable(context, request, name, config))
             return status;
-        if (present == installed.end())
+        // A forced OS template replaces the container's OS; it is not one
+        // of the installed application templates.
+        if (isOsTemplate(context, name))
+            config.set("OSTEMPLATE", name);
+        else if (present == installed.end())
             installed.push_back(name);
     } else {
         if (present == installed.end())

@@ -1,7 +1,7 @@
 // kqps [xawh] [-E VEID] -eo COLUMNS: processes of one container (-E) or of
 // the whole host, from the simulated process lists
-// (ROOT/var/lib/kqsim/proc/<VEID>, lines "VPID HOSTPID COMMAND"; the host's
-// own processes are those of VEID 0). Columns are separated by one blank;
+// (ROOT/var/lib/kqsim/proc/<VEID>, lines "VPID HOSTPID COMMAND"). Without
+// -E the machine's real processes are listed, as the host sees them. Columns are separated by one blank;
 // "h" among the BSD options drops the header.
 #include "Tools.h"
 
@@ -11,6 +11,7 @@
 #include <cctype>
 #include <cstdio>
 #include <map>
+#include <set>
 #include <sstream>
 
 namespace KQSim {
@@ -81,10 +82,34 @@ void readProcesses(const SimHost& host, int veid, std::vector<Process>& processe
     }
 }
 
+// Every container's registered processes, then the machine's real
+// processes that no container claims, as the host's own (VEID 0).
 void readAllProcesses(const SimHost& host, std::vector<Process>& processes)
 {
+    std::set<int> claimed;
     for (int veid : numberedEntries(host.stateDir() + "/proc"))
         readProcesses(host, veid, processes);
+    for (const Process& process : processes)
+        claimed.insert(process.hostPid);
+    for (int pid : numberedEntries("/proc")) {
+        if (claimed.count(pid))
+            continue;
+        Process process;
+        process.vpid = pid;
+        process.hostPid = pid;
+        std::string cmdline;
+        // A process may end while we look; it is then simply left out.
+        if (readFile("/proc/" + std::to_string(pid) + "/cmdline", cmdline) != 0)
+            continue;
+        for (char& c : cmdline)
+            c = c == '\0' ? ' ' : c;
+        while (!cmdline.empty() && cmdline.back() == ' ')
+            cmdline.pop_back();
+        if (cmdline.empty() && readFile("/proc/" + std::to_string(pid) + "/comm", cmdline) == 0)
+            cmdline = "[" + cmdline.substr(0, cmdline.find('\n')) + "]";
+        process.command = cmdline;
+        processes.push_back(process);
+    }
 }
 
 std::vector<std::string> splitColumns(const std::string& list)

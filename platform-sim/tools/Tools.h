@@ -22,6 +22,9 @@ int runKqps(const SimHost& host, const ToolArguments& args);
 int runKqauth(const SimHost& host, const ToolArguments& args);
 int runKqmlocal(const SimHost& host, const ToolArguments& args);
 int runKqsvpsagent(const SimHost& host, const ToolArguments& args);
+// The host's mount and umount: they only change the kernel's mount table.
+int runMount(const SimHost& host, const ToolArguments& args);
+int runUmount(const SimHost& host, const ToolArguments& args);
 // Tools the simulator does not model yet: exit 1 with
 // "TOOL: not implemented in the simulator".
 int runUnimplemented(const SimHost& host, const ToolArguments& args);

@@ -19,7 +19,7 @@ const Tool kTools[] = {
     {"kqpkgrm", KQSim::runKqpkgrm},     {"kqpkginfo", KQSim::runKqpkginfo}, {"kqquota", KQSim::runKqquota},
     {"kqnetstat", KQSim::runKqnetstat}, {"kqps", KQSim::runKqps},           {"kqauth", KQSim::runKqauth},
     {"kqmlocal", KQSim::runKqmlocal},   {"kqsplit", KQSim::runUnimplemented},
-    {"kqsvpsagent", KQSim::runKqsvpsagent},
+    {"kqsvpsagent", KQSim::runKqsvpsagent}, {"mount", KQSim::runMount}, {"umount", KQSim::runUmount},
 };
 
 // The per-container agent is started with a bare PATH as its whole

@@ -6,9 +6,13 @@
 // serialises plug-in loading.
 #include "KQSAuthMVELocal.h"
 #include "KQSBasicFunctionalityCommon.h"
+#include "KQSDevLocal.h"
 #include "KQSEnvMLocal.h"
+#include "KQSKqStatLocal.h"
 #include "KQSProcessMLocal.h"
 #include "KQSSampleMLocal.h"
+#include "KQSTEMLocal.h"
+#include "KQSProcessMonitorLocal.h"
 
 #include "KQC/Boundary.h"
 #include "KQC/EnvCache.h"
@@ -31,6 +35,36 @@ typedef boost::shared_ptr<KQC::KQCEnvM> EnvMPtr;
 typedef boost::shared_ptr<KQS::KQSEnvM> KQSEnvMPtr;
 typedef boost::shared_ptr<KQS::KQSProcessM> ProcessMPtr;
 typedef boost::shared_ptr<KQS::KQSSampleM> SampleMPtr;
+typedef boost::shared_ptr<KQS::KQSTEM> TEMPtr;
+typedef boost::shared_ptr<KQS::KQSProcessMonitor> ProcessMonitorPtr;
+typedef boost::shared_ptr<KQS::KQSKqStat> KqStatPtr;
+typedef boost::shared_ptr<KQC::KQCDevM> DevMPtr;
+
+// The statistics collector, the process monitor and the device manager:
+// the agent reaches them through the same kind of factory as the managers
+// above.
+void registerOperatorFactories(KQC::KQCLibFunctionality& kqcKit, KQS::KQSLibFunctionality& kqsKit)
+{
+    kqsKit.getKQSProcessMonitorMultiplexer().registerLocalFactory(
+        boost::shared_ptr<KQC::KQCFunctionalFactoryLocal<ProcessMonitorPtr>>(
+            new KQC::KQCFunctionalFactoryLocalImpl<ProcessMonitorPtr, KQS::KQSProcessMonitorLocal>),
+        KQS::kCorvantisKey);
+    kqsKit.getKQSKqStatMultiplexer().registerLocalFactory(
+        boost::shared_ptr<KQC::KQCFunctionalFactoryLocal<KqStatPtr>>(
+            new KQC::KQCFunctionalFactoryLocalImpl<KqStatPtr, KQS::KQSKqStatLocal>),
+        KQS::kCorvantisKey);
+    kqcKit.getDevMMultiplexer().registerLocalFactory(
+        boost::shared_ptr<KQC::KQCFunctionalFactoryLocal<DevMPtr>>(
+            new KQC::KQCFunctionalFactoryLocalImpl<DevMPtr, KQS::KQSDevLocal>),
+        KQS::kCorvantisKey);
+}
+
+void unregisterOperatorFactories(KQC::KQCLibFunctionality& kqcKit, KQS::KQSLibFunctionality& kqsKit)
+{
+    kqcKit.getDevMMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
+    kqsKit.getKQSKqStatMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
+    kqsKit.getKQSProcessMonitorMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
+}
 
 void registerFactories()
 {
@@ -58,9 +92,14 @@ void registerFactories()
         new KQC::KQCFunctionalFactoryLocalImpl<SampleMPtr, KQS::KQSSampleMLocal>);
     kqsKit.getKQSSampleMMultiplexer().registerLocalFactory(sampleM, KQS::kCorvantisKey);
 
+    boost::shared_ptr<KQC::KQCFunctionalFactoryLocal<TEMPtr>> tem(
+        new KQC::KQCFunctionalFactoryLocalImpl<TEMPtr, KQS::KQSTEMLocal>);
+    kqsKit.getKQSTEMMultiplexer().registerLocalFactory(tem, KQS::kCorvantisKey);
+
     boost::shared_ptr<KQC::KQCAuthMBaseLocalFactory::AuthMBaseLocalFactoryBase> auth(
         new KQC::KQCAuthMBaseLocalFactory::AuthMBaseLocalFactoryImpl<KQS::KQSAuthMVELocal>);
     KQC::KQCAuthMBaseLocalFactory::getInstance()->registerFactory(KQS::KQSAuthMVELocal::realmType, auth);
+    registerOperatorFactories(kqcKit, kqsKit);
 }
 
 // Fills the agent's environment cache with every container of the host,
@@ -87,7 +126,9 @@ void unregisterFactories()
     kqsKit.getKQSEnvMMultiplexer().unregisterLocalFactory(KQS::kEmptyKey);
     kqsKit.getKQSSampleMMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
     kqsKit.getKQSProcessMMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
+    kqsKit.getKQSTEMMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
     KQC::KQCAuthMBaseLocalFactory::getInstance()->unregisterFactory(KQS::KQSAuthMVELocal::realmType);
+    unregisterOperatorFactories(KQC::KQCFunctionality<KQC::KQCLibFunctionality>::kit(), kqsKit);
 }
 
 // Writers killed mid-write leave their temporary files behind. At start no

@@ -1,6 +1,7 @@
 #include "KQSEnvMLocal.h"
 
 #include "KQSBasicFunctionalityCommon.h"
+#include "KQSCaches.h"
 #include "KQSEnvConfigLock.h"
 #include "KQSResult.h"
 #include "KQSVEActionSystemLinux.h"
@@ -45,68 +46,23 @@ std::string agentConfigFolder()
     return KQC::KQCInstanceFolders::etc().leaf("configs").string();
 }
 
-// The remembered stamp of the configuration folder. The folder's path is
-// kept with it: a stamp says nothing about another folder (the host root
-// may be another one by now).
-struct FolderStamp {
-    std::string folder;
-    KQSPathModTime stamp;
-
-    // Whether the folder changed since the last call (remembering it now).
-    bool changed(const std::string& path)
-    {
-        bool sameFolder = folder == path;
-        folder = path;
-        bool modified = stamp.update(path);
-        return modified || !sameFolder;
-    }
-    void forget()
-    {
-        folder.clear();
-        stamp.reset();
-    }
-};
-
-// The registry's shared state. lockModify guards the two flags and the two
-// list caches; the configuration cache has a lock of its own, always taken
-// after lockModify when both are held.
-KQC::KQCLock lockModify;
-bool isModifiedForGetEnvList = false;
-bool isModifiedForGetVEIDMap = false;
-KQC::KQCEIDSet envListCache;
-FolderStamp envListStamp;
-std::map<int, KQC::KQCEID> veidMapCache;
-FolderStamp veidMapStamp;
-
-struct CachedConfig {
-    KQSPathModTime stamp;
-    boost::shared_ptr<KQSEnvConfig> config;
-};
-KQC::KQCLock configCacheLock;
-// By the file's path, which names the EID (and the host root in use).
-std::map<std::string, CachedConfig> configCache;
-
-void markRegistryModified()
-{
-    KQC::KQCGuard guard(lockModify);
-    isModifiedForGetEnvList = true;
-    isModifiedForGetVEIDMap = true;
-}
+// The registry's shared state lives with the plug-in's other caches.
+caches::Registry& shared() { return caches::registry(); }
 
 // The EID list, from the cache while the folder is unchanged and we wrote
 // nothing. The caller holds lockModify.
 int readEnvListLocked(KQC::KQCEIDSet& out)
 {
     const std::string folder = agentConfigFolder();
-    if (!envListStamp.changed(folder) && !isModifiedForGetEnvList) {
-        out = envListCache;
+    if (!shared().envListStamp.changed(folder) && !shared().isModifiedForGetEnvList) {
+        out = shared().envList;
         return 0;
     }
-    envListCache.clear();
+    shared().envList.clear();
     KQC::OpenDir dir(folder);
     if (!dir) {
         KQC::setErrorMessage("Can't opendir '%s' : %s", folder.c_str(), std::strerror(errno));
-        envListStamp.forget();
+        shared().envListStamp.forget();
         return KQS_ERR_READ;
     }
     while (dir.read()) {
@@ -114,16 +70,17 @@ int readEnvListLocked(KQC::KQCEIDSet& out)
         // Only files named by a GUID are environments ("." and ".." and the
         // lock and temporary files beside them are not).
         if (eid.fromString(dir.name()) == 0)
-            envListCache.insert(eid);
+            shared().envList.insert(eid);
     }
-    out = envListCache;
-    isModifiedForGetEnvList = false;
+    out = shared().envList;
+    shared().isModifiedForGetEnvList = false;
     return 0;
 }
 
-// Reads the file into the cache entry; the entry's pointer is empty only
-// when the file was never read.
-boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std::string& path, CachedConfig& entry)
+// Reads the file into the cache entry; empty (message set) when it cannot
+// be read or does not parse.
+boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std::string& path,
+                                              caches::CachedRecord& entry)
 {
     std::string text;
     if (KQC::file2str(path, text) != 0) {
@@ -132,21 +89,40 @@ boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std:
         KQC::setErrorMessage("read '%s' : %s", path.c_str(), KQC::getErrorMessage());
         // Read it again next time rather than answer from a file we lost.
         entry.stamp.reset();
+        entry.read = false;
         return boost::shared_ptr<KQSEnvConfig>();
     }
     // A file that was read but does not parse, whether it is no markup at
-    // all or markup without a configuration, leaves an empty configuration
-    // behind: the environment stays known, without properties, until the
-    // file changes, and is not parsed again on every call.
-    entry.config = boost::make_shared<KQSEnvConfig>();
+    // all or markup without a configuration, reads as an empty
+    // configuration: the environment stays known, without properties, until
+    // the file changes, and is not parsed again on every call.
+    // Made apart from its counts (not make_shared): the cache holds it weakly,
+    // and a weak hold on a joint allocation would keep all of it.
+    boost::shared_ptr<KQSEnvConfig> config(new KQSEnvConfig);
     boost::shared_ptr<KQC::KQCMessage> message = KQC::KQCMsgFactory::createNew();
-    if (message->loadFromString(text) != 0 ||
-        message->getIterator().getObj(KQC::TAG_ENV_CONFIG, *entry.config) != 0) {
+    if (message->loadFromString(text) != 0 || message->getIterator().getObj(KQC::TAG_ENV_CONFIG, *config) != 0) {
+        entry.remember(boost::shared_ptr<KQSEnvConfig>(), false);
         KQC::setErrorMessage("can't parse env#%s config", eid.toString().c_str());
-        entry.config = boost::make_shared<KQSEnvConfig>();
         return boost::shared_ptr<KQSEnvConfig>();
     }
-    return entry.config;
+    entry.remember(config, true);
+    return config;
+}
+
+// The VEID the registry read from the environment's file while it is
+// unchanged: 0, -7 (no VEID), or 1 when the file must be read first.
+int cachedVeid(const std::string& folder, const KQC::KQCEID& eid, const std::string& path, int& veid)
+{
+    KQC::KQCGuard guard(shared().configLock);
+    caches::CachedRecord& entry = shared().recordOf(folder, eid);
+    if (entry.stamp.update(path) || !entry.read) {
+        entry.read = false;
+        return 1;
+    }
+    if (!entry.hasVeid)
+        return KQS_ERR_NO_VEID;
+    veid = entry.veid;
+    return KQS_OK;
 }
 
 // Writes the agent file of `eid` once, into a temporary file beside it that
@@ -193,20 +169,20 @@ int readVeidMapLocked(KQSEnvMLocal& envm, std::map<int, KQC::KQCEID>& out)
     int rc = readEnvListLocked(eids);
     if (rc != KQS_OK)
         return rc;
-    if (!veidMapStamp.changed(agentConfigFolder()) && !isModifiedForGetVEIDMap) {
-        out = veidMapCache;
+    if (!shared().veidMapStamp.changed(agentConfigFolder()) && !shared().isModifiedForGetVEIDMap) {
+        out = shared().veidMap;
         return KQS_OK;
     }
-    veidMapCache.clear();
+    shared().veidMap.clear();
     // In EID order, so that of two environments claiming one VEID the one
     // whose EID sorts last is kept.
     for (const KQC::KQCEID& eid : eids) {
         int veid = 0;
         if (envm.findByEid(eid, &veid) == KQS_OK)
-            veidMapCache[veid] = eid;
+            shared().veidMap[veid] = eid;
     }
-    isModifiedForGetVEIDMap = false;
-    out = veidMapCache;
+    shared().isModifiedForGetVEIDMap = false;
+    out = shared().veidMap;
     return KQS_OK;
 }
 
@@ -219,7 +195,7 @@ int readVeidMapLocked(KQSEnvMLocal& envm, std::map<int, KQC::KQCEID>& out)
 class RegistrationSection {
 public:
     RegistrationSection()
-        : m_guard(lockModify), m_file(KQC::KQCInstanceFolders::base().leaf("registry.lock").string())
+        : m_guard(shared().lockModify), m_file(KQC::KQCInstanceFolders::base().leaf("registry.lock").string())
     {
     }
     ~RegistrationSection() { (void)m_file.unlock(); }
@@ -234,8 +210,8 @@ public:
             return KQS_ERR_WRITE;
         // What another process registered while we waited is in the folder,
         // perhaps within the same tick of its clock: read it afresh.
-        isModifiedForGetEnvList = true;
-        isModifiedForGetVEIDMap = true;
+        shared().isModifiedForGetEnvList = true;
+        shared().isModifiedForGetVEIDMap = true;
         return KQS_OK;
     }
 
@@ -276,18 +252,23 @@ std::string KQSEnvMLocal::getVPSAgentConfigPathByEid(const KQC::KQCEID& eid)
 
 int KQSEnvMLocal::getEnvList(KQC::KQCEIDSet& out)
 {
-    KQC::KQCGuard guard(lockModify);
+    KQC::KQCGuard guard(shared().lockModify);
     return readEnvListLocked(out);
 }
 
 boost::shared_ptr<const KQSEnvConfig> KQSEnvMLocal::sharedEnvConfig(const KQC::KQCEID& eid)
 {
     const std::string path = getVPSAgentConfigPathByEid(eid);
-    KQC::KQCGuard guard(configCacheLock);
-    CachedConfig& entry = configCache[path];
-    if (entry.stamp.update(path) || !entry.config)
+    KQC::KQCGuard guard(shared().configLock);
+    caches::CachedRecord& entry = shared().recordOf(agentConfigFolder(), eid);
+    if (entry.stamp.update(path) || !entry.read)
         return loadEnvConfig(eid, path, entry);
-    return entry.config;
+    if (entry.unparsable)
+        return boost::make_shared<KQSEnvConfig>();
+    if (boost::shared_ptr<KQSEnvConfig> held = entry.config.lock())
+        return held;
+    // Unchanged, but nobody held the whole record: it is read again.
+    return loadEnvConfig(eid, path, entry);
 }
 
 boost::shared_ptr<KQSEnvConfig> KQSEnvMLocal::getEnvConfig(const KQC::KQCEID& eid)
@@ -304,18 +285,22 @@ int KQSEnvMLocal::putEnvConfig(const KQC::KQCEID& eid, const KQSEnvConfig& confi
     int rc = writeAgentFile(eid, config);
     if (rc != KQS_OK)
         return rc;
-    markRegistryModified();
+    invalidateEnvironment(eid);
     return KQS_OK;
 }
 
 int KQSEnvMLocal::findByEid(const KQC::KQCEID& eid, int* veid)
 {
-    // Only the VEID is read, so the shared record serves without a copy.
-    boost::shared_ptr<const KQSEnvConfig> config = sharedEnvConfig(eid);
-    if (!config)
-        return KQS_ERR_NO_ENV;
+    // Only the VEID is needed: the registry keeps it for unchanged files.
     int found = 0;
-    if (config->getVeid(found) != 0) {
+    int rc = cachedVeid(agentConfigFolder(), eid, getVPSAgentConfigPathByEid(eid), found);
+    if (rc == 1) {
+        boost::shared_ptr<const KQSEnvConfig> config = sharedEnvConfig(eid);
+        if (!config)
+            return KQS_ERR_NO_ENV;
+        rc = config->getVeid(found) == 0 ? KQS_OK : KQS_ERR_NO_VEID;
+    }
+    if (rc != KQS_OK) {
         KQC::setErrorMessage("can't find ctid in env '%s' config", eid.toString().c_str());
         return KQS_ERR_NO_VEID;
     }
@@ -326,7 +311,7 @@ int KQSEnvMLocal::findByEid(const KQC::KQCEID& eid, int* veid)
 
 int KQSEnvMLocal::getVEIDMap(std::map<int, KQC::KQCEID>& out)
 {
-    KQC::KQCGuard guard(lockModify);
+    KQC::KQCGuard guard(shared().lockModify);
     return readVeidMapLocked(*this, out);
 }
 
@@ -408,9 +393,14 @@ int KQSEnvMLocal::addNewEnvLocked(int veid, KQC::KQCEID& eid, boost::shared_ptr<
         KQS_LOG().put(1, "[%s] putEnvConfig failed : %s", "addNewEnv", KQC::getErrorMessage());
         return rc;
     }
-    // lockModify is ours already.
-    isModifiedForGetEnvList = true;
-    isModifiedForGetVEIDMap = true;
+    // lockModify is ours already, so the lists are marked here rather than
+    // through invalidateEnvironment (which takes it); the record is new.
+    shared().isModifiedForGetEnvList = true;
+    shared().isModifiedForGetVEIDMap = true;
+    {
+        KQC::KQCGuard guard(shared().configLock);
+        shared().records.erase(eid);
+    }
     return KQS_OK;
 }
 
@@ -495,7 +485,7 @@ int KQSEnvMLocal::removeEnv(const KQC::KQCEID& eid)
     if (KQC::removeFile(getVPSAgentConfigPathByEid(eid)) != 0 && errno != ENOENT)
         KQS_LOG().put(1, "[%s] %s", "removeEnv", KQC::getErrorMessage());
     KQS_LOG().put(3, "Remove env eid#%s", eid.toString().c_str());
-    markRegistryModified();
+    invalidateEnvironment(eid);
     return 0;
 }
 

@@ -101,7 +101,8 @@ public:
     // empty configuration until it changes.
     boost::shared_ptr<KQSEnvConfig> getEnvConfig(const KQC::KQCEID& eid);
     // Replaces the agent-side file; `flag` is not used. 0, or -9 with the
-    // message set (the old file is then untouched).
+    // message set (the old file is then untouched). The registry's caches
+    // of the environment are invalidated (KQSCaches.h).
     int putEnvConfig(const KQC::KQCEID& eid, const KQSEnvConfig& config, bool flag = false);
     // 0 with the VEID; -8 when the environment has no readable file, -7
     // with "can't find ctid in env '%s' config" when it holds no VEID.
@@ -130,7 +131,8 @@ public:
     // container whose record must be made to agree. 0, -1 or -9.
     int recordEid(const KQC::KQCEID& eid, const boost::shared_ptr<KQSEnvConfig>& container);
     // Writes the EID record into a container's private area (beneath it,
-    // following no link the container planted). 0 or -1.
+    // following no link the container planted). 0 or -1. Nothing caches
+    // the record (it is read afresh), so there is nothing to invalidate.
     int updateEnvEID(const KQC::KQCEID& eid, const std::string& privatePath);
     int updateEnvEID(const KQC::KQCEID& eid, const boost::shared_ptr<KQSEnvConfig>& config);
     // Forgets the environment (removes its agent-side file) unless somebody

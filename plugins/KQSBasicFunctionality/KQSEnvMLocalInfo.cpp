@@ -2,12 +2,18 @@
 // host's container list.
 #include "KQSBasicFunctionalityCommon.h"
 #include "KQSEnvMLocal.h"
+#include "KQSCaches.h"
 #include "KQSVEActionSystemLinux.h"
 
 #include "KQC/Boundary.h"
 #include "KQC/Configuration.h"
 #include "KQC/Error.h"
+#include "KQC/Handle.h"
+#include "KQC/HostPaths.h"
 #include "KQS/Env.h"
+
+#include <fcntl.h>
+#include <vector>
 
 namespace KQS {
 namespace {
@@ -72,6 +78,53 @@ boost::shared_ptr<KQC::KQCEnv> buildEnv(const KQC::KQCEID& eid, const KQSVPSEntr
     return env;
 }
 
+struct Registered {
+    KQC::KQCEID eid;
+    int veid;
+    bool found;  // whether the registry knows its VEID
+};
+
+// The VEIDs of many environments at once. An agent-side file that has not
+// changed since the registry read it is looked at from its open folder (one
+// stat, no path walk); any other goes through the registry's own lookup.
+class RegistryVeids {
+public:
+    explicit RegistryVeids(KQSEnvMLocal& envm)
+        : m_envm(envm), m_folder(KQC::KQCInstanceFolders::etc().leaf("configs").string())
+    {
+        m_fd.reset(::open(m_folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    }
+
+    // 0 with the VEID, else findByEid's failure.
+    int find(const KQC::KQCEID& eid, int& veid)
+    {
+        if (m_fd.isValid() && unchangedVeid(eid, veid))
+            return 0;
+        return m_envm.findByEid(eid, &veid);
+    }
+
+private:
+    bool unchangedVeid(const KQC::KQCEID& eid, int& veid)
+    {
+        caches::Registry& registry = caches::registry();
+        KQC::KQCGuard guard(registry.configLock);
+        if (registry.recordsFolder != m_folder)
+            return false;
+        auto it = registry.records.find(eid);
+        if (it == registry.records.end() || !it->second.read || !it->second.hasVeid)
+            return false;
+        KQSPathModTime stamp = it->second.stamp;
+        if (stamp.update(m_fd.get(), eid.toString().c_str()))
+            return false;
+        veid = it->second.veid;
+        return true;
+    }
+
+    KQSEnvMLocal& m_envm;
+    std::string m_folder;
+    KQC::KQCHandle m_fd;
+};
+
 } // namespace
 
 int KQSEnvMLocal::getInfo(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask)
@@ -120,30 +173,37 @@ int KQSEnvMLocal::getInfoEx(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, 
 int KQSEnvMLocal::joinWithHost(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask, bool sync)
 {
     KQSVPSList containers;
-    KQC::KQCEIDSet known;
-    // The VEIDs found while seeding, so that each environment's file is
-    // looked at once per call.
-    std::map<KQC::KQCEID, int, KQC::KQCEnvIDComparator> veidOf;
+    // Every environment with its VEID, looked up once per call, in EID order.
+    std::vector<Registered> known;
+    RegistryVeids registry(*this);
     // Every listing, the synchronising one included, is guarded by the
     // listing right; the synchronising one would otherwise hand out every
     // environment to a client that may not see them.
     boost::shared_ptr<KQC::KQCClientContext> context = KQC::KQCAccessChecker::getClientContext(access());
     if (eids.empty()) {
-        int rc = getEnvList(known);
+        KQC::KQCEIDSet all;
+        int rc = getEnvList(all);
         if (rc)
             return rc;
-        if (KQC::KQCAccessChecker::accessCheck(context, known, KQC::RIGHT_ENV_INFO, true) != 0)
+        if (KQC::KQCAccessChecker::accessCheck(context, all, KQC::RIGHT_ENV_INFO, true) != 0)
             return KQC::KQC_ERR_ACCESS_DENIED;
+        known.reserve(all.size());
+        for (const KQC::KQCEID& eid : all) {
+            Registered item{eid, 0, false};
+            item.found = registry.find(eid, item.veid) == 0;
+            known.push_back(item);
+        }
     } else {
         if (KQC::KQCAccessChecker::accessCheck(context, eids, KQC::RIGHT_ENV_INFO, false) != 0)
             return KQC::KQC_ERR_ACCESS_DENIED;
+        known.reserve(eids.size());
         for (const KQC::KQCEID& eid : eids) {
-            int veid = 0;
-            if (findByEid(eid, &veid) != 0)
+            Registered item{eid, 0, true};
+            if (registry.find(eid, item.veid) != 0)
                 continue;
-            known.insert(eid);
-            veidOf[eid] = veid;
-            containers[veid].config.reset(new KQSEnvConfig);
+            known.push_back(item);
+            // The listing reads the configuration of every entry it is given.
+            containers.emplace(item.veid, KQSVPSEntry());
         }
     }
     int rc = KQSVEActionSystemLinux::getVPSList(containers, true, !eids.empty());
@@ -152,25 +212,19 @@ int KQSEnvMLocal::joinWithHost(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& ou
     // The environment each listed container was given to, for the
     // synchronising pass.
     std::map<int, std::pair<KQC::KQCEID, boost::shared_ptr<KQSEnvConfig>>> listed;
-    for (const KQC::KQCEID& eid : known) {
-        auto seeded = veidOf.find(eid);
-        int veid = seeded != veidOf.end() ? seeded->second : 0;
-        if (seeded == veidOf.end() && findByEid(eid, &veid) != 0) {
-            if (sync)
-                removeEnv(eid);
-            continue;
-        }
-        auto it = containers.find(veid);
+    out.reserve(out.size() + known.size());
+    for (const Registered& item : known) {
+        auto it = item.found ? containers.find(item.veid) : containers.end();
         if (it != containers.end()) {
-            out.push_back(buildEnv(eid, it->second, mask));
+            out.push_back(buildEnv(item.eid, it->second, mask));
             if (sync)
-                listed[veid] = std::make_pair(eid, it->second.config);
+                listed[item.veid] = std::make_pair(item.eid, it->second.config);
             containers.erase(it);
         } else if (sync) {
-            removeEnv(eid);
+            removeEnv(item.eid);
             // A second environment of a container listed already: the
             // container's record must name the one that stays.
-            auto kept = listed.find(veid);
+            auto kept = item.found ? listed.find(item.veid) : listed.end();
             if (kept != listed.end())
                 (void)recordEid(kept->second.first, kept->second.second);
         }
@@ -178,6 +232,8 @@ int KQSEnvMLocal::joinWithHost(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& ou
     if (!sync)
         return 0;
     for (const auto& entry : containers) {
+        // The identity the container records, else a new one, found from the
+        // configuration at hand rather than a listing of its own.
         KQC::KQCEID eid;
         rc = registerContainer(entry.first, entry.second.config, eid);
         if (rc)

@@ -10,7 +10,12 @@
 // Thread safety: all functions may be called from any thread. The device
 // descriptor and the beancounter call number are process-wide values set
 // on first use; the descriptor is shared by all threads and never closed.
+#include "KQC/Request.h"
 #include "KQS/KqKernelAbi.h"
+#include "KQS/KqStat.h"
+
+#include <string>
+#include <vector>
 
 namespace KQS {
 
@@ -47,5 +52,58 @@ long kqLinUbstatCall(long function, unsigned long arg1, unsigned long arg2, void
 // the caller frees with free(). Null when the kernel fails, gives a short
 // read (the parameter count changed meanwhile), or memory runs out.
 void* kqLinUbcQueryCall(int ubid);
+
+// The statistics collector: the counters of one container, from the kernel
+// and from the platform's tools. Every query by EID resolves the VEID
+// through the registry (-1, the registry's message standing, when it
+// cannot) and then asks the VEID overload.
+//
+// Results: 0, or -1 with the message set (the kernel's silent failures of
+// getUbc and getLoadAvg leave the message as it was). A null output is a
+// programming error of the caller and aborts.
+// Thread safety: one object serves one request; the process-wide resource
+// names and the host information are built once, under their own guards.
+class KQSKqStatLocal : public KQC::KQCRequestModificatorLocal<KQSKqStat> {
+public:
+    explicit KQSKqStatLocal(const KQC::KQCAccessProvider& access);
+
+    // Traffic per class from "kqnetstat -v VEID"; lines that do not hold
+    // six numbers are skipped.
+    int getNetInfo(int veid, KQSNetClassList* out) override;
+    int getNetInfo(const KQC::KQCEID& eid, KQSNetClassList* out) override;
+    // Disk quota from the kernel; from "kqquota" when the kernel has no
+    // quota loaded for the container (exit 0 or 10 accepted).
+    int getQuota(int veid, KQSQuotaStats* out) override;
+    int getQuota(const KQC::KQCEID& eid, KQSQuotaStats* out) override;
+    // One record per resource name, in vocabulary order.
+    int getUbc(int veid, KQSUbcList* out) override;
+    int getUbc(const KQC::KQCEID& eid, KQSUbcList* out) override;
+    // CPU times; idle and starvation scaled by the host's CPU clock.
+    int getCPUInfo(int veid, KQSVeCPULoad* out) override;
+    int getCPUInfo(const KQC::KQCEID& eid, KQSVeCPULoad* out) override;
+    int getLoadAvg(int veid, KQC::KQCLoadAvg* out) override;
+    int getLoadAvg(const KQC::KQCEID& eid, KQC::KQCLoadAvg* out) override;
+    // The container's SLM group, parsed into out->params.
+    int getSLM(int veid, KQSSLMGroup* out) override;
+    int getSLM(const KQC::KQCEID& eid, KQSSLMGroup* out) override;
+
+    // The resource names of the vocabulary's "ubc" category that the
+    // kernel counts, and (through `indexes` when not null) their kernel
+    // indexes, in the same order. Built once per process. A kernel that
+    // cannot say how many parameters it counts (or says more than
+    // KQ_UB_RESOURCES) and a missing vocabulary or category abort: the
+    // records could not be named at all.
+    static const std::vector<std::string>& getUBCNames(const std::vector<int>** indexes);
+
+    // Decoding of kernel and tool replies (exposed for tests and fuzzing).
+    static void quotaFromKernel(const kq_quota_stat& stat, const kq_quota_ugid_state& ugid, KQSQuotaStats& out);
+    // The kqquota output of a "-t" run; missing lines leave fields as they are.
+    static void quotaFromTool(const std::string& output, KQSQuotaStats& out);
+    static void netClassesFromTool(const std::string& output, KQSNetClassList& out);
+    static void cpuFromKernel(const kq_cpu_stat& stat, unsigned long clockMHz, KQSVeCPULoad& out);
+    static void loadFromKernel(const kq_cpu_stat& stat, KQC::KQCLoadAvg& out);
+    static void ubcFromKernel(const void* buffer, const std::vector<std::string>& names,
+                              const std::vector<int>& indexes, KQSUbcList& out);
+};
 
 } // namespace KQS

@@ -36,6 +36,32 @@ enum KQSResult {
     // Container-user authentication.
     KQS_ERR_AUTH_REFUSED = -2,      // bad domain, unknown principal or wrong credentials
     KQS_ERR_AUTH_UNAVAILABLE = -7,  // the tool or the vocabulary cannot be used, or no control panel
+
+    // Templates: their configuration files.
+    KQS_TEM_ERR_NO_FOLDER = -29,    // the host settings name no templates folder
+    KQS_TEM_ERR_OPEN = -51,         // a configuration file cannot be read, or a listed template has none
+    KQS_TEM_ERR_NO_NAME = -52,      // no template name to build a path from
+    KQS_TEM_ERR_INVALID = -53,      // a configuration does not parse or is not valid
+    KQS_TEM_ERR_WRITE = -54,        // a configuration cannot be written
+    // Templates: listing, installation and package files.
+    KQS_TEM_ERR_LIST = -3,          // the listing tool cannot run or failed
+    KQS_TEM_ERR_NEED_FORCE = -5,    // the tool refuses without --force
+    KQS_TEM_ERR_DEPENDENCIES = -6,  // the tool found failed dependencies
+    KQS_TEM_ERR_INSTALLED = -7,     // the template is installed already
+    KQS_TEM_ERR_ADD = -22,          // installation failed otherwise
+    KQS_TEM_ERR_RM = -23,           // removal failed otherwise
+    KQS_TEM_ERR_NOT_PACKAGE = -27,  // a package file carries no template configuration
+    KQS_TEM_ERR_RPM = -28,          // the package query tool cannot run
+};
+
+// Results of the mount records (device manager).
+enum KQSMountResult {
+    KQS_MOUNT_ERR_MOUNT_TABLE = -2,  // the kernel's mount table is unreadable
+    KQS_MOUNT_ERR_RECORDED = -4,     // the mount point is recorded already
+    KQS_MOUNT_ERR_FILE = -5,         // a script or the file-system table could not be read or replaced
+    KQS_MOUNT_ERR_COMMAND = -6,      // mount or umount failed
+    KQS_MOUNT_ERR_MOUNT_POINT = -7,  // a relative or unsafe mount point, or its folder could not be made
+    KQS_MOUNT_ERR_ENV = -8,          // no such running environment, or no VEID, root or private area
 };
 
 // Framework codes, under the names the plug-in's code uses.

@@ -1,6 +1,7 @@
 // Container actions through the control tool.
 #include "KQSVEActionSystemLinux.h"
 
+#include "KQSCaches.h"
 #include "KQSEnvMLocal.h"
 #include "KQSResult.h"
 
@@ -90,6 +91,8 @@ int KQSVEActionSystemLinux::action(KQSEnvMLocal& envm, int veid, const CmdType& 
 
     KQC::HWExec exec;
     int status = setHWExecProgessOutput(exec, envm).execWithError(args.toArgs(), 0, kToolLimit);
+    // Whatever the outcome, the tool may have changed the container's files.
+    invalidateContainer(veid);
     if (status == 0)
         return KQS_OK;
     std::string toolError = KQC::getErrorMessage();

@@ -1,6 +1,7 @@
 // Creating a container and changing its settings through the control tool.
 #include "KQSVEActionSystemLinux.h"
 
+#include "KQSCaches.h"
 #include "KQSEnvMLocal.h"
 #include "KQSResult.h"
 #include "KQSSampleMLocal.h"
@@ -92,13 +93,18 @@ private:
 
 // Runs the tool with progress to the client. The wait status; the tool's
 // error text is the thread's message on failure.
-int runTool(KQSEnvMLocal& envm, KQC::ExecutionArgs& args, bool localeEnvironment)
+// The container's files may have changed, whatever the tool's status: a
+// failed run may have changed half.
+int runTool(KQSEnvMLocal& envm, int veid, KQC::ExecutionArgs& args, bool localeEnvironment)
 {
     KQC::HWExec exec;
     ToolEnvironment environment;
     if (localeEnvironment)
         exec.saveEnv(environment.get());
-    return KQSVEActionSystemLinux::setHWExecProgessOutput(exec, envm).execWithError(args.toArgs(), 0, kToolLimit);
+    int status =
+        KQSVEActionSystemLinux::setHWExecProgessOutput(exec, envm).execWithError(args.toArgs(), 0, kToolLimit);
+    invalidateContainer(veid);
+    return status;
 }
 
 int exitCodeOf(int status) { return (status & 0xFF00) >> 8; }
@@ -152,7 +158,7 @@ int KQSVEActionSystemLinux::create(KQSEnvMLocal& envm, int veid, const KQSEnvCon
         args.push_back("--name", false);
         args.push_back(name.get());
     }
-    int status = runTool(envm, args, true);
+    int status = runTool(envm, veid, args, true);
     if (status == 0)
         return KQS_OK;
     std::string toolError = KQC::getErrorMessage();
@@ -182,7 +188,7 @@ int unsetKeys(KQSEnvMLocal& envm, int veid, const std::set<std::string>& keys)
     for (const auto& option : options)
         if (keys.count(option.first))
             args.push_back(option.second, false);
-    if (runTool(envm, args, false) == 0)
+    if (runTool(envm, veid, args, false) == 0)
         return KQS_OK;
     std::string toolError = KQC::getErrorMessage();
     KQC::setErrorMessage("kqctl unset %d failed: %s", veid, toolError.c_str());
@@ -231,7 +237,7 @@ int KQSVEActionSystemLinux::setEnv(KQSEnvMLocal& envm, int veid, const KQSEnvCon
         return KQS_ERR_WRITE;
     args.push_back("--applyconfig", false);
     args.push_back(sample->name());
-    int status = runTool(envm, args, true);
+    int status = runTool(envm, veid, args, true);
     if (status == 0)
         return KQS_OK;
     std::string toolError = KQC::getErrorMessage();
@@ -272,7 +278,7 @@ int KQSVEActionSystemLinux::setUserPassword(KQSEnvMLocal& envm, int veid, const 
     args.push_back("--save", false);
     args.push_back("--userpasswd", false);
     args.push_back(who + ":" + password);
-    if (runTool(envm, args, false) == 0)
+    if (runTool(envm, veid, args, false) == 0)
         return KQS_OK;
     // The tool's text is its own; it never echoes the argument back.
     std::string toolError = KQC::getErrorMessage();
@@ -291,7 +297,7 @@ int KQSVEActionSystemLinux::setOfflineManagement(KQSEnvMLocal& envm, int veid, b
     args.push_back("--save", false);
     args.push_back("--offline_management", false);
     args.push_back(enable ? "yes" : "no", false);
-    if (runTool(envm, args, false) == 0)
+    if (runTool(envm, veid, args, false) == 0)
         return KQS_OK;
     std::string toolError = KQC::getErrorMessage();
     KQC::setErrorMessage("kqctl %s %d failed: %s", "set --offline_management", veid, toolError.c_str());

@@ -5,6 +5,7 @@
 
 #include "KQSBasicFunctionalityCommon.h"
 #include "KQSBashConfig.h"
+#include "KQSCaches.h"
 #include "KQSEnvMLocal.h"
 #include "KQSKqStatLocal.h"
 #include "KQSVT.h"
@@ -12,6 +13,7 @@
 #include "KQS/Env.h"
 #include "KQC/Error.h"
 #include "KQC/Files.h"
+#include "KQC/Handle.h"
 #include "KQC/HostPaths.h"
 
 #include "kqctl/kqctl.h"
@@ -20,7 +22,9 @@
 #include <cerrno>
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <mutex>
 #include <exception>
 #include <new>
@@ -133,18 +137,12 @@ bool isDirectory(const std::string& path)
 
 // ---- the host settings ---------------------------------------------------
 
-// The host settings as last read, re-read only when the file changes.
-struct HostSettings {
-    KQSPathModTime stamp;
-    KQSEnvConfig defaults;
-    KQSVtSettings settings;
-    unsigned generation = 0;  // counts the re-reads, so that results made with older defaults are known stale
-};
-
-int refreshHostSettings(HostSettings& host, KQSEnvConfigBashParser& parser)
+// The host settings, re-read only when the file changes. The caller holds
+// the listing's lock.
+int refreshHostSettings(caches::Listing& host, KQSEnvConfigBashParser& parser)
 {
     std::string path = KQC::hostPath(kHostSettings);
-    if (!host.stamp.update(path))
+    if (!host.settingsStamp.update(path))
         return 0;
     KQSEnvConfig defaults;
     KQSVtSettings settings;
@@ -152,12 +150,13 @@ int refreshHostSettings(HostSettings& host, KQSEnvConfigBashParser& parser)
     if (getBashConfig(path.c_str(), parser, defaults) != 0 || !settingsParser ||
         getBashConfig(path.c_str(), *settingsParser, settings) != 0) {
         // Try again next time rather than trusting a half-read file.
-        host.stamp.reset();
+        host.settingsStamp.reset();
         return -7;
     }
     host.defaults = defaults;
     host.settings = settings;
-    ++host.generation;
+    // Configurations completed with the old defaults are stale now.
+    ++host.settingsGeneration;
     return 0;
 }
 
@@ -214,57 +213,63 @@ void rememberRoot(const KQSEnvConfig& config, int veid)
     KQSVEActionSystemLinux::m_vpsRoots[root] = veid;
 }
 
-// The last configuration read for each container, with the stamp of its
-// file and the host-settings generation it was completed with. Callers list
-// into fresh maps, so without this every listing would parse every file
-// again; with it an unchanged file costs one stat. Guarded by the listing's
-// lock.
-struct ParsedConfig {
-    KQSPathModTime stamp;
-    unsigned generation = 0;
-    boost::shared_ptr<const KQSEnvConfig> config;
+// The configuration's address list is the adapters' addresses together.
+void gatherAddresses(KQSEnvConfig& config, bool running)
+{
+    KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
+    config.getNetVEths(adapters);
+    if (!adapters.isSpecified() || adapters.get().empty())
+        return;
+    KQC::KQCIPAddressList addresses;
+    for (KQSNetVEth& adapter : adapters.get()) {
+        // The host-routed adapter of a running container is always up.
+        if (running && adapter.isHostRouted() && adapter.getName() == "venet0")
+            adapter.setStatus(KQSNetVEth::STATUS_UP);
+        addresses.insert(addresses.end(), adapter.getAddresses().begin(), adapter.getAddresses().end());
+    }
+    config.setNetVEths(adapters);
+    if (addresses.empty())
+        config.setAddresses(KQC::KQCOptionalProperty<KQC::KQCIPAddressList>());
+    else
+        config.setAddresses(addresses);
+}
+
+// The configuration folder, open for the length of one listing: every
+// file in it is looked at from the folder rather than by its whole path.
+class ConfigFolder {
+public:
+    ConfigFolder() : m_path(KQC::hostPath(kConfigFolder))
+    {
+        m_fd.reset(::open(m_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    }
+    const std::string& path() const { return m_path; }
+    // Whether the file of `veid` differs from `stamp` (remembering it now).
+    bool changed(int veid, KQSPathModTime& stamp) const
+    {
+        char name[32];
+        std::snprintf(name, sizeof name, "%d.conf", veid);
+        if (m_fd.isValid())
+            return stamp.update(m_fd.get(), name);
+        return stamp.update(m_path + name);
+    }
+
+private:
+    std::string m_path;
+    KQC::KQCHandle m_fd;
 };
 
-std::map<int, ParsedConfig>& parsedConfigs()
+// Parses the file and finishes it as every listing shows a container that
+// does not run; empty when the file cannot be read.
+boost::shared_ptr<KQSEnvConfig> parseContainer(int veid, const std::string& path, KQSEnvConfigBashParser& parser,
+                                               const KQSEnvConfig& defaults)
 {
-    static std::map<int, ParsedConfig> cache;
-    return cache;
-}
-
-// Gives the entry a copy of the remembered configuration when its file has
-// not changed since it was read; true when it did.
-bool reuseParsedConfig(int veid, const std::string& path, unsigned generation, KQSVPSEntry& entry)
-{
-    auto found = parsedConfigs().find(veid);
-    if (found == parsedConfigs().end() || found->second.generation != generation)
-        return false;
-    KQSPathModTime current = found->second.stamp;
-    if (current.update(path))
-        return false;
-    entry.modTime = current;
-    entry.config.reset(new KQSEnvConfig(*found->second.config));
-    return true;
-}
-
-void readEntryConfig(int veid, KQSVPSEntry& entry, KQSEnvConfigBashParser& parser, const HostSettings& host)
-{
-    std::string path = KQSVEActionSystemLinux::getVPSSystemConfigPathByVeid(veid);
-    // An entry that was never read here (new, or seeded by the caller with
-    // an empty configuration) takes the remembered reading if it still holds.
-    if (!entry.modTime.known() && reuseParsedConfig(veid, path, host.generation, entry))
-        return;
-    if (!entry.modTime.update(path) && entry.config)
-        return;
-    const KQSEnvConfig& defaults = host.defaults;
     boost::shared_ptr<KQSEnvConfig> config(new KQSEnvConfig());
     if (getBashConfig(path.c_str(), parser, *config) != 0) {
         // One broken file is that container's problem: it is left out of
         // this listing, said so in the log, and the others are listed.
         KQC::Log2(kLogComponent, __FILE__, __LINE__, "getVPSList", __PRETTY_FUNCTION__)
             .put(1, "can't read the configuration of container %d: %s", veid, KQC::getErrorMessage());
-        entry.config.reset();
-        parsedConfigs().erase(veid);
-        return;
+        return boost::shared_ptr<KQSEnvConfig>();
     }
     dropUnsetAddresses(*config);
     KQC::KQCOptionalProperty<std::string> text;
@@ -277,11 +282,28 @@ void readEntryConfig(int veid, KQSVPSEntry& entry, KQSEnvConfigBashParser& parse
     KQSEnvMLocal::mergeConfigsKQDefaultToVE(defaults, *config);
     KQSEnvMLocal::fillSystemInfo(*config);
     rememberRoot(*config, veid);
-    entry.config = config;
-    ParsedConfig& parsed = parsedConfigs()[veid];
-    parsed.stamp = entry.modTime;
-    parsed.generation = host.generation;
-    parsed.config.reset(new KQSEnvConfig(*config));
+    gatherAddresses(*config, false);
+    return config;
+}
+
+// The entry gets the container's configuration as last parsed while its
+// file and the host settings stay the same: an unchanged container costs
+// one stat and no copy. The configuration is shared with the cache and with
+// earlier listings: whoever changes it, copies it first.
+void readEntryConfig(int veid, KQSVPSEntry& entry, KQSEnvConfigBashParser& parser, const ConfigFolder& folder)
+{
+    caches::Listing& cache = caches::listing();
+    caches::ParsedContainer& parsed = cache.parsed[veid];
+    bool changed = folder.changed(veid, parsed.stamp);
+    if (changed || !parsed.config || parsed.settingsGeneration != cache.settingsGeneration) {
+        std::string path = folder.path() + std::to_string(veid) + ".conf";
+        parsed.config = parseContainer(veid, path, parser, cache.defaults);
+        parsed.settingsGeneration = cache.settingsGeneration;
+    }
+    entry.modTime = parsed.stamp;
+    entry.config = boost::const_pointer_cast<KQSEnvConfig>(parsed.config);
+    if (!parsed.config)
+        cache.parsed.erase(veid);  // read again next time rather than remember a failure
 }
 
 boost::shared_ptr<KQSEnvConfig> bareConfig(int veid)
@@ -332,16 +354,75 @@ void applyDumps(const std::string& dumpDir, KQSVPSList& list)
     }
 }
 
+// Looks at private areas from their parent folder, which containers mostly
+// share: one folder opened for a run of them instead of a walk of each long
+// path. A dump is looked for only where one can be: not in an area that is
+// not there, nor in an unchanged area that had no dump folder.
+class PrivateAreas {
+public:
+    enum Kind { Missing, Present, Suspended };
+
+    // `known` remembers the area between listings; may be null.
+    Kind look(const std::string& area, caches::ParsedContainer* known)
+    {
+        size_t slash = area.rfind('/');
+        if (slash == std::string::npos || slash == 0 || slash + 1 == area.size())
+            return lookByPath(area);
+        if (m_parent.compare(0, std::string::npos, area, 0, slash) != 0) {
+            m_parent.assign(area, 0, slash);
+            m_fd.reset(::open(m_parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        }
+        if (!m_fd.isValid())
+            return lookByPath(area);
+        const char* leaf = area.c_str() + slash + 1;
+        struct stat st;
+        if (::fstatat(m_fd.get(), leaf, &st, 0) != 0 || !S_ISDIR(st.st_mode)) {
+            if (known)
+                known->areaStamp.reset();
+            return Missing;
+        }
+        if (!known || known->areaStamp.update(st)) {
+            bool hasDumpFolder = ::fstatat(m_fd.get(), (std::string(leaf) + "/dump").c_str(), &st, 0) == 0;
+            if (!known)
+                return hasDumpFolder && hasDump(leaf) ? Suspended : Present;
+            known->areaHasDumpFolder = hasDumpFolder;
+        }
+        return known->areaHasDumpFolder && hasDump(leaf) ? Suspended : Present;
+    }
+
+private:
+    bool hasDump(const char* leaf) const
+    {
+        struct stat st;
+        return ::fstatat(m_fd.get(), (std::string(leaf) + "/dump/Dump").c_str(), &st, 0) == 0;
+    }
+    static Kind lookByPath(const std::string& area)
+    {
+        if (!isDirectory(area))
+            return Missing;
+        return KQC::fentryExists(area + "/dump/Dump") ? Suspended : Present;
+    }
+
+    std::string m_parent;
+    KQC::KQCHandle m_fd;
+};
+
+// The caller holds the listing's lock.
 void applyPrivateAreas(KQSVPSList& list)
 {
+    PrivateAreas areas;
+    std::string privateDir;
+    std::map<int, caches::ParsedContainer>& parsed = caches::listing().parsed;
     for (auto& item : list) {
         KQSVPSEntry& entry = item.second;
-        std::string privateDir;
-        if (entry.state < KQC::ENV_STATE_STOPPED && entry.config && entry.config->getVEPrivate(privateDir) == 0 &&
-            KQC::fentryExists(privateDir + "/dump/Dump"))
-            entry.state = KQC::ENV_STATE_SUSPENDED;
-        if (entry.state < KQC::ENV_STATE_STOPPED && KQSVEActionSystemLinux::isVPSExist(entry.config))
-            entry.state = KQC::ENV_STATE_STOPPED;
+        if (entry.state < KQC::ENV_STATE_STOPPED && entry.config && entry.config->getVEPrivate(privateDir) == 0) {
+            auto known = parsed.find(item.first);
+            PrivateAreas::Kind kind = areas.look(privateDir, known == parsed.end() ? nullptr : &known->second);
+            if (kind == PrivateAreas::Suspended)
+                entry.state = KQC::ENV_STATE_SUSPENDED;
+            else if (kind == PrivateAreas::Present)
+                entry.state = KQC::ENV_STATE_STOPPED;
+        }
         if (!KQSVEActionSystemLinux::isVPSRepaired(entry.config))
             continue;
         // The offline-management setting comes from the container that the
@@ -377,47 +458,6 @@ void dropEntries(KQSVPSList& list, bool skipForRepair)
         else
             ++it;
     }
-}
-
-// The live adapter state of a running container, on a copy: the
-// configuration may already have been handed out.
-int refreshLiveAdapters(KQSVPSEntry& entry)
-{
-    boost::shared_ptr<KQSEnvConfig> copy(new KQSEnvConfig(*entry.config));
-    if (KQSVEActionSystemLinux::getActualParametersForVEth(*copy) != 0)
-        return -1;
-    entry.config = copy;
-    return 0;
-}
-
-// The configuration's address list is the adapters' addresses together.
-void gatherAddresses(KQSVPSEntry& entry)
-{
-    if (!entry.config)
-        return;
-    KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
-    entry.config->getNetVEths(adapters);
-    if (!adapters.isSpecified() || adapters.get().empty())
-        return;
-    boost::shared_ptr<KQSEnvConfig> copy(new KQSEnvConfig(*entry.config));
-    KQC::KQCIPAddressList addresses;
-    bool running = entry.state > KQC::ENV_STATE_SUSPENDED;
-    for (KQSNetVEth& adapter : adapters.get()) {
-        // A kept configuration may still carry the state of an earlier run;
-        // the adapters of a container that does not run have none.
-        if (!running)
-            adapter.setStatus(KQSNetVEth::STATUS_UNKNOWN);
-        // The host-routed adapter of a running container is always up.
-        if (running && adapter.isHostRouted() && adapter.getName() == "venet0")
-            adapter.setStatus(KQSNetVEth::STATUS_UP);
-        addresses.insert(addresses.end(), adapter.getAddresses().begin(), adapter.getAddresses().end());
-    }
-    copy->setNetVEths(adapters);
-    if (addresses.empty())
-        copy->setAddresses(KQC::KQCOptionalProperty<KQC::KQCIPAddressList>());
-    else
-        copy->setAddresses(addresses);
-    entry.config = copy;
 }
 
 // ---- live adapter state --------------------------------------------------
@@ -556,15 +596,13 @@ bool KQSVEActionSystemLinux::isVPSForTempOper(const boost::shared_ptr<KQSEnvConf
 int KQSVEActionSystemLinux::getVeidList(std::set<int>& veids)
 {
     return guarded("getVeidList", [&]() -> int {
-        static std::mutex lock;
-        static KQSPathModTime folderStamp;
-        static std::set<int> known;
-        std::lock_guard<std::mutex> guard(lock);
+        caches::Listing& cache = caches::listing();
+        std::lock_guard<std::mutex> guard(cache.veidsLock);
         std::string folder = KQC::hostPath(kConfigFolder);
-        if (folderStamp.update(folder)) {
+        if (cache.veidsStamp.changed(folder)) {
             KQC::OpenDir dir(folder);
             if (!dir) {
-                folderStamp.reset();
+                cache.veidsStamp.forget();
                 KQC::setErrorMessage("can't open configuration folder '%s': %s", folder.c_str(), std::strerror(errno));
                 return -1;
             }
@@ -572,11 +610,11 @@ int KQSVEActionSystemLinux::getVeidList(std::set<int>& veids)
             while (dir.read()) {
                 int veid = 0;
                 if (parseVeidName(dir.name(), "", ".conf", veid) && veid != kHostVeid)
-                    found.insert(veid);
+                    found.insert(found.end(), veid);
             }
-            known.swap(found);
+            cache.veids.swap(found);
         }
-        veids = known;
+        veids = cache.veids;
         return 0;
     });
 }
@@ -718,9 +756,15 @@ int KQSVEActionSystemLinux::getVPSList(KQSVPSList& list, bool skipForRepair, boo
     const char* function = __func__;
     const char* signature = __PRETTY_FUNCTION__;
     return guarded("getVPSList", [&]() -> int {
-        static std::mutex lock;
-        static HostSettings host;
-        std::lock_guard<std::mutex> guard(lock);
+        caches::Listing& host = caches::listing();
+        std::lock_guard<std::mutex> guard(host.lock);
+        ConfigFolder folder;
+        if (folder.path() != host.folder) {
+            // Another host root: nothing read from the last one holds here.
+            host.parsed.clear();
+            host.settingsStamp.reset();
+            host.folder = folder.path();
+        }
 
         boost::shared_ptr<KQSEnvConfigBashParser> parser = KQSEnvMLocal::getLocalEnvConfigParser();
         if (!parser) {
@@ -737,14 +781,14 @@ int KQSVEActionSystemLinux::getVPSList(KQSVPSList& list, bool skipForRepair, boo
             if (getVeidList(veids) != 0)
                 return -1;
             for (int veid : veids)
-                list.insert(std::make_pair(veid, KQSVPSEntry()));
+                list.emplace_hint(list.end(), veid, KQSVPSEntry());
         }
         for (auto& item : list) {
             // States are found afresh on every listing; only configurations are
             // kept while their files stay the same.
             item.second.state = KQC::ENV_STATE_UNKNOWN;
             item.second.transition = 0;
-            readEntryConfig(item.first, item.second, *parser, host);
+            readEntryConfig(item.first, item.second, *parser, folder);
         }
         if (!lockDir.empty() && applyTransitions(lockDir, list) != 0)
             return -1;
@@ -771,10 +815,15 @@ int KQSVEActionSystemLinux::getVPSList(KQSVPSList& list, bool skipForRepair, boo
         dropEntries(list, skipForRepair);
         for (auto& item : list) {
             KQSVPSEntry& entry = item.second;
-            if (entry.state > KQC::ENV_STATE_SUSPENDED && entry.config && refreshLiveAdapters(entry) != 0)
+            if (entry.state <= KQC::ENV_STATE_SUSPENDED || !entry.config)
+                continue;  // kept as parsed: a container that does not run has no live state
+            // The live state goes on a copy: the parsed configuration is shared.
+            boost::shared_ptr<KQSEnvConfig> live(new KQSEnvConfig(*entry.config));
+            if (KQSVEActionSystemLinux::getActualParametersForVEth(*live) != 0)
                 KQC::Log2(kLogComponent, __FILE__, __LINE__, function, signature)
                     .put(1, "can't get parameters for veth:%s", KQC::getErrorMessage());
-            gatherAddresses(entry);
+            gatherAddresses(*live, true);
+            entry.config = live;
         }
         return 0;
     });

@@ -3,6 +3,7 @@
 // options for what changed.
 #include "KQSVEActionSystemLinux.h"
 
+#include "KQSCaches.h"
 #include "KQSEnvMLocal.h"
 #include "KQSResult.h"
 #include "KQSVT.h"
@@ -39,6 +40,7 @@ int runSet(KQSEnvMLocal& envm, int veid, KQC::ExecutionArgs& args, bool noSpace 
     KQC::HWExec exec;
     int status = KQSVEActionSystemLinux::setHWExecProgessOutput(exec, envm).execWithError(args.toArgs(), 0,
                                                                                           kToolLimit);
+    invalidateContainer(veid);  // also after a failure: it may have changed half
     if (status == 0)
         return KQS_OK;
     std::string toolError = KQC::getErrorMessage();

@@ -204,3 +204,20 @@ TEST_F(CreateE2ETest, SettingFromASampleTakesOnlyWhatWasChosen)
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(CreateE2ETest, AListingInTheSameBatchSeesTheNewState)
+{
+    kqtest::RunResult run = json({"batch"}, "create --veid 101 --ostemplate simos-9-x86_64 --name first\n"
+                                            "list\n"
+                                            "set 101 --name second\n"
+                                            "list\n");
+    ASSERT_EQ(0, run.exitCode) << run.err;
+    auto objects = run.objects();
+    ASSERT_EQ(4u, objects.size());
+    EXPECT_EQ("first", objects[1].at("envs").as_array().at(0).as_object().at("name").as_string());
+    EXPECT_EQ("second", objects[3].at("envs").as_array().at(0).as_object().at("name").as_string());
+}
+
+} // namespace

@@ -107,7 +107,8 @@ KQSEnvConfig fileConfig()
     KQS::KQSNetVEth venet;
     venet.setName("venet0");
     venet.setHostRouted(true);
-    config.setNetVEths({venet, eth0});
+    venet.setAddresses({address("10.0.0.2/24"), address("10.0.0.3"), address("fe80::2/64")});
+    config.setNetVEths({eth0, venet});
     config.setCapabilities({KQS::KQSEnvCapability("CHOWN", true), KQS::KQSEnvCapability("NET_ADMIN", false)});
     config.setOfflineServices({"web"});
     config.setIPTables({"filter", "nat"});
@@ -135,11 +136,12 @@ TEST_F(BashParsersTest, AContainerConfigurationRoundTripsThroughItsFile)
     EXPECT_TRUE(back == original) << text;
     EXPECT_NE(text.find("DISKSPACE=\"1048576:1153024\"\n"), std::string::npos);
     EXPECT_NE(text.find("NUMPROC=\"100:100\"\n"), std::string::npos);
-    EXPECT_NE(text.find("NETIF=\"name=venet0,dhcp=no,dhcp6=no,host_routed=yes;name=eth0,mac=00:18:51:aa:bb:cc,"
+    EXPECT_NE(text.find("NETIF=\"name=eth0,mac=00:18:51:aa:bb:cc,"
                         "ip=10.1.0.5/24,ip=10.1.0.6/24,dhcp=no,dhcp6=yes,network=backnet,gw=10.1.0.1,"
                         "gw6=fe80::1,ns=10.1.0.2,ns=10.1.0.3,host_routed=no\"\n"),
               std::string::npos)
         << text;
+    EXPECT_NE(text.find("IP_ADDRESS=\"10.0.0.2/24 10.0.0.3 fe80::2/64\"\n"), std::string::npos) << text;
     EXPECT_EQ(bashValue(text, "NAME"), "it's \"my\" $HOME `ct`\\");
     EXPECT_EQ(bashValue(text, "DESCRIPTION"), "two\nlines and a trailing backslash\\");
     EXPECT_EQ(bashValue(text, "VE_ROOT"), "/kq/root/$VEID");
@@ -173,18 +175,85 @@ TEST_F(BashParsersTest, TheSimulatorsAdapterFormatIsRead)
         << KQC::getErrorMessage();
     KQCOptionalProperty<KQS::KQSNetVEthList> veths;
     config.getNetVEths(veths);
-    ASSERT_EQ(veths.get().size(), 2u);
+    ASSERT_EQ(veths.get().size(), 3u);
     const KQS::KQSNetVEth& eth0 = veths.get()[0];
     EXPECT_EQ(eth0.getAddresses().size(), 2u);
     EXPECT_TRUE(eth0.isDhcp());
     EXPECT_TRUE(eth0.isAnyDhcp());
     EXPECT_EQ(eth0.getNameservers(), (std::vector<std::string>{"1.1.1.1", "8.8.8.8"}));
     EXPECT_EQ(veths.get()[1].getMac(), "aa:bb:cc:dd:ee:ff");
+    EXPECT_TRUE(veths.get()[2].isDefaultHostRouted());
+}
 
-    ASSERT_EQ(get("NETIF=\"\"\n", config), 0);
-    config.getNetVEths(veths);
-    EXPECT_TRUE(veths.isSpecified());
-    EXPECT_TRUE(veths.get().empty());
+// The default host-routed adapter exists whatever the file says, carries
+// the IP_ADDRESS addresses, and is written back into IP_ADDRESS only.
+TEST_F(BashParsersTest, EveryContainerHasTheHostRoutedAdapter)
+{
+    struct Case {
+        const char* file;
+        const char* adapters;  // name:addresses of each adapter read
+        const char* written;   // IP_ADDRESS and NETIF as written back
+    } cases[] = {
+        {"", "venet0:", "IP_ADDRESS=\"\"\nNETIF=\"\"\n"},
+        {"IP_ADDRESS=\"10.0.0.5/24 10.0.0.6\"\n", "venet0:10.0.0.5/24 10.0.0.6",
+         "IP_ADDRESS=\"10.0.0.5/24 10.0.0.6\"\nNETIF=\"\"\n"},
+        {"IP_ADDRESS=\"10.0.0.5\"\nNETIF=\"name=eth0,ip=10.1.0.2/24\"\n", "eth0:10.1.0.2/24 venet0:10.0.0.5",
+         "IP_ADDRESS=\"10.0.0.5\"\nNETIF=\"name=eth0,ip=10.1.0.2/24,dhcp=no,dhcp6=no,host_routed=no\"\n"},
+        {"IP_ADDRESS=\"10.0.0.5 10.0.0.6\"\nNETIF=\"name=venet0,host_routed=yes,ip=10.0.0.6,ip=10.0.0.7;name=eth0\"\n",
+         "venet0:10.0.0.5 10.0.0.6 10.0.0.7 eth0:",
+         "IP_ADDRESS=\"10.0.0.5 10.0.0.6 10.0.0.7\"\nNETIF=\"name=eth0,dhcp=no,dhcp6=no,host_routed=no\"\n"},
+        {"NETIF=\"name=venet0,host_routed=no\"\n", "venet0:", "IP_ADDRESS=\"\"\nNETIF=\"\"\n"},
+    };
+    for (const Case& c : cases) {
+        KQSEnvConfig config;
+        ASSERT_EQ(get(c.file, config), 0) << c.file << KQC::getErrorMessage();
+        KQCOptionalProperty<KQS::KQSNetVEthList> veths;
+        config.getNetVEths(veths);
+        std::string adapters;
+        for (const KQS::KQSNetVEth& veth : veths.get()) {
+            adapters += (adapters.empty() ? "" : " ") + veth.getName() + ":";
+            for (size_t i = 0; i < veth.getAddresses().size(); ++i)
+                adapters += (i ? " " : "") + veth.getAddresses()[i].toString();
+            EXPECT_EQ(veth.isHostRouted(), veth.getName() == "venet0") << c.file;
+        }
+        EXPECT_EQ(adapters, c.adapters) << c.file;
+
+        std::string text = put(config);
+        std::istringstream lines(text);
+        std::string line, written;
+        while (std::getline(lines, line))
+            if (line.rfind("IP_ADDRESS=", 0) == 0 || line.rfind("NETIF=", 0) == 0)
+                written += line + "\n";
+        EXPECT_EQ(written, c.written) << c.file;
+        KQSEnvConfig again;
+        ASSERT_EQ(get(text, again), 0);
+        EXPECT_EQ(put(again), text) << "a second round changes nothing";
+    }
+}
+
+// Templates read from a file are written back in a form that reads the same.
+TEST_F(BashParsersTest, TemplateWordsSettleAtTheFirstReading)
+{
+    const struct {
+        const char* file;
+        const char* written;
+    } cases[] = {
+        {"TEMPLATES=\"a / b/ c// /v d/1\"\n", "TEMPLATES=\"a b c /v d/1\"\n"},
+        {"OSTEMPLATE=\"debian//\"\n", "OSTEMPLATE=\"debian\"\n"},
+        {"OSTEMPLATE=\"/\"\n", ""},
+        {"DISTRIBUTION=\"x//\"\n", "DISTRIBUTION=\"x\"\n"},
+    };
+    for (const auto& c : cases) {
+        KQSEnvConfig config;
+        ASSERT_EQ(get(c.file, config), 0) << c.file;
+        std::string text = put(config);
+        std::istringstream lines(text);
+        std::string line, written;
+        while (std::getline(lines, line))
+            if (line.find("TEMPLATE") != std::string::npos || line.rfind("DISTRIBUTION=", 0) == 0)
+                written += line + "\n";
+        EXPECT_EQ(written, c.written) << c.file;
+    }
 }
 
 TEST_F(BashParsersTest, BadValuesAreErrorsNamingTheKey)

@@ -48,4 +48,23 @@ TEST_F(ComputerTest, AMissingReleaseFileFailsButKeepsWhatWasFound)
     EXPECT_FALSE(info.architecture.empty());
 }
 
+TEST_F(ComputerTest, OsInfoAddsTheFirstCpusClock)
+{
+    host.write("etc/os-release", "ID=debian\n");
+    const struct {
+        const char* cpuinfo;
+        int rc;
+        unsigned long clock;
+    } cases[] = {
+        {"processor\t: 0\ncpu MHz\t\t: 2394.458\n\nprocessor\t: 1\ncpu MHz\t\t: 800.000\n", 0, 2394},
+        {"processor\t: 0\nmodel name\t: no clock here\n", -1, 0},
+        {"cpu MHz garbage\ncpu MHz : 1000\n", 0, 1000},
+    };
+    for (const auto& c : cases) {
+        host.write("proc/cpuinfo", c.cpuinfo);
+        EXPECT_EQ(c.rc, KQC::KQCComputerMLocal(KQC::KQCAccessProvider()).getOsInfo(info)) << c.cpuinfo;
+        EXPECT_EQ(c.clock, info.cpuClockMHz) << c.cpuinfo;
+    }
+}
+
 } // namespace

@@ -362,6 +362,35 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, StatesComeFromTheHostsRecords)
     EXPECT_EQ(stateOf(list, 105), 5);
 }
 
+// Dumps in private areas are seen whenever they come and go, also between
+// listings that remember what the areas held.
+TEST_F(KQSVEActionSystemLinuxListKernelTest, DumpsInPrivateAreasComeAndGo)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    m_host.settings();
+    m_host.container(101);
+    struct Step {
+        const char* change;
+        int state;
+    } steps[] = {
+        {"", 3},
+        {"mkdir -p kq/private/101/dump", 3},
+        {"touch kq/private/101/dump/Dump", 5},
+        {"rm kq/private/101/dump/Dump", 3},
+        {"touch kq/private/101/dump/Dump", 5},
+        {"rm -r kq/private/101/dump", 3},
+        {"mkdir -p kq/private/101/dump && touch kq/private/101/dump/Dump", 5},
+        {"rm -r kq/private/101", -1},
+    };
+    for (const Step& step : steps) {
+        ASSERT_EQ(0, kqtest::run("cd '" + m_host.path("") + "' && " + (*step.change ? step.change : "true")));
+        KQSVPSList list;
+        ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
+        EXPECT_EQ(stateOf(list, 101), step.state) << "after: " << step.change;
+    }
+}
+
 TEST_F(KQSVEActionSystemLinuxListKernelTest, LocksGiveTransitions)
 {
     if (kqtest::ranInPreloadedChild())
@@ -472,10 +501,11 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, ConfigurationIsReadAndCompleted)
     EXPECT_EQ(addresses.get()[1].toString(), "10.0.1.2/24");
     EXPECT_EQ(VE::m_vpsRoots[m_host.path("kq/root/101")], 101);
 
-    // The walk stops at the first adapter left without addresses.
+    // The walk stops at the first adapter left without addresses (the
+    // host-routed adapter that every container has comes last).
     KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
     list[102].config->getNetVEths(adapters);
-    ASSERT_EQ(adapters.get().size(), 2u);
+    ASSERT_EQ(adapters.get().size(), 3u);
     EXPECT_TRUE(adapters.get()[0].getAddresses().empty());
     EXPECT_EQ(adapters.get()[1].getAddresses().size(), 1u);
 }
@@ -517,6 +547,30 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningContainersShowTheirLiveAdapt
     list[101].config->getNetVEths(adapters);
     EXPECT_EQ(adapters.get()[0].getStatus(), KQSNetVEth::STATUS_UNKNOWN);
     EXPECT_EQ(adapters.get()[1].getStatus(), KQSNetVEth::STATUS_UNKNOWN);
+}
+
+TEST_F(KQSVEActionSystemLinuxListKernelTest, HostRoutedAddressesAreListedBesideTheAdapters)
+{
+    if (kqtest::ranInPreloadedChild())
+        return;
+    m_host.settings();
+    m_host.container(101, "IP_ADDRESS=\"10.0.0.5 10.0.0.6\"\nNETIF=\"name=eth0,ip=10.1.0.2/24\"\n");
+    m_host.running("101\n");
+    m_host.kernel(101, "veth.eth0.state", "up");
+    KQSVPSList list;
+    ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
+
+    KQC::KQCOptionalProperty<KQC::KQCIPAddressList> addresses;
+    list[101].config->getAddresses(addresses);
+    std::vector<std::string> texts;
+    for (const KQC::KQCIPAddress& address : addresses.get())
+        texts.push_back(address.toString());
+    EXPECT_EQ(texts, (std::vector<std::string>{"10.1.0.2/24", "10.0.0.5", "10.0.0.6"}));
+    KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
+    list[101].config->getNetVEths(adapters);
+    ASSERT_EQ(adapters.get().size(), 2u);
+    EXPECT_EQ(adapters.get()[1].getName(), "venet0");
+    EXPECT_EQ(adapters.get()[1].getStatus(), KQSNetVEth::STATUS_UP);
 }
 
 TEST_F(KQSVEActionSystemLinuxListKernelTest, AdapterBothUpAndDownIsLoggedAndTheContainerStays)

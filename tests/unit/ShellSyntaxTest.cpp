@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <string>
 #include <unistd.h>
@@ -100,6 +101,128 @@ TEST_F(ShellSyntaxTest, ReaderAgreesWithBashOnHandWrittenQuoting)
     }
 }
 
+// What bash (in `locale`) makes of each key after sourcing the file, in
+// one run: values are printed NUL-terminated, since no value holds a NUL.
+std::vector<std::string> bashValues(const std::string& path, const std::vector<std::string>& keys,
+                                    const std::string& locale)
+{
+    std::string names;
+    for (const std::string& key : keys)
+        names += " " + key;
+    int exitCode = -1;
+    std::string out = kqtest::commandOutput("LC_ALL=" + locale + " bash -c 'source \"$0\"; for k in" + names +
+                                                "; do printf \"%s\\0\" \"${!k}\"; done' '" + path + "'",
+                                            &exitCode);
+    EXPECT_EQ(exitCode, 0) << path;
+    std::vector<std::string> values;
+    for (size_t start = 0, end; (end = out.find('\0', start)) != std::string::npos; start = end + 1)
+        values.push_back(out.substr(start, end - start));
+    return values;
+}
+
+// Reads `text` with our reader and with bash, and compares every key.
+void expectSameAsBash(const std::string& path, const std::string& text, const std::vector<std::string>& keys,
+                      const std::string& locale)
+{
+    KQSShellFile file;
+    ASSERT_EQ(file.parse(text), 0) << KQC::getErrorMessage();
+    std::vector<std::string> bash = bashValues(path, keys, locale);
+    ASSERT_EQ(bash.size(), keys.size());
+    for (size_t i = 0; i < keys.size(); ++i) {
+        std::string ours;
+        ASSERT_TRUE(file.get(keys[i], ours)) << keys[i];
+        EXPECT_EQ(ours, bash[i]) << keys[i] << " in " << locale;
+    }
+}
+
+// bash's C-escape quoting, as printf %q and declare -p write it.
+TEST_F(ShellSyntaxTest, DollarQuotesReadAsBashReadsThem)
+{
+    struct Case {
+        const char* text;
+        std::string value;
+    } cases[] = {
+        {R"($'a\tb')", "a\tb"},
+        {R"($'\a\b\e\E\f\n\r\t\v')", "\a\b\x1b\x1b\f\n\r\t\v"},
+        {R"($'\\ \' \" \?')", "\\ ' \" ?"},
+        {R"($'\101\0101\7\777\8')", "A\b1\a\xff\\8"},
+        {R"($'\x41\x414\x4g\xg\x')", "AA4\x04g\\xg\\x"},
+        {R"($'\u00e9\u41z\U0001F600\U7FFFFFFF')", "\xc3\xa9" "Az\xf0\x9f\x98\x80\xfd\xbf\xbf\xbf\xbf\xbf"},
+        {R"($'[\uD800][\U110000][\U80000000][\u][\Uzz]')", "[\xed\xa0\x80][\xf4\x90\x80\x80][][\\u][\\Uzz]"},
+        {R"($'\cA\ca\c?\c1\c[\c\\x\c\z\c')", "\x01\x01\x7f\x11\x1b\x1cx\x1cz\\c"},
+        {R"($'\z\q\ ')", "\\z\\q\\ "},
+        {R"($'a\0b'c$'d\400e'f$'\c@g'$'\u0h')", "acdf"},
+        {R"(pre$'\n'"dq"'sq'$'\t'post)", "pre\ndqsq\tpost"},
+        {R"($"plain"$'\'')", "plain'"},
+        {R"("$'not'"\$'x')", "$'not'$x"},
+        {"$'line\\\nnext'", "line\\\nnext"},
+        {"$'two\nlines'", "two\nlines"},
+        {R"(export X=$'\x5c')", "\\"},
+    };
+    std::string text;
+    std::vector<std::string> keys;
+    for (const Case& c : cases) {
+        keys.push_back("K" + std::to_string(keys.size()));
+        std::string line = c.text;
+        if (line.compare(0, 7, "export ") == 0)
+            line = "export " + keys.back() + line.substr(8);
+        else
+            line = keys.back() + "=" + line;
+        text += line + "\n";
+    }
+    std::string path = writeFile(text);
+    expectSameAsBash(path, text, keys, "C.UTF-8");
+
+    KQSShellFile file;
+    ASSERT_EQ(file.parse(text), 0);
+    for (size_t i = 0; i < keys.size(); ++i) {
+        std::string ours;
+        file.get(keys[i], ours);
+        EXPECT_EQ(ours, cases[i].value) << cases[i].text;
+    }
+}
+
+// Random values, quoted by bash itself with printf %q and declare -p, read
+// back by bash and by our reader.
+TEST_F(ShellSyntaxTest, ValuesBashQuotesItselfReadBack)
+{
+    const char interesting[] = "\t\n\r\x01\x1b\x7f\x80\xc3\xa9\xff '\"\\$`!#;*?~{}()[]<>|&=";
+    std::mt19937 random(12345);
+    std::string definitions;
+    std::vector<std::string> values;
+    for (int i = 0; i < 300; ++i) {
+        std::string value;
+        for (size_t length = random() % 12; length > 0; --length)
+            value += random() % 3 == 0 ? static_cast<char>('a' + random() % 26)
+                                       : interesting[random() % (sizeof interesting - 1)];
+        values.push_back(value);
+        std::string line;
+        ASSERT_EQ(KQS::shellAssignment("V" + std::to_string(i), value, line), 0);
+        definitions += line + "\n";
+    }
+    std::string source = writeFile(definitions);
+    for (const char* locale : {"C", "C.UTF-8"}) {
+        // Q<i> as printf %q writes it, D<i> as declare -p does.
+        std::string quoted = kqtest::commandOutput(
+            std::string("LC_ALL=") + locale + " bash -c 'source \"$0\"; for ((i = 0; i < 300; i++)); do v=V$i; " +
+            "printf \"Q%d=%q\\n\" $i \"${!v}\"; declare -p $v | sed \"s/^declare -- V/D/\"; done' '" + source + "'");
+        std::string path = writeFile(quoted);
+        std::vector<std::string> keys;
+        for (int i = 0; i < 300; ++i) {
+            keys.push_back("Q" + std::to_string(i));
+            keys.push_back("D" + std::to_string(i));
+        }
+        expectSameAsBash(path, quoted, keys, locale);
+        KQSShellFile file;
+        ASSERT_EQ(file.parse(quoted), 0) << KQC::getErrorMessage();
+        for (int i = 0; i < 300; ++i) {
+            std::string ours;
+            file.get("Q" + std::to_string(i), ours);
+            EXPECT_EQ(ours, values[i]) << locale << " Q" << i;
+        }
+    }
+}
+
 TEST_F(ShellSyntaxTest, VariablesAreKeptLiterallyWhereBashWouldExpandThem)
 {
     KQSShellFile file;
@@ -143,6 +266,7 @@ TEST_F(ShellSyntaxTest, BadInputIsAnErrorNamingTheLine)
         {"JUST_A_WORD\n", "line 1: expected '=' after 'JUST_A_WORD'"},
         {"9A=1\n", "line 1: unexpected character '9'"},
         {"export\n", "line 1: expected '=' after 'export'"},
+        {"A=$'open\\'\n", "line 1: unterminated $'-quoted value of A"},
     };
     for (const Case& c : cases) {
         KQSShellFile file;
@@ -191,6 +315,17 @@ TEST_F(ShellSyntaxTest, KeepOldRewritesInPlaceAndAppendsNewKeys)
                          "HOSTNAME=h\n"
                          "EXTRA=\"x y\"\n");
 
+    // A last line that ends in a backslash escaping nothing keeps its value
+    // when lines are appended after it.
+    for (const std::string& last : {std::string("CUT=x\\"), std::string("CUT='a b'\\")}) {
+        std::istringstream cut(last);
+        std::ostringstream merged;
+        ASSERT_EQ(KQS::writeShellFile({{"NEW", "y"}}, merged, &cut, true), 0);
+        std::string path = writeFile(merged.str());
+        EXPECT_EQ(bashValue(path, "CUT"), bashValue(writeFile(last), "CUT")) << merged.str();
+        EXPECT_EQ(bashValue(path, "NEW"), "y") << merged.str();
+    }
+
     std::istringstream again(old);
     std::ostringstream plain;
     ASSERT_EQ(KQS::writeShellFile(pairs, plain, &again, false), 0);
@@ -225,10 +360,12 @@ TEST_F(ShellSyntaxTest, CommandLinesSplitLikeAShell)
     EXPECT_EQ((std::vector<std::string>{"a b", "", "c'd"}), wordsOf("  a\\ b  '' \"c'd\"  "));
     EXPECT_EQ((std::vector<std::string>{"abc"}), wordsOf("a'b'\"c\""));
     EXPECT_TRUE(wordsOf("   \t").empty());
+    EXPECT_EQ((std::vector<std::string>{"say", "a\tb'", "c d", "$x"}), wordsOf("say $'a\\tb\\'' $\"c d\" \"$x\""));
 
     std::vector<std::string> words;
     EXPECT_EQ(-1, KQS::splitShellWords("start '101", words));
     EXPECT_EQ(-1, KQS::splitShellWords("start \"101", words));
+    EXPECT_EQ(-1, KQS::splitShellWords("start $'101\\'", words));
     EXPECT_EQ(-1, KQS::splitShellWords("start 101\\", words));
     EXPECT_STREQ("trailing backslash in 'start 101\\'", KQC::getErrorMessage());
 }

@@ -52,6 +52,9 @@ TEST_F(SimToolKqpkgTest, AddRefusals)
     RunResult os = tool("kqpkgadd", {"-q", "101", "simos-9-x86_64"});
     EXPECT_EQ(os.exitCode, 1);
     EXPECT_NE(os.err.find("Use -f/--force option"), std::string::npos);
+    addContainer({"103", "--ostemplate", "other-os"});
+    EXPECT_EQ(tool("kqpkgadd", {"--force", "-q", "103", "simos-9-x86_64"}).exitCode, 0);
+    EXPECT_EQ(tool("kqpkgls", {"-q", "103"}).out, "simos-9-x86_64 20260101\n");
     EXPECT_EQ(tool("kqpkgadd", {"-q", "101", "missing"}).exitCode, 1);
     EXPECT_EQ(tool("kqpkgadd", {"-q", "999", "webstack"}).exitCode, 1);
 

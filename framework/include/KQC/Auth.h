@@ -53,6 +53,28 @@ public:
 struct KQCToken {
     KQCSID user;
     std::vector<KQCSID> groups;
+
+    // The agent's own identity, for work the agent does on its own behalf
+    // rather than a client's (see KQCTokenHolder).
+    static KQCToken getAgentToken();
+};
+
+// Makes `token` the calling thread's identity while the holder lives, then
+// puts back the one before it. Holders nest; one thread's holder never
+// changes another thread's identity.
+class KQCTokenHolder {
+public:
+    explicit KQCTokenHolder(const KQCToken& token);
+    ~KQCTokenHolder();
+    KQCTokenHolder(const KQCTokenHolder&) = delete;
+    KQCTokenHolder& operator=(const KQCTokenHolder&) = delete;
+
+    // The innermost held token of this thread; nullptr when none is held.
+    static const KQCToken* current();
+
+private:
+    KQCToken m_token;
+    const KQCToken* m_previous;
 };
 
 struct KQCAuthName {

@@ -124,13 +124,16 @@ struct KQCFunctionality {
 };
 
 class KQCEnvM;
+class KQCDevM;
 
 class KQCLibFunctionality {
 public:
     KQCFunctionalMultiplexer<boost::shared_ptr<KQCEnvM>>& getEnvMMultiplexer() { return m_envM; }
+    KQCFunctionalMultiplexer<boost::shared_ptr<KQCDevM>>& getDevMMultiplexer() { return m_devM; }
 
 private:
     KQCFunctionalMultiplexer<boost::shared_ptr<KQCEnvM>> m_envM;
+    KQCFunctionalMultiplexer<boost::shared_ptr<KQCDevM>> m_devM;
 };
 
 template <>

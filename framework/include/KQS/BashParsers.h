@@ -24,6 +24,12 @@
 //   NETIF    adapters separated by ";", each a ","-separated list of
 //            key=value: name, mac, ip (repeatable), dhcp, dhcp6 (yes/no),
 //            network, gw, gw6, ns (repeatable), host_routed (yes/no)
+// Every container has the default host-routed adapter "venet0", whose
+// addresses IP_ADDRESS holds. Reading always gives it among the adapters,
+// with the addresses of IP_ADDRESS (the configuration's address list keeps
+// them too); an adapter the file names venet0 becomes it, else it comes
+// last. Writing puts its addresses into IP_ADDRESS (in preference to the
+// address list) and leaves it out of NETIF.
 //   CAPABILITY                               blank-separated "ID:on" / "ID:off"
 //   OFFLINE_SERVICE, IPTABLES                blank-separated
 //   SLMMODE                                  text

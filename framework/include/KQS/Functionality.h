@@ -2,8 +2,11 @@
 // The management library's kit and its life.
 #include "KQC/Functionality.h"
 #include "KQS/EnvM.h"
+#include "KQS/KqStat.h"
 #include "KQS/ProcessM.h"
 #include "KQS/SampleM.h"
+#include "KQS/TEM.h"
+#include "KQS/ProcessMonitor.h"
 
 namespace KQS {
 
@@ -12,11 +15,20 @@ public:
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSEnvM>>& getKQSEnvMMultiplexer() { return m_envM; }
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessM>>& getKQSProcessMMultiplexer() { return m_processM; }
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSSampleM>>& getKQSSampleMMultiplexer() { return m_sampleM; }
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSTEM>>& getKQSTEMMultiplexer() { return m_tem; }
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessMonitor>>& getKQSProcessMonitorMultiplexer()
+    {
+        return m_processMonitor;
+    }
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSKqStat>>& getKQSKqStatMultiplexer() { return m_kqStat; }
 
 private:
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSEnvM>> m_envM;
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessM>> m_processM;
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSSampleM>> m_sampleM;
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSTEM>> m_tem;
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessMonitor>> m_processMonitor;
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSKqStat>> m_kqStat;
 };
 
 // Bring the management library up and down; calls nest (a counter).

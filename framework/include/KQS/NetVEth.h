@@ -2,7 +2,8 @@
 // A container's virtual Ethernet adapter: a network device plus the virtual
 // network it is attached to, the host-routed flag and its live status.
 // The adapter named "venet0" with the host-routed flag is the container's
-// default host-routed adapter.
+// default host-routed adapter: every container has it, and its addresses
+// are the container's host-routed addresses (IP_ADDRESS of its file).
 // Value type; thread safety as for any value.
 #include "KQC/NetDevice.h"
 
@@ -10,6 +11,8 @@
 #include <vector>
 
 namespace KQS {
+
+extern const char kDefaultHostRoutedName[];  // "venet0"
 
 class KQSNetVEth : public KQC::KQCNetDevice {
 public:
@@ -20,6 +23,8 @@ public:
     void setNetworkId(const std::string& id) { m_networkId = id; }
     bool isHostRouted() const { return m_hostRouted; }
     void setHostRouted(bool on) { m_hostRouted = on; }
+    // The host-routed flag with the name "venet0".
+    bool isDefaultHostRouted() const;
     // Bit set: 1 down, 2 up, 0 not known.
     int getStatus() const { return m_status; }
     void setStatus(int status) { m_status = status; }

@@ -8,6 +8,7 @@
 // that cannot be stat'ed has the empty stamp. Not thread safe: the owner
 // locks.
 #include <string>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 namespace KQS {
@@ -19,6 +20,12 @@ public:
     // Whether `path` differs from the remembered stamp (always true the
     // first time); the stamp is then remembered.
     bool update(const std::string& path);
+    // The same for `name` within the open folder `dirfd`: a lookup from the
+    // folder rather than a walk of the whole path, for callers that look at
+    // many files of one folder.
+    bool update(int dirfd, const char* name);
+    // The same from a stat result the caller already has.
+    bool update(const struct ::stat& st);
     // The same test without remembering.
     bool isChanged(const std::string& path) const;
     // Forget the stamp: the next update reports a change.
@@ -37,6 +44,8 @@ private:
         bool operator==(const Stamp& o) const;
     };
     static Stamp stampOf(const std::string& path);
+    static Stamp stampAt(int dirfd, const char* name);
+    bool remember(const Stamp& now);
 
     bool m_known = false;
     Stamp m_stamp;

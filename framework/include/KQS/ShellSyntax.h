@@ -4,11 +4,16 @@
 //
 // The files hold one assignment per logical line, KEY=VALUE, with comments
 // ("#" at the start of a line or after a value) and blank lines between.
-// A value is made of unquoted text, '...' (everything literal) and "..."
+// A value is made of unquoted text, '...' (everything literal), "..."
 // (where \\ \" \$ \` stand for the character and backslash-newline joins
-// lines) in any sequence; outside quotes a backslash takes the next byte
-// literally and backslash-newline joins lines. Values are never expanded:
-// "$VEID" stays "$VEID", which is how path templates are kept.
+// lines) and $'...' in any sequence; outside quotes a backslash takes the
+// next byte literally and backslash-newline joins lines. $'...' is bash's
+// quoting with C escapes (printf %q and declare -p write it for control
+// bytes): \a \b \e \E \f \n \r \t \v \\ \' \" \?, \nnn (octal), \xHH, \cX,
+// and \uHHHH / \UHHHHHHHH written as UTF-8 (as bash does in a UTF-8
+// locale); other escapes stay as written, and an escape making a NUL byte
+// ends that quoted text, as in bash. $"..." reads as "...". Values are never
+// expanded: "$VEID" stays "$VEID", which is how path templates are kept.
 //
 // The writer puts every value in double quotes and escapes exactly \ " $ `,
 // so bash's `source` of a written file yields each value byte for byte.
