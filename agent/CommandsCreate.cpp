@@ -61,13 +61,13 @@ std::string configQuoted(const std::string& text)
 
 // Adapters in the configuration file's own form, read by the same parser
 // that reads containers' files, so that one syntax holds everywhere.
-KQS::KQSNetVEthList parseAdapters(const std::vector<std::string>& specs)
+KQS::KQSNetVEthList parseAdapters(const std::vector<std::string>& adapters)
 {
     std::string joined;
-    for (const std::string& spec : specs) {
-        if (spec.find(';') != std::string::npos)
-            throw UsageError("--netif '" + spec + "': one adapter per option");
-        joined += (joined.empty() ? "" : ";") + spec;
+    for (const std::string& adapter : adapters) {
+        if (adapter.find(';') != std::string::npos)
+            throw UsageError("--netif '" + adapter + "': one adapter per option");
+        joined += (joined.empty() ? "" : ";") + adapter;
     }
     KQC::KQCVocMap vocabularies;
     KQS::KQSEnvConfig config;
@@ -76,7 +76,7 @@ KQS::KQSNetVEthList parseAdapters(const std::vector<std::string>& specs)
         throw UsageError("--netif: " + std::string(KQC::getErrorMessage()));
     KQC::KQCOptionalProperty<KQS::KQSNetVEthList> veths;
     config.getNetVEths(veths);
-    if (veths.get().size() != specs.size())
+    if (veths.get().size() != adapters.size())
         throw UsageError("--netif: malformed adapter list");
     std::set<std::string> names;
     for (const KQS::KQSNetVEth& veth : veths.get()) {
