@@ -6,6 +6,7 @@
 #include "KQS/BashParsers.h"
 
 #include <cstdint>
+#include <set>
 #include <sstream>
 #include <string>
 
@@ -25,6 +26,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     std::istringstream input(quoted);
     if (parser->getConfig(input, config) != 0)
         return 0;
+    // A name is an adapter's key: of two adapters of one name the file
+    // keeps one, and the console refuses such a list before anything runs.
+    KQC::KQCOptionalProperty<KQS::KQSNetVEthList> read;
+    config.getNetVEths(read);
+    std::set<std::string> names;
+    for (const KQS::KQSNetVEth& veth : read.get())
+        if (!names.insert(veth.getName()).second)
+            return 0;
     std::ostringstream written;
     kqfuzz::require(parser->putConfig(config, written, nullptr, false) == 0, "read adapters can be written");
     KQS::KQSEnvConfig again;
@@ -33,6 +42,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     KQC::KQCOptionalProperty<KQS::KQSNetVEthList> first, second;
     config.getNetVEths(first);
     again.getNetVEths(second);
-    kqfuzz::require(first == second, "adapters survive a round");
+    // The default host-routed adapter takes only addresses, merged with the
+    // container's own list: the other adapters must come back as they were.
+    auto ordinary = [](const KQS::KQSNetVEthList& list) {
+        KQS::KQSNetVEthList out;
+        for (const KQS::KQSNetVEth& veth : list)
+            if (veth.getName() != "venet0")
+                out.push_back(veth);
+        return out;
+    };
+    kqfuzz::require(ordinary(first.get()) == ordinary(second.get()), "adapters survive a round");
     return 0;
 }
