@@ -8,6 +8,8 @@ void addAllCommands(CommandLine& cli)
     addRegistryCommands(cli);
     addConfigCommands(cli);
     addAuthCommands(cli);
+    addSampleCommands(cli);
+    addCreateCommands(cli);
     addTemplateCommands(cli);
     addStatCommands(cli);
     addProcessCommands(cli);

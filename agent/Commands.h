@@ -9,6 +9,8 @@ void addEnvCommands(CommandLine& cli);
 void addRegistryCommands(CommandLine& cli);
 void addConfigCommands(CommandLine& cli);
 void addAuthCommands(CommandLine& cli);
+void addSampleCommands(CommandLine& cli);
+void addCreateCommands(CommandLine& cli);
 void addTemplateCommands(CommandLine& cli);
 void addStatCommands(CommandLine& cli);
 void addProcessCommands(CommandLine& cli);

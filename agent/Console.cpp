@@ -104,6 +104,16 @@ KQS::KQSEnvM& Session::kqsEnvM()
     return *m_kqsEnvM;
 }
 
+KQS::KQSSampleM& Session::sampleM()
+{
+    if (!m_sampleM) {
+        auto& mux = KQC::KQCFunctionality<KQS::KQSLibFunctionality>::kit().getKQSSampleMMultiplexer();
+        if (mux.create(KQS::KQSEnv::type, m_access, m_sampleM) != 0)
+            throw std::runtime_error(KQC::getErrorMessage());
+    }
+    return *m_sampleM;
+}
+
 CtRef parseCT(const std::string& text)
 {
     CtRef ct;

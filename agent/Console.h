@@ -9,6 +9,7 @@
 #include "KQC/Access.h"
 #include "KQC/GUID.h"
 #include "KQS/EnvM.h"
+#include "KQS/SampleM.h"
 
 #include <boost/json.hpp>
 #include <functional>
@@ -67,6 +68,7 @@ public:
     // std::runtime_error (the plug-in is not loaded).
     KQC::KQCEnvM& envM();
     KQS::KQSEnvM& kqsEnvM();
+    KQS::KQSSampleM& sampleM();
     // 0 with the EID of the CT, or the registry's result (and the outcome
     // filled) when its VEID is unknown.
     int resolve(const struct CtRef& ct, KQC::KQCEID& eid, Outcome& outcome);
@@ -75,6 +77,7 @@ private:
     KQC::KQCAccessProvider m_access;
     boost::shared_ptr<KQC::KQCEnvM> m_envM;
     boost::shared_ptr<KQS::KQSEnvM> m_kqsEnvM;
+    boost::shared_ptr<KQS::KQSSampleM> m_sampleM;
 };
 
 // A CT of the command line: an environment identifier or a VEID.

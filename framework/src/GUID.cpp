@@ -113,6 +113,13 @@ KQCGUIDBase KQCGUIDBase::generateNew()
     return guid;
 }
 
+KQCGUIDBase KQCGUIDBase::fromBytes(const uint8_t bytes[16])
+{
+    KQCGUIDBase guid;
+    std::memcpy(guid.m_bytes, bytes, sizeof guid.m_bytes);
+    return guid;
+}
+
 bool KQCGUIDBase::operator==(const KQCGUIDBase& other) const
 {
     return std::memcmp(m_bytes, other.m_bytes, sizeof m_bytes) == 0;

@@ -5,6 +5,7 @@
 #include "KQSim/Container.h"
 #include "KQSim/Host.h"
 #include "KQSim/Netif.h"
+#include "KQSim/ShellConfig.h"
 
 #include "KQC/Error.h"
 
@@ -94,7 +95,7 @@ int configValues(const AddRequest& request, ConfigValues& values)
     put("DISKINODES", "200000:220000");
     put("NAMESERVER", "192.0.2.53");
     if (request.hasName)
-        put("NAME", request.name);
+        put("NAME", toolEscaped(request.name));
     if (request.hasHostname)
         put("HOSTNAME", request.hostname);
     if (!request.addresses.empty())

@@ -33,7 +33,7 @@ int parseCreate(const KqctlCall& call, CreateRequest& request)
         else if (option == "--ostemplate")
             request.osTemplate = value;
         else if (option == "--name")
-            request.explicitValues.emplace_back("NAME", value);
+            request.explicitValues.emplace_back("NAME", toolEscaped(value));
         else if (option == "--hostname")
             request.explicitValues.emplace_back("HOSTNAME", value);
         else if (option == "--ipadd")
@@ -59,7 +59,7 @@ int sampleValues(const KqctlCall& call, const std::string& sample, ShellConfig& 
         return refuse(kExitFailed, "Sample configuration file " + path + " not found");
     if (config.load(path) != 0)
         return refuse(kExitFailed, KQC::getErrorMessage());
-    for (const char* own : {"VE_ROOT", "VE_PRIVATE", "UUID", "NAME", "ORIGIN_SAMPLE"})
+    for (const char* own : {"VE_ROOT", "VE_PRIVATE", "UUID", "NAME"})
         config.unset(own);
     return 0;
 }
@@ -97,8 +97,13 @@ int actionCreate(KqctlCall& call)
         return refuse(kExitFailed, "OS template '" + osTemplate + "' is not installed");
 
     ConfigValues values = config.values();
+    for (auto& value : values)
+        if (isToolEscapedKey(value.first))
+            value.second = toolEscaped(value.second);
     values.emplace_back("OSTEMPLATE", osTemplate);
-    values.emplace_back("ORIGIN_SAMPLE", sample);
+    // A sample written for one creation says which sample it came from.
+    if (!config.has("ORIGIN_SAMPLE"))
+        values.emplace_back("ORIGIN_SAMPLE", sample);
     values.insert(values.end(), request.explicitValues.begin(), request.explicitValues.end());
     if (!request.addresses.empty())
         values.emplace_back("IP_ADDRESS", joinWords(request.addresses));

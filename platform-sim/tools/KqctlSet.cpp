@@ -116,7 +116,7 @@ private:
         const std::string& value = option.second;
         auto plain = plainKeys().find(name);
         if (plain != plainKeys().end()) {
-            m_config.set(plain->second, value);
+            m_config.set(plain->second, isToolEscapedKey(plain->second) ? toolEscaped(value) : value);
             return 0;
         }
         if (name == "--netif_add")
@@ -153,9 +153,13 @@ private:
         // Where the container lives and how it is reached stay its own.
         static const char* const kKept[] = {"VE_ROOT", "VE_PRIVATE", "UUID", "NAME", "OSTEMPLATE",
                                             "ORIGIN_SAMPLE", "IP_ADDRESS", "NETIF", "TEMPLATES"};
+        // A sample made from another one says so; the container then came
+        // from that one.
+        if (!values.get("ORIGIN_SAMPLE").empty())
+            m_config.set("ORIGIN_SAMPLE", values.get("ORIGIN_SAMPLE"));
         for (const auto& value : values.values())
             if (!isOneOf(value.first, kKept))
-                m_config.set(value.first, value.second);
+                m_config.set(value.first, isToolEscapedKey(value.first) ? toolEscaped(value.second) : value.second);
         return 0;
     }
 

@@ -10,6 +10,7 @@
 #include "KQSEnvMLocal.h"
 #include "KQSKqStatLocal.h"
 #include "KQSProcessMLocal.h"
+#include "KQSSampleMLocal.h"
 #include "KQSTEMLocal.h"
 #include "KQSProcessMonitorLocal.h"
 
@@ -33,6 +34,7 @@ int clientsNum = 0;
 typedef boost::shared_ptr<KQC::KQCEnvM> EnvMPtr;
 typedef boost::shared_ptr<KQS::KQSEnvM> KQSEnvMPtr;
 typedef boost::shared_ptr<KQS::KQSProcessM> ProcessMPtr;
+typedef boost::shared_ptr<KQS::KQSSampleM> SampleMPtr;
 typedef boost::shared_ptr<KQS::KQSTEM> TEMPtr;
 typedef boost::shared_ptr<KQS::KQSProcessMonitor> ProcessMonitorPtr;
 typedef boost::shared_ptr<KQS::KQSKqStat> KqStatPtr;
@@ -86,6 +88,10 @@ void registerFactories()
         new KQC::KQCFunctionalFactoryLocalImpl<ProcessMPtr, KQS::KQSProcessMLocal>);
     kqsKit.getKQSProcessMMultiplexer().registerLocalFactory(processM, KQS::kCorvantisKey);
 
+    boost::shared_ptr<KQC::KQCFunctionalFactoryLocal<SampleMPtr>> sampleM(
+        new KQC::KQCFunctionalFactoryLocalImpl<SampleMPtr, KQS::KQSSampleMLocal>);
+    kqsKit.getKQSSampleMMultiplexer().registerLocalFactory(sampleM, KQS::kCorvantisKey);
+
     boost::shared_ptr<KQC::KQCFunctionalFactoryLocal<TEMPtr>> tem(
         new KQC::KQCFunctionalFactoryLocalImpl<TEMPtr, KQS::KQSTEMLocal>);
     kqsKit.getKQSTEMMultiplexer().registerLocalFactory(tem, KQS::kCorvantisKey);
@@ -118,6 +124,7 @@ void unregisterFactories()
     // The reverse of the order they were added in.
     kqsKit.getKQSEnvMMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
     kqsKit.getKQSEnvMMultiplexer().unregisterLocalFactory(KQS::kEmptyKey);
+    kqsKit.getKQSSampleMMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
     kqsKit.getKQSProcessMMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
     kqsKit.getKQSTEMMultiplexer().unregisterLocalFactory(KQS::kCorvantisKey);
     KQC::KQCAuthMBaseLocalFactory::getInstance()->unregisterFactory(KQS::KQSAuthMVELocal::realmType);

@@ -231,33 +231,10 @@ KQSEnvMLocal::KQSEnvMLocal(const KQC::KQCAccessProvider& access)
 
 KQSEnvMLocal::~KQSEnvMLocal() = default;
 
-int KQSEnvMLocal::create(boost::shared_ptr<KQC::KQCEnv>*, const KQC::KQCEnvConfig&, const KQC::KQCStringSet&, bool,
-                         const KQC::KQCEID&)
-{
-    return notAvailable("create");
-}
-
 int KQSEnvMLocal::repair(const KQC::KQCEID&) { return notAvailable("repair"); }
 int KQSEnvMLocal::stop_repair(const KQC::KQCEID&) { return notAvailable("stop_repair"); }
 int KQSEnvMLocal::upgrade(const KQC::KQCEID&) { return notAvailable("upgrade"); }
 int KQSEnvMLocal::pause(const KQC::KQCEID&) { return notAvailable("pause"); }
-
-int KQSEnvMLocal::set(const KQC::KQCEID&, const KQC::KQCEnvConfig&, boost::shared_ptr<KQC::KQCEnvConfig>*,
-                      const KQC::KQCStringSet&, bool, const char*)
-{
-    return notAvailable("set");
-}
-
-int KQSEnvMLocal::set(const KQC::KQCEID&, const KQC::KQCGUID&, const char*, const KQC::KQCStringSet&,
-                      const KQC::KQCStringSet&)
-{
-    return notAvailable("set from a sample");
-}
-
-int KQSEnvMLocal::setUserPassword(const KQC::KQCEID&, const std::string&, const std::string&)
-{
-    return notAvailable("setUserPassword");
-}
 
 int KQSEnvMLocal::move(const KQC::KQCEID&, int, const std::string&, const std::string&) { return notAvailable("move"); }
 

@@ -20,7 +20,29 @@
 #include <map>
 #include <string>
 
+namespace KQC {
+class KQCMessageIterator;
+struct KQCEnvSample;
+}
+
 namespace KQS {
+
+// Whether a sample fits this host: it names no other architecture and no
+// other OS platform than the host's (case ignored); what it leaves out
+// fits anything.
+bool isCompatibleHost(const KQC::KQCEnvSample& sample);
+// The part of a sample that the categories (their applicable parameters)
+// and single parameters of the host's vocabulary choose. Empty (and a log
+// line) for an unknown parameter, a category without applicable
+// parameters, or no vocabulary; a chosen parameter the sample lacks is
+// left out.
+boost::shared_ptr<KQSEnvConfig> filterConfig(const boost::shared_ptr<KQSEnvConfig>& sample,
+                                             const KQC::KQCStringSet& parameters,
+                                             const KQC::KQCStringSet& categories);
+// Makes the nodes of a slash-separated path (all but its last component)
+// beneath the iterator, or beneath the top when it begins with "/"; the
+// iterator ends in the last node made. 0, or -1 when a node cannot be made.
+int createPath(KQC::KQCMessageIterator& it, const std::string& path);
 
 class KQSEnvMLocal : public KQC::KQCRequestModificatorLocal<KQSEnvM> {
 public:
@@ -173,6 +195,8 @@ private:
     int infoOf(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask);
     int listOf(KQC::KQCEIDSet& out, const KQC::KQCEnvMListOptions& options);
     int joinWithHost(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& out, unsigned int mask, bool sync);
+    int createEnv(boost::shared_ptr<KQC::KQCEnv>* out, const KQC::KQCEnvConfig& config,
+                  const KQC::KQCStringSet& tasks, const KQC::KQCEID& eid);
     int virtualConfigOf(boost::shared_ptr<KQC::KQCVEnvConfig>& out,
                         const boost::shared_ptr<KQC::KQCNativeConfig>& native);
     int nativeConfigOf(boost::shared_ptr<KQC::KQCNativeConfig>& out,

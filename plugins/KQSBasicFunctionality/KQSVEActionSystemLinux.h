@@ -18,6 +18,23 @@ namespace KQS {
 
 class KQSEnvMLocal;
 
+// One adapter's wanted state against its current one: a single
+// `kqctl --quiet set VEID --ifname NAME ... --save` run with the changed
+// options (none when nothing changed), plus a container-wide name-server
+// run when those changed. 0, -1 or -6 with the message set.
+int compareVEthAdapters(KQSEnvMLocal& envm, int veid, const KQSNetVEth& wanted, const KQSNetVEth& current);
+// The difference walk: removals, then additions, then comparisons.
+int applyVEthDifference(KQSEnvMLocal& envm, int veid, const KQC::KQCOptionalProperty<KQSNetVEthList>& current,
+                        const KQC::KQCOptionalProperty<KQSNetVEthList>& wanted);
+
+// The address options of a tool run: "--dhcp yes|no" (and "--dhcp6 yes|no"
+// on a host with IPv6) when `withDhcp`, then "--ipdel all" and "--ipadd
+// ADDR/NETWORK" for each address the DHCP filter keeps: no static address
+// of a family that uses DHCP, no IPv6 address on a host without IPv6.
+// Always 0.
+int setIPAddressCreateParameters(KQC::ExecutionArgs* args, const std::vector<KQC::KQCIPAddress>& addresses,
+                                 bool dhcp4, bool dhcp6, bool withDhcp);
+
 // One container as the enumeration found it.
 struct KQSVPSEntry {
     int state = KQC::ENV_STATE_UNKNOWN;
@@ -98,6 +115,43 @@ public:
     static int getPrivateDir(int veid, std::string* dir);
     static int getRootDir(int veid, std::string* dir);
     static int getVEPrivateLayoutVersion(const std::string& privateDir);
+
+    // Creating and configuring (KQSVEActionSystemLinuxCreate.cpp). The
+    // wanted configuration travels to the tool as a throw-away sample that
+    // is deleted again on every path; only what a sample cannot carry is
+    // given as options. Tool runs report their output as the request's
+    // progress.
+    //
+    // `kqctl [--skiplock] create VEID --config SAMPLE [--name N]`. 0; -9
+    // when the sample cannot be written; -101/-105/-6 for the tool's exit
+    // codes 44/78/other ("kqctl create %d failed: %s").
+    static int create(KQSEnvMLocal& envm, int veid, const KQSEnvConfig& config, bool skipLock);
+    // `kqctl unset VEID --save ...` when `unsetKeys` is not empty, then
+    // `kqctl set VEID --save [--setmode M] [addresses] [--hostname H]
+    // [--name N] [--description D] --applyconfig SAMPLE`. 0, -6 ("kqctl
+    // unset|set %d failed: %s"), -105 (exit 78), -9 (no sample) or
+    // setupIPAddresses' failure.
+    static int setEnv(KQSEnvMLocal& envm, int veid, const KQSEnvConfig& config,
+                      const std::set<std::string>& unsetKeys, const char* setMode);
+    // Appends the address options for the configuration's addresses
+    // (none when the default host-routed adapter owns them). 0.
+    static int setupIPAddresses(KQSEnvMLocal& envm, int veid, const KQSEnvConfig& config,
+                                KQC::ExecutionArgs& args);
+    // `kqctl set VEID --save --userpasswd USER:PASSWORD` (an empty user is
+    // root). 0, or -6 with a message that names the user, never the
+    // password.
+    static int setUserPassword(KQSEnvMLocal& envm, int veid, const std::string& user, const std::string& password);
+    // `kqctl [--skiplock] set VEID --save --offline_management yes|no`. 0 or -6.
+    static int setOfflineManagement(KQSEnvMLocal& envm, int veid, bool enable, bool skipLock);
+
+    // Brings the container's adapters to `adapters`: removes the ones not
+    // wanted (never the default host-routed "venet0"), adds the new ones,
+    // and changes the others option by option
+    // (KQSVEActionSystemLinuxVEth.cpp). -1 for an unspecified list or more
+    // than one host-routed adapter (nothing is run then), or when a changed
+    // adapter cannot be set; failed removals and additions do not stop it.
+    static int setVEthDeviceConfig(KQSEnvMLocal& envm, int veid,
+                                   const KQC::KQCOptionalProperty<KQSNetVEthList>& adapters);
 
     // Container root folder -> VEID, learnt whenever a configuration is read.
     static std::map<std::string, int> m_vpsRoots;

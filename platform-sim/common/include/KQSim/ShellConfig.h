@@ -24,6 +24,14 @@ namespace KQSim {
 // value between double quotes with \ " $ ` escaped.
 std::string shellQuote(const std::string& value);
 
+// Name and description as the control tool stores them: escaped once more
+// (\ " $ ` get a backslash) inside the file's own quoting, so that a
+// reader that unquotes the file and then undoes the tool's escaping gets
+// the text back byte for byte.
+std::string toolEscaped(const std::string& value);
+// Whether the tool stores the key's value escaped (NAME, DESCRIPTION).
+bool isToolEscapedKey(const std::string& key);
+
 class ShellConfig {
 public:
     int parse(const std::string& text);

@@ -1,0 +1,264 @@
+// Commands that make and change containers: create, set (from options or
+// from a sample) and password.
+#include "Commands.h"
+#include "EnvJson.h"
+
+#include "KQC/EnvConfig.h"
+#include "KQC/Error.h"
+#include "KQC/Vocabulary.h"
+#include "KQS/BashParsers.h"
+
+#include <boost/make_shared.hpp>
+#include <iostream>
+#include <set>
+#include <sstream>
+
+namespace kqagent {
+namespace {
+
+// The options that describe a container, shared by create and set.
+struct ConfigOptions {
+    std::string* name = nullptr;
+    std::string* hostname = nullptr;
+    std::string* description = nullptr;
+    std::vector<std::string>* addresses = nullptr;
+    std::vector<std::string>* nameservers = nullptr;
+    std::vector<std::string>* netifs = nullptr;
+    CLI::Option* nameGiven = nullptr;
+    CLI::Option* hostnameGiven = nullptr;
+    CLI::Option* descriptionGiven = nullptr;
+};
+
+ConfigOptions addConfigOptions(CommandLine& cli, CLI::App& command)
+{
+    ConfigOptions options;
+    options.name = &cli.value<std::string>();
+    options.hostname = &cli.value<std::string>();
+    options.description = &cli.value<std::string>();
+    options.addresses = &cli.value<std::vector<std::string>>();
+    options.nameservers = &cli.value<std::vector<std::string>>();
+    options.netifs = &cli.value<std::vector<std::string>>();
+    options.nameGiven = command.add_option("--name", *options.name, "name");
+    options.hostnameGiven = command.add_option("--hostname", *options.hostname, "host name");
+    options.descriptionGiven = command.add_option("--description", *options.description, "description");
+    command.add_option("--ip", *options.addresses, "ADDRESS[/PREFIX]")->allow_extra_args(false);
+    command.add_option("--nameserver", *options.nameservers, "name server")->allow_extra_args(false);
+    command.add_option("--netif", *options.netifs, "adapter: key=value,...")->allow_extra_args(false);
+    return options;
+}
+
+// A value inside double quotes of a configuration file.
+std::string configQuoted(const std::string& text)
+{
+    std::string out = "\"";
+    for (char c : text) {
+        if (c == '"' || c == '\\' || c == '$' || c == '`')
+            out += '\\';
+        out += c;
+    }
+    return out + "\"";
+}
+
+// Adapters in the configuration file's own form, read by the same parser
+// that reads containers' files, so that one syntax holds everywhere.
+KQS::KQSNetVEthList parseAdapters(const std::vector<std::string>& adapters)
+{
+    std::string joined;
+    for (const std::string& adapter : adapters) {
+        if (adapter.find(';') != std::string::npos)
+            throw UsageError("--netif '" + adapter + "': one adapter per option");
+        joined += (joined.empty() ? "" : ";") + adapter;
+    }
+    KQC::KQCVocMap vocabularies;
+    KQS::KQSEnvConfig config;
+    std::istringstream input("NETIF=" + configQuoted(joined) + "\n");
+    if (KQS::KQSEnvConfigBashParser::getInstance(vocabularies)->getConfig(input, config) != 0)
+        throw UsageError("--netif: " + std::string(KQC::getErrorMessage()));
+    KQC::KQCOptionalProperty<KQS::KQSNetVEthList> veths;
+    config.getNetVEths(veths);
+    if (veths.get().size() != adapters.size())
+        throw UsageError("--netif: malformed adapter list");
+    std::set<std::string> names;
+    for (const KQS::KQSNetVEth& veth : veths.get()) {
+        if (veth.getName().empty())
+            throw UsageError("--netif: an adapter needs name=NAME");
+        if (!names.insert(veth.getName()).second)
+            throw UsageError("--netif: two adapters named '" + veth.getName() + "'");
+    }
+    return veths.get();
+}
+
+// The configuration the options ask for: only what was given is specified.
+boost::shared_ptr<KQS::KQSEnvConfig> configOf(const ConfigOptions& options)
+{
+    auto config = boost::make_shared<KQS::KQSEnvConfig>();
+    if (options.nameGiven->count())
+        config->setName(*options.name);
+    if (options.hostnameGiven->count())
+        config->setHostname(*options.hostname);
+    if (options.descriptionGiven->count())
+        config->setDescription(*options.description);
+    if (!options.addresses->empty()) {
+        KQC::KQCIPAddressList addresses;
+        for (const std::string& text : *options.addresses) {
+            KQC::KQCIPAddress address;
+            if (address.fromString(text) != 0)
+                throw UsageError("--ip '" + text + "' is not an address");
+            addresses.push_back(address);
+        }
+        config->setAddresses(addresses);
+    }
+    if (!options.nameservers->empty())
+        config->setNameservers(KQC::KQCStringList(options.nameservers->begin(), options.nameservers->end()));
+    if (!options.netifs->empty())
+        config->setNetVEths(parseAdapters(*options.netifs));
+    return config;
+}
+
+void addCreate(CommandLine& cli)
+{
+    cli.add(cli.root(), "create",
+            "create [--eid E] [--veid N] [--sample ID] [--ostemplate T] [--name N] [--hostname H] "
+            "[--description D] [--ip ADDR]... [--nameserver NS]... [--netif SPEC]... [--ve-root T] "
+            "[--ve-private T]",
+            [&cli](CLI::App& command) -> Build {
+                ConfigOptions options = addConfigOptions(cli, command);
+                auto& eidText = cli.value<std::string>();
+                auto& veidText = cli.value<std::string>();
+                auto& sampleText = cli.value<std::string>();
+                auto& osTemplate = cli.value<std::string>();
+                auto& veRoot = cli.value<std::string>();
+                auto& vePrivate = cli.value<std::string>();
+                command.add_option("--eid", eidText, "environment identifier");
+                command.add_option("--veid", veidText, "VEID");
+                command.add_option("--sample", sampleText, "sample identifier");
+                command.add_option("--ostemplate", osTemplate, "OS template");
+                command.add_option("--ve-root", veRoot, "root path template");
+                command.add_option("--ve-private", vePrivate, "private path template");
+                return [=, &eidText, &veidText, &sampleText, &osTemplate, &veRoot, &vePrivate] {
+                    boost::shared_ptr<KQS::KQSEnvConfig> config = configOf(options);
+                    KQC::KQCEID eid;
+                    if (!eidText.empty() && eid.fromString(eidText) != 0)
+                        throw UsageError("--eid '" + eidText + "' is not an environment identifier");
+                    if (!veidText.empty()) {
+                        long long veid = parseNumber(veidText, "--veid");
+                        if (veid < 0 || veid > 2147483647LL)
+                            throw UsageError("--veid '" + veidText + "' is out of range");
+                        config->setVeid(static_cast<int>(veid));
+                    }
+                    if (!sampleText.empty()) {
+                        KQC::KQCGUID id;
+                        if (id.fromString(sampleText) != 0)
+                            throw UsageError("--sample '" + sampleText + "' is not a sample identifier");
+                        config->setBaseSampleId(id.toString());
+                    }
+                    if (!osTemplate.empty())
+                        config->setOsTemplate(KQS::KQSTemplate::fromString(osTemplate));
+                    if (!veRoot.empty())
+                        config->setVERootVar(veRoot);
+                    if (!vePrivate.empty())
+                        config->setVEPrivateVar(vePrivate);
+                    return Runner([config, eid](Session& session) {
+                        boost::shared_ptr<KQC::KQCEnv> env;
+                        Outcome outcome =
+                            resultOf(session.envM().create(&env, *config, KQC::KQCStringSet(), false, eid));
+                        if (outcome.rc == 0 && env)
+                            outcome.payload["env"] = envToJson(*env);
+                        return outcome;
+                    });
+                };
+            });
+}
+
+void addSet(CommandLine& cli)
+{
+    cli.add(cli.root(), "set",
+            "set CT [--name N] [--hostname H] [--description D] [--ip ADDR]... [--nameserver NS]... "
+            "[--netif SPEC]... [--setmode M] [--unset KEY]... | set CT --sample ID [--category C]... [--param P]...",
+            [&cli](CLI::App& command) -> Build {
+                std::string& ctText = addCT(cli, command);
+                ConfigOptions options = addConfigOptions(cli, command);
+                auto& setMode = cli.value<std::string>();
+                auto& unset = cli.value<std::vector<std::string>>();
+                auto& sampleText = cli.value<std::string>();
+                auto& categories = cli.value<std::vector<std::string>>();
+                auto& parameters = cli.value<std::vector<std::string>>();
+                command.add_option("--setmode", setMode, "restart|ignore");
+                command.add_option("--unset", unset, "key to remove")->allow_extra_args(false);
+                command.add_option("--sample", sampleText, "sample identifier");
+                command.add_option("--category", categories, "sample category")->allow_extra_args(false);
+                command.add_option("--param", parameters, "sample parameter")->allow_extra_args(false);
+                return [=, &ctText, &setMode, &unset, &sampleText, &categories, &parameters] {
+                    CtRef ct = parseCT(ctText);
+                    if (!sampleText.empty()) {
+                        KQC::KQCGUID id;
+                        if (id.fromString(sampleText) != 0)
+                            throw UsageError("--sample '" + sampleText + "' is not a sample identifier");
+                        KQC::KQCStringSet cats(categories.begin(), categories.end());
+                        KQC::KQCStringSet params(parameters.begin(), parameters.end());
+                        std::string mode = setMode;
+                        return Runner([ct, id, cats, params, mode](Session& session) {
+                            Outcome outcome;
+                            KQC::KQCEID eid;
+                            if (session.resolve(ct, eid, outcome) != 0)
+                                return outcome;
+                            return resultOf(session.envM().set(eid, id, mode.empty() ? nullptr : mode.c_str(),
+                                                               params, cats));
+                        });
+                    }
+                    if (!categories.empty() || !parameters.empty())
+                        throw UsageError("--category and --param need --sample");
+                    boost::shared_ptr<KQS::KQSEnvConfig> config = configOf(options);
+                    KQC::KQCStringSet keys(unset.begin(), unset.end());
+                    std::string mode = setMode;
+                    return Runner([ct, config, keys, mode](Session& session) {
+                        Outcome outcome;
+                        KQC::KQCEID eid;
+                        if (session.resolve(ct, eid, outcome) != 0)
+                            return outcome;
+                        boost::shared_ptr<KQC::KQCEnvConfig> now;
+                        outcome = resultOf(
+                            session.envM().set(eid, *config, &now, keys, false, mode.empty() ? nullptr : mode.c_str()));
+                        if (outcome.rc == 0) {
+                            KQC::KQCEnvVector envs;
+                            if (session.envM().getInfo(KQC::KQCEIDSet{eid}, envs, 0xffffffff) == 0 && envs.size() == 1)
+                                outcome.payload["env"] = envToJson(*envs.front());
+                        }
+                        return outcome;
+                    });
+                };
+            });
+}
+
+void addPassword(CommandLine& cli)
+{
+    cli.add(cli.root(), "password", "password CT USER", [&cli](CLI::App& command) -> Build {
+        std::string& ctText = addCT(cli, command);
+        auto& user = cli.value<std::string>();
+        command.add_option("USER", user, "user name")->required();
+        return [&ctText, &user] {
+            CtRef ct = parseCT(ctText);
+            std::string who = user;
+            return Runner([ct, who](Session& session) {
+                Outcome outcome;
+                KQC::KQCEID eid;
+                if (session.resolve(ct, eid, outcome) != 0)
+                    return outcome;
+                std::string password;
+                std::getline(std::cin, password);
+                return resultOf(session.kqsEnvM().setUserPassword(eid, who, password));
+            });
+        };
+    });
+}
+
+} // namespace
+
+void addCreateCommands(CommandLine& cli)
+{
+    addCreate(cli);
+    addSet(cli);
+    addPassword(cli);
+}
+
+} // namespace kqagent
