@@ -1,6 +1,7 @@
 #include "ExecChild.h"
 
 #include "KQC/Error.h"
+#include "KQC/Files.h"
 
 #include <cerrno>
 #include <csignal>
@@ -129,32 +130,6 @@ int readExecReport(KQCHandle& report)
     return got == sizeof childErrno ? childErrno : 0;
 }
 
-// A child's standard input may be closed at any time; writing to it then
-// must give EPIPE, not kill the whole host process with SIGPIPE. The signal
-// is blocked for this thread during the write, and one that the write
-// raised is taken off again before the old mask returns.
-ssize_t writeWithoutSigpipe(int fd, const char* data, size_t size)
-{
-    sigset_t pipeOnly, old, pending;
-    sigemptyset(&pipeOnly);
-    sigaddset(&pipeOnly, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipeOnly, &old);
-    sigpending(&pending);
-    bool wasPending = sigismember(&pending, SIGPIPE) == 1;
-    ssize_t n;
-    do {
-        n = ::write(fd, data, size);
-    } while (n < 0 && errno == EINTR);
-    int writeErrno = errno;
-    if (n < 0 && writeErrno == EPIPE && !wasPending) {
-        struct timespec noWait = {0, 0};
-        while (sigtimedwait(&pipeOnly, nullptr, &noWait) < 0 && errno == EINTR) {
-        }
-    }
-    pthread_sigmask(SIG_SETMASK, &old, nullptr);
-    errno = writeErrno;
-    return n;
-}
 
 // One read from a ready output pipe; closes it at its end.
 int drain(pid_t pid, KQCHandle& fd, std::string& into)

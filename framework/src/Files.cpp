@@ -8,7 +8,9 @@
 #include <cerrno>
 #include <ctime>
 #include <cstdlib>
+#include <csignal>
 #include <fcntl.h>
+#include <pthread.h>
 #include <ostream>
 #include <streambuf>
 #include <sys/stat.h>
@@ -126,6 +128,29 @@ int writeAll(int fd, const char* data, size_t size)
         size -= static_cast<size_t>(n);
     }
     return 0;
+}
+
+ssize_t writeWithoutSigpipe(int fd, const char* data, size_t size)
+{
+    sigset_t pipeOnly, old, pending;
+    sigemptyset(&pipeOnly);
+    sigaddset(&pipeOnly, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeOnly, &old);
+    sigpending(&pending);
+    bool wasPending = sigismember(&pending, SIGPIPE) == 1;
+    ssize_t n;
+    do {
+        n = ::write(fd, data, size);
+    } while (n < 0 && errno == EINTR);
+    int writeErrno = errno;
+    if (n < 0 && writeErrno == EPIPE && !wasPending) {
+        struct timespec noWait = {0, 0};
+        while (sigtimedwait(&pipeOnly, nullptr, &noWait) < 0 && errno == EINTR) {
+        }
+    }
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    errno = writeErrno;
+    return n;
 }
 
 int readAll(int fd, std::string& out)

@@ -1,6 +1,7 @@
 #include "KQC/Pipe.h"
 
 #include "KQC/Error.h"
+#include "KQC/Files.h"
 
 #include <cerrno>
 #include <csignal>
@@ -17,31 +18,6 @@ namespace {
 const char kFrameMagic[] = "KQCMSG ";
 const size_t kHeaderLimit = 32;
 
-// A peer may close its end at any time; writing then must give EPIPE, not
-// kill the whole agent with SIGPIPE. The signal is blocked for this thread
-// during the write and one that the write raised is taken off again.
-ssize_t writeWithoutSigpipe(int fd, const char* data, size_t size)
-{
-    sigset_t pipeOnly, old, pending;
-    sigemptyset(&pipeOnly);
-    sigaddset(&pipeOnly, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipeOnly, &old);
-    sigpending(&pending);
-    bool wasPending = sigismember(&pending, SIGPIPE) == 1;
-    ssize_t n;
-    do {
-        n = ::write(fd, data, size);
-    } while (n < 0 && errno == EINTR);
-    int saved = errno;
-    if (n < 0 && saved == EPIPE && !wasPending) {
-        struct timespec noWait = {0, 0};
-        while (sigtimedwait(&pipeOnly, nullptr, &noWait) < 0 && errno == EINTR) {
-        }
-    }
-    pthread_sigmask(SIG_SETMASK, &old, nullptr);
-    errno = saved;
-    return n;
-}
 
 int writeAll(int fd, const std::string& bytes)
 {
@@ -252,47 +228,24 @@ int KQCEventLoopPipePrototype::getPeerInfo(KQCConnectivityInfo& info)
 
 int KQCChildEnvPipeFactory::registerClass(const std::string& name, Creator creator, void*, int)
 {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    if (!creator) {
-        setErrorMessage("no creator given for pipe class '%s'", name.c_str());
-        return -1;
-    }
-    if (!m_creators.emplace(name, creator).second) {
-        setErrorMessage("pipe class '%s' is registered already", name.c_str());
-        return -1;
-    }
-    return 0;
+    return m_classes.add(name, creator);
 }
 
 int KQCChildEnvPipeFactory::unregisterClass(const std::string& name)
 {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    if (m_creators.erase(name) == 0) {
-        setErrorMessage("pipe class '%s' is not registered", name.c_str());
-        return -1;
-    }
-    return 0;
+    return m_classes.remove(name);
 }
 
 bool KQCChildEnvPipeFactory::isRegistered(const std::string& name) const
 {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_creators.count(name) != 0;
+    return m_classes.contains(name);
 }
 
 boost::shared_ptr<KQCEventLoopPipePrototype> KQCChildEnvPipeFactory::create(const std::string& name, void* env) const
 {
     Creator creator = nullptr;
-    {
-        std::lock_guard<std::mutex> guard(m_mutex);
-        auto it = m_creators.find(name);
-        if (it != m_creators.end())
-            creator = it->second;
-    }
-    if (!creator) {
-        setErrorMessage("no pipe class '%s'", name.c_str());
+    if (m_classes.find(name, creator) != 0)
         return boost::shared_ptr<KQCEventLoopPipePrototype>();
-    }
     KQCEventLoopPipePrototype* pipe = creator(env);
     if (!pipe && getErrorMessage()[0] == '\0')
         setErrorMessage("pipe class '%s' made no pipe", name.c_str());

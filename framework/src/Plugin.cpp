@@ -56,48 +56,25 @@ const KQCDerivedParserFactoryT<KQCPluginParams, KQCPluginParamsExtern> factoryPl
 
 int KQCPluginFactory::registerClass(const std::string& name, Creator creator)
 {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    if (!creator) {
-        setErrorMessage("no creator given for plug-in class '%s'", name.c_str());
-        return -1;
-    }
-    if (!m_creators.emplace(name, creator).second) {
-        setErrorMessage("plug-in class '%s' is registered already", name.c_str());
-        return -1;
-    }
-    return 0;
+    return m_classes.add(name, creator);
 }
 
 int KQCPluginFactory::unregisterClass(const std::string& name)
 {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    if (m_creators.erase(name) == 0) {
-        setErrorMessage("plug-in class '%s' is not registered", name.c_str());
-        return -1;
-    }
-    return 0;
+    return m_classes.remove(name);
 }
 
 bool KQCPluginFactory::isRegistered(const std::string& name) const
 {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_creators.count(name) != 0;
+    return m_classes.contains(name);
 }
 
 int KQCPluginFactory::create(const std::string& name, const KQCPluginParams& params,
                              boost::shared_ptr<KQCPluginPrototype>& out) const
 {
     Creator creator = nullptr;
-    {
-        std::lock_guard<std::mutex> guard(m_mutex);
-        auto it = m_creators.find(name);
-        if (it != m_creators.end())
-            creator = it->second;
-    }
-    if (!creator) {
-        setErrorMessage("no plug-in class '%s'", name.c_str());
+    if (m_classes.find(name, creator) != 0)
         return -1;
-    }
     boost::shared_ptr<KQCPluginPrototype> made = creator(params);
     if (!made)
         return -1;

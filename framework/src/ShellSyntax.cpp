@@ -1,5 +1,7 @@
 #include "KQS/ShellSyntax.h"
 
+#include "TextHelpers.h"
+
 #include "KQC/Error.h"
 
 #include <cstdio>
@@ -17,6 +19,7 @@ bool isControl(char c)
     unsigned char byte = static_cast<unsigned char>(c);
     return (byte < 0x20 && c != '\t' && c != '\n') || byte == 0x7f;
 }
+
 // Characters that mean more than a value to the shell when unquoted.
 bool isShellOperator(char c)
 {
@@ -25,17 +28,6 @@ bool isShellOperator(char c)
 // Inside double quotes a backslash escapes only these (and a newline).
 bool isDoubleQuoteEscapable(char c) { return c == '\\' || c == '"' || c == '$' || c == '`'; }
 
-int hexValue(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 bool isOctal(char c) { return c >= '0' && c <= '7'; }
 
 // Reads up to `limit` hex digits at `pos`; false when there is none.
@@ -43,8 +35,8 @@ bool readHex(const std::string& raw, size_t& pos, size_t limit, unsigned long& v
 {
     size_t start = pos;
     value = 0;
-    while (pos < raw.size() && pos - start < limit && hexValue(raw[pos]) >= 0)
-        value = value * 16 + static_cast<unsigned long>(hexValue(raw[pos++]));
+    while (pos < raw.size() && pos - start < limit && KQC::hexDigitValue(raw[pos]) >= 0)
+        value = value * 16 + static_cast<unsigned long>(KQC::hexDigitValue(raw[pos++]));
     return pos > start;
 }
 

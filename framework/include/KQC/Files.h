@@ -23,6 +23,11 @@ namespace KQC {
 // Writes all of `data`, retrying interrupted and short writes: 0, or -1
 // with errno set (no message: callers add their context).
 [[nodiscard]] int writeAll(int fd, const char* data, size_t size);
+// One write(2) to a pipe whose reader may be gone: retries interrupted
+// writes and gives EPIPE instead of letting SIGPIPE kill the whole process
+// (the signal is blocked for this thread meanwhile, and one the write raised
+// is taken off again). What write(2) returns, errno set on failure.
+ssize_t writeWithoutSigpipe(int fd, const char* data, size_t size);
 // Reads to the end of `fd`, retrying interrupted reads: 0, or -1 with errno.
 // Unbounded: only for the simulator's own files, never for host files.
 [[nodiscard]] int readAll(int fd, std::string& out);

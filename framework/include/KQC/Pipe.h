@@ -14,6 +14,7 @@
 // Thread safety: one pipe is used by one thread at a time; the factory's
 // table is locked.
 // Failure: 0 on success; -1 with the thread's error message set.
+#include "KQC/ClassRegistry.h"
 #include "KQC/Handle.h"
 #include "KQC/Message.h"
 
@@ -98,8 +99,7 @@ public:
     boost::shared_ptr<KQCEventLoopPipePrototype> create(const std::string& name, void* env) const;
 
 private:
-    mutable std::mutex m_mutex;
-    std::map<std::string, Creator> m_creators;
+    KQCClassRegistry<Creator> m_classes{"pipe class"};
 };
 
 // The process-wide registry.

@@ -14,6 +14,7 @@
 // objects are shared.
 // Thread safety: registries are locked; records belong to one thread.
 // Failure: 0, or -1 with the thread's error message set.
+#include "KQC/ClassRegistry.h"
 #include "KQC/Error.h"
 #include "KQC/Message.h"
 
@@ -167,8 +168,7 @@ public:
                boost::shared_ptr<KQCPluginPrototype>& out) const;
 
 private:
-    mutable std::mutex m_mutex;
-    std::map<std::string, Creator> m_creators;
+    KQCClassRegistry<Creator> m_classes{"plug-in class"};
 };
 
 // The process-wide registry.
