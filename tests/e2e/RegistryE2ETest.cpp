@@ -147,8 +147,9 @@ TEST(RegistryRaceE2ETest, AgentsRacingOverNewContainersGiveEachOneEid)
             const auto& env = value.as_object();
             std::string veid = std::to_string(env.at("veid").as_int64());
             EXPECT_EQ(env.at("eid").as_string().c_str(), host.read("kq/private/" + veid + "/.kqs/eid.conf")) << veid;
-            if (veid == std::to_string(first))
+            if (veid == std::to_string(first)) {
                 EXPECT_EQ(*answered.begin(), env.at("eid").as_string().c_str());
+            }
         }
     }
 }

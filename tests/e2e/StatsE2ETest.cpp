@@ -95,8 +95,9 @@ TEST_F(StatsE2ETest, QuotaNotLoadedInTheKernelIsReadByTheToolWhoseExitTenCounts)
     for (const auto& exit : exits) {
         kqtest::writeFile(host.path("etc/kqsim/faults"), std::string(exit.rule) + "\n");
         boost::json::object result = stat("quota", exit.rc);
-        if (exit.rc != 0)
+        if (exit.rc != 0) {
             EXPECT_EQ(result["error"].as_string(), "quota might not be properly initialized in Container 101");
+        }
     }
 }
 

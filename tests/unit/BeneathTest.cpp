@@ -63,8 +63,9 @@ TEST_F(BeneathTest, OnlyOrdinaryRelativeNamesAreAccepted)
     };
     for (const Case& c : cases) {
         EXPECT_EQ(c.accepted ? 0 : -1, KQC::checkBeneathName(c.name)) << c.name;
-        if (!c.accepted)
+        if (!c.accepted) {
             EXPECT_EQ(EINVAL, errno) << c.name;
+        }
     }
     // Each part handed to the system ends at its NUL: "..\0" would be "..".
     EXPECT_EQ(-1, KQC::checkBeneathName(std::string("x/..\0/..\0/y", 11)));

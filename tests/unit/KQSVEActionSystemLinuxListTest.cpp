@@ -498,9 +498,10 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, UnreadableConfigurationsAreNamedGon
         SCOPED_TRACE(c.veid);
         EXPECT_EQ(c.listed, list.count(c.veid) == 1);
         ASSERT_EQ(c.named, unreadable.count(c.veid) == 1);
-        if (c.named)
+        if (c.named) {
             EXPECT_NE(std::string::npos, unreadable[c.veid].find(m_host.path(Host::configPath(c.veid))))
                 << unreadable[c.veid];
+        }
     }
 }
 

@@ -62,8 +62,9 @@ TEST_F(ActionTest, ToolExitCodesBecomeResultsWithTheToolsText)
         EXPECT_EQ(c.result, run(CmdType(KQSVEActionSystemLinux::START, false))) << c.exit;
         std::string message = KQC::getErrorMessage();
         EXPECT_EQ(0u, message.find("kqctl start 101 failed: ")) << message;
-        if (std::string(c.exit) != "signal:9")
+        if (std::string(c.exit) != "signal:9") {
             EXPECT_EQ("kqctl start 101 failed: Container is broken", message);
+        }
     }
 }
 

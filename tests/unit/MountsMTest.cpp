@@ -91,8 +91,9 @@ TEST(MountsMTest, ScriptsAreRewrittenUpToTheirExit)
         std::istringstream in(c.script);
         std::ostringstream out;
         EXPECT_EQ(MountsM::processMountInFile(in, out, info, c.mode, c.remove), c.expected) << c.what;
-        if (c.expected == 0)
+        if (c.expected == 0) {
             EXPECT_EQ(out.str(), c.result) << c.what;
+        }
     }
 }
 
