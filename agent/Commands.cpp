@@ -23,4 +23,15 @@ std::string& addCT(CommandLine& cli, CLI::App& command, bool required)
     return ct;
 }
 
+Runner onEnvironment(const CtRef& ct, std::function<Outcome(Session&, const KQC::KQCEID&)> body)
+{
+    return [ct, body](Session& session) {
+        Outcome outcome;
+        KQC::KQCEID eid;
+        if (session.resolve(ct, eid, outcome) != 0)
+            return outcome;
+        return body(session, eid);
+    };
+}
+
 } // namespace kqagent

@@ -20,4 +20,9 @@ void addMountCommands(CommandLine& cli);
 // an optional one left out reads as a missing CT).
 std::string& addCT(CommandLine& cli, CLI::App& command, bool required = true);
 
+// The Runner of a command on one environment: resolves `ct` first (an
+// unknown VEID is the registry's answer, and `body` does not run), then
+// runs `body` with the environment's EID.
+Runner onEnvironment(const CtRef& ct, std::function<Outcome(Session&, const KQC::KQCEID&)> body);
+
 } // namespace kqagent

@@ -62,11 +62,8 @@ void addNativeConfig(CommandLine& cli, CLI::App& group)
         std::string& ctText = addCT(cli, command);
         return [&ctText] {
             CtRef ct = parseCT(ctText);
-            return Runner([ct](Session& session) {
+            return onEnvironment(ct, [](Session& session, const KQC::KQCEID& eid) {
                 Outcome outcome;
-                KQC::KQCEID eid;
-                if (session.resolve(ct, eid, outcome) != 0)
-                    return outcome;
                 boost::shared_ptr<KQC::KQCVEnvConfig> config;
                 int rc = environmentConfig(session, eid, config);
                 if (rc != 0)

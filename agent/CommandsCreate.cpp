@@ -197,11 +197,8 @@ void addSet(CommandLine& cli)
                         KQC::KQCStringSet cats(categories.begin(), categories.end());
                         KQC::KQCStringSet params(parameters.begin(), parameters.end());
                         std::string mode = setMode;
-                        return Runner([ct, id, cats, params, mode](Session& session) {
+                        return onEnvironment(ct, [id, cats, params, mode](Session& session, const KQC::KQCEID& eid) {
                             Outcome outcome;
-                            KQC::KQCEID eid;
-                            if (session.resolve(ct, eid, outcome) != 0)
-                                return outcome;
                             return resultOf(session.envM().set(eid, id, mode.empty() ? nullptr : mode.c_str(),
                                                                params, cats));
                         });
@@ -211,11 +208,8 @@ void addSet(CommandLine& cli)
                     boost::shared_ptr<KQS::KQSEnvConfig> config = configOf(options);
                     KQC::KQCStringSet keys(unset.begin(), unset.end());
                     std::string mode = setMode;
-                    return Runner([ct, config, keys, mode](Session& session) {
+                    return onEnvironment(ct, [config, keys, mode](Session& session, const KQC::KQCEID& eid) {
                         Outcome outcome;
-                        KQC::KQCEID eid;
-                        if (session.resolve(ct, eid, outcome) != 0)
-                            return outcome;
                         boost::shared_ptr<KQC::KQCEnvConfig> now;
                         outcome = resultOf(
                             session.envM().set(eid, *config, &now, keys, false, mode.empty() ? nullptr : mode.c_str()));
@@ -239,11 +233,8 @@ void addPassword(CommandLine& cli)
         return [&ctText, &user] {
             CtRef ct = parseCT(ctText);
             std::string who = user;
-            return Runner([ct, who](Session& session) {
+            return onEnvironment(ct, [who](Session& session, const KQC::KQCEID& eid) {
                 Outcome outcome;
-                KQC::KQCEID eid;
-                if (session.resolve(ct, eid, outcome) != 0)
-                    return outcome;
                 std::string password;
                 std::getline(std::cin, password);
                 return resultOf(session.kqsEnvM().setUserPassword(eid, who, password));

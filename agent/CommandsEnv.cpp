@@ -56,11 +56,8 @@ void addInfo(CommandLine& cli)
         return [&ctText, &maskText] {
             CtRef ct = parseCT(ctText);
             unsigned int mask = static_cast<unsigned int>(parseNumber(maskText, "mask"));
-            return Runner([ct, mask](Session& session) {
+            return onEnvironment(ct, [mask](Session& session, const KQC::KQCEID& eid) {
                 Outcome outcome;
-                KQC::KQCEID eid;
-                if (session.resolve(ct, eid, outcome) != 0)
-                    return outcome;
                 KQC::KQCEnvVector envs;
                 outcome = resultOf(session.envM().getInfo(KQC::KQCEIDSet{eid}, envs, mask));
                 if (!envs.empty())
@@ -87,11 +84,8 @@ void addAction(CommandLine& cli, const std::string& name, ActionCall call, bool 
         return [&ctText, &fast, call] {
             CtRef ct = parseCT(ctText);
             bool isFast = fast;
-            return Runner([call, ct, isFast](Session& session) {
+            return onEnvironment(ct, [call, isFast](Session& session, const KQC::KQCEID& eid) {
                 Outcome outcome;
-                KQC::KQCEID eid;
-                if (session.resolve(ct, eid, outcome) != 0)
-                    return outcome;
                 return resultOf(call(session.kqsEnvM(), eid, isFast));
             });
         };

@@ -67,11 +67,8 @@ void addKill(CommandLine& cli)
             if (number < 0 || number > INT_MAX)
                 throw UsageError("signal '" + signalText + "' is out of range");
             int signal = static_cast<int>(number);
-            return Runner([ct, pids, signal](Session& session) {
+            return onEnvironment(ct, [pids, signal](Session& session, const KQC::KQCEID& eid) {
                 Outcome outcome;
-                KQC::KQCEID eid;
-                if (session.resolve(ct, eid, outcome) != 0)
-                    return outcome;
                 return resultOf(processM(session)->kill(eid, pids, signal));
             });
         };

@@ -51,11 +51,8 @@ void addPrivate(CommandLine& cli, CLI::App& group, bool put)
         return [&ctText, &name, put] {
             CtRef ct = parseCT(ctText);
             std::string file = name;
-            return Runner([ct, file, put](Session& session) {
+            return onEnvironment(ct, [file, put](Session& session, const KQC::KQCEID& eid) {
                 Outcome outcome;
-                KQC::KQCEID eid;
-                if (session.resolve(ct, eid, outcome) != 0)
-                    return outcome;
                 if (put) {
                     std::string data((std::istreambuf_iterator<char>(std::cin)), std::istreambuf_iterator<char>());
                     return resultOf(session.kqsEnvM().putPrivate(eid, file, data));

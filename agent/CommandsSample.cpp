@@ -185,11 +185,8 @@ void addFrom(CommandLine& cli, CLI::App& group)
         std::string& ctText = addCT(cli, command);
         return [&ctText] {
             CtRef ct = parseCT(ctText);
-            return Runner([ct](Session& session) {
+            return onEnvironment(ct, [](Session& session, const KQC::KQCEID& eid) {
                 Outcome outcome;
-                KQC::KQCEID eid;
-                if (session.resolve(ct, eid, outcome) != 0)
-                    return outcome;
                 KQC::KQCGUID newId;
                 outcome = resultOf(session.sampleM().cloneToSample(eid, &newId));
                 if (outcome.rc == 0)

@@ -13,11 +13,8 @@ void addStat(CommandLine& cli, CLI::App& stat, const std::string& name, StatQuer
         std::string& ctText = addCT(cli, command);
         return [&ctText, query] {
             CtRef ct = parseCT(ctText);
-            return Runner([ct, query](Session& session) {
+            return onEnvironment(ct, [query](Session& session, const KQC::KQCEID& eid) {
                 Outcome outcome;
-                KQC::KQCEID eid;
-                if (session.resolve(ct, eid, outcome) != 0)
-                    return outcome;
                 return query(*kqStat(session), eid);
             });
         };

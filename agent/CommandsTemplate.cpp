@@ -112,11 +112,8 @@ void addChange(CommandLine& cli, CLI::App& group, bool adding)
             for (const std::string& text : names)
                 templates.push_back(KQS::KQSTemplate::fromString(text));
             const bool forced = force, flagged = flag;
-            return Runner([ct, templates, forced, flagged, adding](Session& session) {
+            return onEnvironment(ct, [templates, forced, flagged, adding](Session& session, const KQC::KQCEID& eid) {
                 Outcome outcome;
-                KQC::KQCEID eid;
-                if (session.resolve(ct, eid, outcome) != 0)
-                    return outcome;
                 boost::shared_ptr<KQS::KQSTEM> holder;
                 KQS::KQSTEM& manager = templateManager(session, holder);
                 return resultOf(adding ? manager.add(eid, templates, forced, flagged)

@@ -161,6 +161,9 @@ public:
     // on it; on success the client is told that the container's
     // configuration changed.
     int actionWithVPS(const KQC::KQCEID& eid, const KQSVEActionSystemLinux::CmdType& cmd);
+    // The VEID of an environment the client may change (right 62): 0, 414,
+    // or -8 with "can't find ctid by env".
+    int veidForChange(const KQC::KQCEID& eid, int& veid);
 
     // Host virtualization settings ("/etc/sysconfig/kq"). 0, or -1 with
     // "open '%s' : %s" / "parse '%s' config".

@@ -13,21 +13,29 @@ namespace KQS {
 
 typedef KQSVEActionSystemLinux Actions;
 
+int KQSEnvMLocal::veidForChange(const KQC::KQCEID& eid, int& veid)
+{
+    int rc = KQC::KQCAccessChecker::accessCheck(KQC::KQCAccessChecker::getClientContext(access()), eid,
+                                               KQC::RIGHT_ENV_SET);
+    if (rc != KQS_OK)
+        return rc;
+    if (findByEid(eid, &veid) != KQS_OK) {
+        KQC::setErrorMessage("can't find ctid by env");
+        return KQS_ERR_NO_ENV;
+    }
+    return KQS_OK;
+}
+
 int KQSEnvMLocal::actionWithVPS(const KQC::KQCEID& eid, const KQSVEActionSystemLinux::CmdType& cmd)
 {
     // No right is named for the actions. Each changes the environment as
     // much as a change of its configuration does (destroy more so), so all
     // eight ask for the right to change that environment, before anything
     // else is looked at.
-    int rc = KQC::KQCAccessChecker::accessCheck(KQC::KQCAccessChecker::getClientContext(access()), eid,
-                                               KQC::RIGHT_ENV_SET);
+    int veid = 0;
+    int rc = veidForChange(eid, veid);
     if (rc != KQS_OK)
         return rc;
-    int veid = 0;
-    if (findByEid(eid, &veid) != KQS_OK) {
-        KQC::setErrorMessage("can't find ctid by env");
-        return KQS_ERR_NO_ENV;
-    }
     rc = Actions::action(*this, veid, cmd);
     if (rc != KQS_OK)
         return rc;

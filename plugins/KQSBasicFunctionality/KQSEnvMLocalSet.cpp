@@ -269,15 +269,10 @@ int KQSEnvMLocal::set(const KQC::KQCEID& eid, const KQC::KQCGUID& sampleId, cons
 int KQSEnvMLocal::setUserPassword(const KQC::KQCEID& eid, const std::string& user, const std::string& password)
 {
     return KQC::guardedCall("setUserPassword", [&] {
-        int rc = KQC::KQCAccessChecker::accessCheck(KQC::KQCAccessChecker::getClientContext(access()), eid,
-                                                   KQC::RIGHT_ENV_SET);
+        int veid = 0;
+        int rc = veidForChange(eid, veid);
         if (rc != KQS_OK)
             return rc;
-        int veid = 0;
-        if (findByEid(eid, &veid) != KQS_OK) {
-            KQC::setErrorMessage("can't find ctid by env");
-            return int(KQS_ERR_NO_ENV);
-        }
         return KQSVEActionSystemLinux::setUserPassword(*this, veid, user, password);
     });
 }
