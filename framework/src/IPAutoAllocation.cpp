@@ -51,13 +51,35 @@ std::string Director::leasesPath() { return KQCInstanceFolders::base().leaf("ip-
 int Director::construct(BuilderBase& builder)
 {
     for (size_t i = 0; i < builder.adapterCount(); ++i)
-        if (int rc = builder.buildAdapter(i, *this))
+        if (int rc = builder.buildAdapter(i, *this)) {
+            releaseMine();
             return rc;
+        }
     // The leases now speak for the addresses until the containers' own
     // configurations do.
     m_lock.reset();
     m_prepared = false;
+    m_mine.clear();
     return KQC_OK;
+}
+
+// A creation that fails gives its addresses back at once rather than
+// holding them until its lease runs out.
+void Director::releaseMine()
+{
+    if (m_mine.empty() || !m_lock.isValid())
+        return;
+    std::vector<Lease> kept;
+    for (const Lease& lease : m_leases)
+        if (!m_mine.count(lease.address))
+            kept.push_back(lease);
+    m_leases.swap(kept);
+    for (const std::string& address : m_mine)
+        m_used.erase(address);
+    m_mine.clear();
+    const std::string why = getErrorMessage();
+    (void)saveLeases();
+    setErrorMessage("%s", why.c_str());
 }
 
 int Director::allocate(KQCIPAddress::Family family, const std::string& adapter, KQCIPAddress& out)
@@ -71,6 +93,7 @@ int Director::allocate(KQCIPAddress::Family family, const std::string& adapter, 
         return rc;
     }
     m_used.insert(chosen.address());
+    m_mine.insert(chosen.address());
     m_leases.push_back(Lease{chosen.address(), static_cast<long>(::getpid()),
                              static_cast<long>(::time(nullptr)) + kLeaseSeconds});
     if (saveLeases() != 0) {

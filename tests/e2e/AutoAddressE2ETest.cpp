@@ -139,6 +139,8 @@ TEST_F(AutoAddressE2ETest, APoolThatCannotServeStopsTheCreationBeforeAnythingIsM
         EXPECT_NE(std::string::npos, std::string(result.at("error").as_string()).find(c.message)) << run.out;
         EXPECT_EQ(1u, listedCount()) << c.message;
     }
+    // The creation that got one address of two gave it back.
+    EXPECT_EQ(std::string::npos, host.read("var/lib/kqagent/ip-pool.leases").find("10.7.0.2 "));
 }
 
 TEST_F(AutoAddressE2ETest, AutomaticAddressesAreForCreationOnAnAdapter)

@@ -63,7 +63,7 @@ public:
     ~Director();
 
     // Has the builder fill each adapter in turn; the first non-zero result
-    // stops it and is returned.
+    // stops it, gives back the addresses leased so far and is returned.
     [[nodiscard]] int construct(BuilderBase& builder);
     // One free address of the family for the adapter, leased to this
     // process at once.
@@ -79,6 +79,7 @@ private:
     [[nodiscard]] int collectListed();
     [[nodiscard]] int loadLeases();
     [[nodiscard]] int saveLeases() const;
+    void releaseMine();
 
     struct Lease {
         std::string address;
@@ -92,6 +93,7 @@ private:
     KQCIPPool m_pool;
     std::set<std::string> m_used;
     std::vector<Lease> m_leases;
+    std::set<std::string> m_mine;  // leased by this director's construct()
 };
 
 } // namespace IPAutoAllocation
