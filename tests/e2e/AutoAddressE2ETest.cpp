@@ -43,9 +43,13 @@ protected:
     kqtest::TempHost host;
 };
 
-TEST_F(AutoAddressE2ETest, AnAutomaticAddressSkipsTheOnesInUseAndIsListed)
+class AutoAddressPoolE2ETest : public AutoAddressE2ETest {
+protected:
+    std::string simulatorOptions() const override { return "--ip-pool 10.7.0.0/29"; }
+};
+
+TEST_F(AutoAddressPoolE2ETest, AnAutomaticAddressSkipsTheOnesInUseAndIsListed)
 {
-    host.write(kPool, "# containers of the lab\n10.7.0.0/29\n");
     ASSERT_EQ(0, host.kqsim("add 101 --state running --ip 10.7.0.1/29"));
 
     kqtest::RunResult made = create({"--name", "auto1", "--ip", "auto"});
