@@ -41,7 +41,7 @@ ConfigOptions addConfigOptions(CommandLine& cli, CLI::App& command)
     options.nameGiven = command.add_option("--name", *options.name, "name");
     options.hostnameGiven = command.add_option("--hostname", *options.hostname, "host name");
     options.descriptionGiven = command.add_option("--description", *options.description, "description");
-    command.add_option("--ip", *options.addresses, "ADDRESS[/PREFIX]")->allow_extra_args(false);
+    command.add_option("--ip", *options.addresses, "ADDRESS[/PREFIX], or auto/auto6 (create)")->allow_extra_args(false);
     command.add_option("--nameserver", *options.nameservers, "name server")->allow_extra_args(false);
     command.add_option("--netif", *options.netifs, "adapter: key=value,...")->allow_extra_args(false);
     return options;
@@ -59,15 +59,44 @@ std::string configQuoted(const std::string& text)
     return out + "\"";
 }
 
+// "auto" and "auto6" ask for an address from the host's pool; the request
+// carries them as the unspecified address of the family. "" for any other
+// text.
+std::string automaticAddress(const std::string& text)
+{
+    if (text == "auto")
+        return "0.0.0.0";
+    if (text == "auto6")
+        return "::";
+    return std::string();
+}
+
+// One adapter spec with its "ip=auto" items in the request's form.
+std::string withAutomaticAddresses(const std::string& adapter, bool creating)
+{
+    std::string out;
+    std::istringstream items(adapter);
+    std::string item;
+    while (std::getline(items, item, ',')) {
+        if (item.compare(0, 3, "ip=") == 0 && !automaticAddress(item.substr(3)).empty()) {
+            if (!creating)
+                throw UsageError("--netif '" + adapter + "': automatic addresses are handed out by create only");
+            item = "ip=" + automaticAddress(item.substr(3));
+        }
+        out += (out.empty() ? "" : ",") + item;
+    }
+    return out;
+}
+
 // Adapters in the configuration file's own form, read by the same parser
 // that reads containers' files, so that one syntax holds everywhere.
-KQS::KQSNetVEthList parseAdapters(const std::vector<std::string>& adapters)
+KQS::KQSNetVEthList parseAdapters(const std::vector<std::string>& adapters, bool creating)
 {
     std::string joined;
     for (const std::string& adapter : adapters) {
         if (adapter.find(';') != std::string::npos)
             throw UsageError("--netif '" + adapter + "': one adapter per option");
-        joined += (joined.empty() ? "" : ";") + adapter;
+        joined += (joined.empty() ? "" : ";") + withAutomaticAddresses(adapter, creating);
     }
     KQC::KQCVocMap vocabularies;
     KQS::KQSEnvConfig config;
@@ -76,6 +105,10 @@ KQS::KQSNetVEthList parseAdapters(const std::vector<std::string>& adapters)
         throw UsageError("--netif: " + std::string(KQC::getErrorMessage()));
     KQC::KQCOptionalProperty<KQS::KQSNetVEthList> veths;
     config.getNetVEths(veths);
+    // A file always has the default host-routed adapter, so the reader adds
+    // it last when the file names none; the request wants only those given.
+    if (veths.get().size() == adapters.size() + 1 && veths.get().back().isDefaultHostRouted())
+        veths.get().pop_back();
     if (veths.get().size() != adapters.size())
         throw UsageError("--netif: malformed adapter list");
     std::set<std::string> names;
@@ -89,7 +122,10 @@ KQS::KQSNetVEthList parseAdapters(const std::vector<std::string>& adapters)
 }
 
 // The configuration the options ask for: only what was given is specified.
-boost::shared_ptr<KQS::KQSEnvConfig> configOf(const ConfigOptions& options)
+// An automatic address (--ip auto) can only be asked for on an adapter, so
+// without --netif the addresses go on the default host-routed adapter,
+// which is where a container's own addresses live anyway.
+boost::shared_ptr<KQS::KQSEnvConfig> configOf(const ConfigOptions& options, bool creating)
 {
     auto config = boost::make_shared<KQS::KQSEnvConfig>();
     if (options.nameGiven->count())
@@ -98,20 +134,33 @@ boost::shared_ptr<KQS::KQSEnvConfig> configOf(const ConfigOptions& options)
         config->setHostname(*options.hostname);
     if (options.descriptionGiven->count())
         config->setDescription(*options.description);
-    if (!options.addresses->empty()) {
-        KQC::KQCIPAddressList addresses;
-        for (const std::string& text : *options.addresses) {
-            KQC::KQCIPAddress address;
-            if (address.fromString(text) != 0)
-                throw UsageError("--ip '" + text + "' is not an address");
-            addresses.push_back(address);
-        }
+    bool automatic = false;
+    KQC::KQCIPAddressList addresses;
+    for (const std::string& text : *options.addresses) {
+        const std::string wanted = automaticAddress(text);
+        automatic = automatic || !wanted.empty();
+        KQC::KQCIPAddress address;
+        if (address.fromString(wanted.empty() ? text : wanted) != 0)
+            throw UsageError("--ip '" + text + "' is not an address");
+        addresses.push_back(address);
+    }
+    if (automatic && !creating)
+        throw UsageError("--ip auto: automatic addresses are handed out by create only");
+    if (automatic && !options.netifs->empty())
+        throw UsageError("--ip auto: with --netif, ask on the adapter (ip=auto)");
+    if (automatic) {
+        KQS::KQSNetVEth hostRouted;
+        hostRouted.setName(KQS::kDefaultHostRoutedName);
+        hostRouted.setHostRouted(true);
+        hostRouted.setAddresses(addresses);
+        config->setNetVEths(KQS::KQSNetVEthList{hostRouted});
+    } else if (!addresses.empty()) {
         config->setAddresses(addresses);
     }
     if (!options.nameservers->empty())
         config->setNameservers(KQC::KQCStringList(options.nameservers->begin(), options.nameservers->end()));
     if (!options.netifs->empty())
-        config->setNetVEths(parseAdapters(*options.netifs));
+        config->setNetVEths(parseAdapters(*options.netifs, creating));
     return config;
 }
 
@@ -136,7 +185,7 @@ void addCreate(CommandLine& cli)
                 command.add_option("--ve-root", veRoot, "root path template");
                 command.add_option("--ve-private", vePrivate, "private path template");
                 return [=, &eidText, &veidText, &sampleText, &osTemplate, &veRoot, &vePrivate] {
-                    boost::shared_ptr<KQS::KQSEnvConfig> config = configOf(options);
+                    boost::shared_ptr<KQS::KQSEnvConfig> config = configOf(options, true);
                     KQC::KQCEID eid;
                     if (!eidText.empty() && eid.fromString(eidText) != 0)
                         throw UsageError("--eid '" + eidText + "' is not an environment identifier");
@@ -205,7 +254,7 @@ void addSet(CommandLine& cli)
                     }
                     if (!categories.empty() || !parameters.empty())
                         throw UsageError("--category and --param need --sample");
-                    boost::shared_ptr<KQS::KQSEnvConfig> config = configOf(options);
+                    boost::shared_ptr<KQS::KQSEnvConfig> config = configOf(options, false);
                     KQC::KQCStringSet keys(unset.begin(), unset.end());
                     std::string mode = setMode;
                     return onEnvironment(ct, [config, keys, mode](Session& session, const KQC::KQCEID& eid) {

@@ -1,4 +1,5 @@
-// Commands on configuration samples: list, show, add, del, clone, from, set.
+// Commands on configuration samples: list, show, add, del, clone, from, set,
+// import.
 #include "Commands.h"
 #include "EnvJson.h"
 
@@ -24,7 +25,7 @@ KQC::KQCGUID parseSampleId(const std::string& text)
 // A sample from a file in the configuration files' own format; its NAME
 // names the sample. The file is the user's, but it is still read with the
 // host-file bounds: a FIFO or a huge file is refused, not read.
-KQC::KQCEnvSample readSampleFile(const std::string& path, Outcome& outcome)
+KQC::KQCEnvSample readSampleFile(const std::string& path, Outcome& outcome, bool keepIdentity = false)
 {
     KQC::KQCEnvSample sample;
     std::string text;
@@ -42,7 +43,12 @@ KQC::KQCEnvSample readSampleFile(const std::string& path, Outcome& outcome)
         outcome.rc = -1;
         outcome.error = "can't parse sample file '" + path + "': " + KQC::getErrorMessage();
     }
-    // The file's own UUID would make this another copy of that sample.
+    KQC::KQCOptionalProperty<std::string> uuid;
+    sample.config->getUUID(uuid);
+    // An imported file brings its sample's identity along; for an added one
+    // the file's UUID would make this another copy of that sample.
+    if (keepIdentity && uuid.isSpecified() && sample.id.fromString(uuid.get()) != 0)
+        sample.id = KQC::KQCGUID();
     sample.config->setUUID(KQC::KQCOptionalProperty<std::string>());
     return sample;
 }
@@ -197,6 +203,29 @@ void addFrom(CommandLine& cli, CLI::App& group)
     });
 }
 
+void addImport(CommandLine& cli, CLI::App& group)
+{
+    cli.add(group, "import", "sample import FILE", [&cli](CLI::App& command) -> Build {
+        auto& file = cli.value<std::string>();
+        command.add_option("FILE", file, "sample file (its UUID is kept when this host does not use it)")
+            ->required();
+        return [&file] {
+            std::string path = file;
+            return Runner([path](Session& session) {
+                Outcome outcome;
+                KQC::KQCEnvSample sample = readSampleFile(path, outcome, true);
+                if (outcome.rc != 0)
+                    return outcome;
+                KQC::KQCGUID id;
+                outcome = resultOf(session.sampleM().importSample(sample, &id));
+                if (outcome.rc == 0)
+                    outcome.payload["id"] = id.toString();
+                return outcome;
+            });
+        };
+    });
+}
+
 } // namespace
 
 void addSampleCommands(CommandLine& cli)
@@ -209,6 +238,7 @@ void addSampleCommands(CommandLine& cli)
     addClone(cli, group);
     addFrom(cli, group);
     addSet(cli, group);
+    addImport(cli, group);
 }
 
 } // namespace kqagent

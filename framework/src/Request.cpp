@@ -2,6 +2,10 @@
 
 #include "KQC/Exec.h"
 
+#include <cstdarg>
+#include <cstdio>
+#include <vector>
+
 namespace KQC {
 
 void KQCRequestLocal::setProgressOutputHandler(GenExec& exec) const
@@ -19,6 +23,26 @@ void KQCRequestLocal::reportProgress(const std::string& line) const
 {
     if (m_access)
         m_access->progress(line);
+}
+
+void KQCRequestContextLocal::reportProgress(const std::string& line) const
+{
+    if (m_access)
+        m_access->progress(line);
+}
+
+void KQCRequestContextLocal::freportProgress(const char* format, ...) const
+{
+    if (!m_access)
+        return;
+    std::vector<char> line(kMaxProgressLine + 1);
+    va_list args;
+    va_start(args, format);
+    const int length = std::vsnprintf(line.data(), line.size(), format, args);
+    va_end(args);
+    if (length < 0)
+        return;
+    m_access->progress(line.data());
 }
 
 } // namespace KQC

@@ -1,4 +1,4 @@
-// kqsim init ROOT [--ipv6]: an empty simulated host.
+// kqsim init ROOT [--ipv6] [--ip-pool RANGE]...: an empty simulated host.
 #include "Commands.h"
 #include "HostFiles.h"
 
@@ -144,9 +144,13 @@ int commandInit(const Arguments& args)
 {
     bool ipv6 = false;
     std::string root;
-    for (const std::string& arg : args) {
+    std::string pool;  // the agent's address pool, one range a line
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
         if (arg == "--ipv6")
             ipv6 = true;
+        else if (arg == "--ip-pool" && i + 1 < args.size())
+            pool += args[++i] + "\n";
         else if (root.empty() && !arg.empty() && arg[0] != '-')
             root = arg;
         else
@@ -158,6 +162,9 @@ int commandInit(const Arguments& args)
     if (int refused = checkTarget(host.root))
         return refused;
     if (buildHost(host, ipv6) != 0)
+        return failWithErrorMessage();
+    // Written as given: checking the ranges is the agent's business.
+    if (!pool.empty() && writeFileAtomic(host.path("/etc/kqagent/ip-pool.conf"), pool) != 0)
         return failWithErrorMessage();
     return 0;
 }

@@ -44,7 +44,7 @@ const Subcommand kSubcommands[] = {
 };
 
 const char kUsage[] =
-    "usage: kqsim init ROOT [--ipv6]\n"
+    "usage: kqsim init ROOT [--ipv6] [--ip-pool RANGE]...\n"
     "       kqsim add ROOT VEID [--state stopped|mounted|suspended|running] [--name N]\n"
     "                 [--hostname H] [--ip ADDR]... [--ostemplate T] [--type N]\n"
     "                 [--netif SPEC]... [--offline-management yes|no] [--layout 3|4]\n"

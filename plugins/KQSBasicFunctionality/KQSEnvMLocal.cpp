@@ -8,6 +8,7 @@
 
 #include "KQS/Env.h"
 #include "KQC/Beneath.h"
+#include "KQC/EnvCache.h"
 #include "KQC/Boundary.h"
 #include "KQC/Error.h"
 #include "KQC/Files.h"
@@ -556,6 +557,26 @@ int KQSEnvMLocal::putPrivate(const KQC::KQCEID& eid, const std::string& name, co
         std::string copy = data;
         return processPrivate(eid, name, copy, false, false);
     });
+}
+
+// ---- rights over the host's containers ----
+
+int KQSEnvMLocal::checkAccessToChilds(int right)
+{
+    boost::shared_ptr<KQC::KQCClientContext> context = KQC::KQCAccessChecker::getClientContext(access());
+    if (KQC::KQCAccessChecker::accessCheck(context, right) == KQS_OK)
+        return KQS_OK;
+    KQC::KQCEIDSet children;
+    boost::shared_ptr<KQC::KQCEnvList> cached = KQC::envCache()->getEnvList();
+    for (const boost::shared_ptr<KQC::KQCEnv>& env : *cached)
+        if (env && env->getType() == kCorvantisKey)
+            children.insert(env->getEID());
+    if (KQC::KQCAccessChecker::accessCheck(context, children, KQC::RIGHT_ENV_SET_FROM_SAMPLE, true) == KQS_OK
+        && !children.empty())
+        return KQS_OK;
+    // The refusal names the right the client asked with, not the fallback.
+    (void)KQC::KQCAccessChecker::accessCheck(context, right);
+    return KQC_ERR_ACCESS_DENIED;
 }
 
 } // namespace KQS

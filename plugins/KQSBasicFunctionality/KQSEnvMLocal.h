@@ -165,6 +165,12 @@ public:
     // or -8 with "can't find ctid by env".
     int veidForChange(const KQC::KQCEID& eid, int& veid);
 
+    // Whether the client may do something host-wide that needs `right`:
+    // 0 when it holds the right on the host, or when it holds right 23 on
+    // the host's containers (the cached environments of this plug-in's
+    // type) and there is at least one; else 414 with the message set.
+    int checkAccessToChilds(int right);
+
     // Host virtualization settings ("/etc/sysconfig/kq"). 0, or -1 with
     // "open '%s' : %s" / "parse '%s' config".
     int getVtSettings(KQSVtSettings& settings);

@@ -9,14 +9,12 @@
 
 #include "KQC/Computer.h"
 #include "KQC/Error.h"
+#include "KQC/NetworkResource.h"
+#include "KQS/IPAutoAllocation.h"
 #include "KQS/Notifications.h"
 
 #include <boost/algorithm/string/predicate.hpp>
 #include <boost/make_shared.hpp>
-
-#include <arpa/inet.h>
-#include <netdb.h>
-#include <sys/socket.h>
 
 namespace KQS {
 namespace {
@@ -46,42 +44,29 @@ bool isCompatibleHost(const KQC::KQCEnvSample& sample)
 
 namespace {
 
-// The host name of the container's first address, by the resolver's
-// reverse lookup; false when it has none or the lookup finds none.
-bool resolveIP(const KQSEnvConfig& config, std::string& hostname)
-{
-    KQC::KQCOptionalProperty<KQC::KQCIPAddressList> addresses;
-    config.getAddresses(addresses);
-    if (addresses.get().empty())
-        return false;
-    const std::string text = addresses.get().front().toString();
-    const std::string bare = text.substr(0, text.find('/'));
-    sockaddr_storage storage{};
-    socklen_t length = 0;
-    if (::inet_pton(AF_INET, bare.c_str(), &reinterpret_cast<sockaddr_in*>(&storage)->sin_addr) == 1) {
-        storage.ss_family = AF_INET;
-        length = sizeof(sockaddr_in);
-    } else if (::inet_pton(AF_INET6, bare.c_str(), &reinterpret_cast<sockaddr_in6*>(&storage)->sin6_addr) == 1) {
-        storage.ss_family = AF_INET6;
-        length = sizeof(sockaddr_in6);
-    } else {
-        return false;
-    }
-    char name[NI_MAXHOST];
-    if (::getnameinfo(reinterpret_cast<sockaddr*>(&storage), length, name, sizeof name, nullptr, 0, NI_NAMEREQD) != 0)
-        return false;
-    hostname = name;
-    return true;
-}
-
 // Completes the addresses and names of a configuration being created.
 class Builder {
 public:
     explicit Builder(KQSEnvConfig& config) : m_config(config) {}
 
-    // Adapters that ask for addresses from the host's pool get them. No
-    // pool is configured on this host type: the adapters stay as given.
-    int autoAllocateIPs(const KQC::KQCAccessProvider&) { return 0; }
+    // Adapters that ask for automatic addresses (the unspecified address
+    // of a family) get free ones from the host's pool; adapters that ask
+    // for none leave the pool and its lock alone.
+    int autoAllocateIPs(const KQC::KQCAccessProvider& access)
+    {
+        KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
+        m_config.getNetVEths(adapters);
+        if (!adapters.isSpecified())
+            return 0;
+        KQS::IPAutoAllocation::Builder builder(adapters.get());
+        if (!builder.wantsAddresses())
+            return 0;
+        KQC::IPAutoAllocation::Director director(access);
+        if (int rc = director.construct(builder))
+            return rc;
+        m_config.setNetVEths(builder.getResult());
+        return 0;
+    }
 
     // "$VEID" in the name becomes the container's number.
     int resolveName()
@@ -93,8 +78,9 @@ public:
         return substituteVeid(name) ? (m_config.setName(name.get()), 0) : 1;
     }
 
-    // "$RESOLVE_IP" asks for the name the resolver gives the first
-    // address; a host name that cannot be resolved is left unset.
+    // "$RESOLVE_IP" asks for the name the resolver gives one of the
+    // container's addresses (resolveIP); a host name that cannot be
+    // resolved is left unset.
     int resolveHostname()
     {
         KQS_LOG().put(4, "[%s] Calling", __func__);
@@ -104,7 +90,7 @@ public:
             return 0;
         if (hostname.get() == "$RESOLVE_IP") {
             std::string resolved;
-            if (!resolveIP(m_config, resolved)) {
+            if (!resolveIP(resolved)) {
                 m_config.setHostname(KQC::KQCOptionalProperty<std::string>());
                 return 1;
             }
@@ -114,7 +100,36 @@ public:
         return substituteVeid(hostname) ? (m_config.setHostname(hostname.get()), 0) : 1;
     }
 
+    // The name the resolver has for `name` (a host name or an address).
+    static bool resolve(const std::string& name, std::string& out)
+    {
+        KQC::KQCNetworkResource resource(name);
+        if (!resource.hasName())
+            return false;
+        out = resource.getName();
+        return true;
+    }
+
 private:
+    // The container's first address that the resolver can name: the
+    // configuration's own addresses first, then each adapter's in order
+    // (automatic ones are filled in by then).
+    bool resolveIP(std::string& hostname) const
+    {
+        KQC::KQCIPAddressList candidates;
+        KQC::KQCOptionalProperty<KQC::KQCIPAddressList> addresses;
+        m_config.getAddresses(addresses);
+        candidates = addresses.get();
+        KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
+        m_config.getNetVEths(adapters);
+        for (const KQSNetVEth& adapter : adapters.get())
+            candidates.insert(candidates.end(), adapter.getAddresses().begin(), adapter.getAddresses().end());
+        for (const KQC::KQCIPAddress& address : candidates)
+            if (!KQC::IPAutoAllocation::isAutomatic(address) && resolve(address.address(), hostname))
+                return true;
+        return false;
+    }
+
     bool substituteVeid(KQC::KQCOptionalProperty<std::string>& text)
     {
         int veid = 0;

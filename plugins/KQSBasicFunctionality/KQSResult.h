@@ -67,6 +67,11 @@ enum KQSMountResult {
 // Framework codes, under the names the plug-in's code uses.
 using KQC::KQC_ERR_ACCESS_DENIED;
 using KQC::KQC_ERR_EXCEPTION;
+// Creation with automatic addresses passes these on from the address pool.
+using KQC::KQC_ERR_IP_POOL_EXHAUSTED;
+using KQC::KQC_ERR_IP_POOL_MALFORMED;
+using KQC::KQC_ERR_IP_POOL_MISSING;
+using KQC::KQC_ERR_IP_POOL_STATE;
 using KQC::KQC_ERR_NO_ENV_FOR_VEID;
 using KQC::KQC_ERR_NOT_SUPPORTED;
 using KQC::KQC_ERR_PROCESS_LIST;

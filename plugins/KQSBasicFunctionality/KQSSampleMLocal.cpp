@@ -237,7 +237,7 @@ int KQSSampleMLocal::addSample(const KQC::KQCEnvSample& sample, KQC::KQCGUID* id
         name = kAnonymous;
     name = generateSampleName(name);
     copy.config->setName(name);
-    reportProgress("Adding template '" + name + "'");
+    getContextLocal().freportProgress("Adding template '%s'", name.c_str());
     if (saveSample(copy) != 0) {
         KQS_LOG().put(1, "[%s] %s", __func__, KQC::getErrorMessage());
         return KQS_ERR_GENERIC;
@@ -295,7 +295,7 @@ int KQSSampleMLocal::delSamples(const KQC::KQCGUIDSet& ids)
         KQC::KQCOptionalProperty<std::string> name;
         sample.config->getName(name);
         const std::string shown = name.isSpecified() ? name.get() : sample.id.toString();
-        reportProgress("Deleting template \"" + shown + "\"");
+        getContextLocal().freportProgress("Deleting template \"%s\"", shown.c_str());
         const std::string path = getSamplePath(sample);
         if (KQC::removeFile(path) != 0) {
             KQC::setErrorMessage("Can't delete system template '%s' : %s", path.c_str(), std::strerror(errno));
@@ -362,6 +362,44 @@ int KQSSampleMLocal::cloneToSample(const KQC::KQCEID& eid, KQC::KQCGUID* newId)
         config->setUUID(KQC::KQCOptionalProperty<std::string>());
         config->unsetVeid();
         return addSample(KQC::KQCEnvSample(KQC::KQCGUID(), config), newId);
+    });
+}
+
+int KQSSampleMLocal::importSample(const KQC::KQCEnvSample& sample, KQC::KQCGUID* id)
+{
+    return KQC::guardedCall("importSample", [&] {
+        // Importing changes the host's store: a client that may create
+        // containers here may, and so may one that applies samples to the
+        // host's containers.
+        KQSEnvMLocal envM(access());
+        if (int rc = envM.checkAccessToChilds(KQC::RIGHT_ENV_CREATE))
+            return rc;
+        if (!sample.config) {
+            KQC::setErrorMessage("Can't import a template without a configuration");
+            return int(KQS_ERR_GENERIC);
+        }
+        KQC::KQCEnvSample copy = sample.deepCopy();
+        // The sample keeps its identity when this host does not know it yet,
+        // so that the same sample is known by one GUID on every host.
+        std::vector<KQC::KQCEnvSample> same;
+        if (!copy.id.isValid() || (getSamplesOf(&same, KQC::KQCGUIDSet{copy.id}) == 0 && !same.empty()))
+            copy.id.generate();
+        copy.config->setUUID(KQC::KQCOptionalProperty<std::string>());
+        copy.config->unsetVeid();
+        std::string name = nameOf(copy);
+        if (name.empty())
+            name = kAnonymous;
+        name = generateSampleName(name);
+        copy.config->setName(name);
+        getContextLocal().freportProgress("Importing template '%s'", name.c_str());
+        if (saveSample(copy) != 0) {
+            std::string why = KQC::getErrorMessage();
+            KQC::setErrorMessage("Can't import template '%s' : %s", name.c_str(), why.c_str());
+            return int(KQS_ERR_GENERIC);
+        }
+        if (id)
+            *id = copy.id;
+        return int(KQS_OK);
     });
 }
 

@@ -33,6 +33,15 @@ public:
     int set(const KQC::KQCGUID& id, const KQC::KQCEnvSample& sample, KQC::KQCEnvSample* out) override;
     int clone(const KQC::KQCGUID& id, KQC::KQCGUID* newId) override;
     int cloneToSample(const KQC::KQCEID& eid, KQC::KQCGUID* newId) override;
+    // Stores a sample that comes from elsewhere. It keeps its GUID when the
+    // GUID is valid and no stored sample has it, else it gets a new one; an
+    // empty name becomes "Anonymous_template", a name in use a unique
+    // variant (generateSampleName); a VEID or UUID it carries is dropped.
+    // Needs right 63 on the host or right 23 on its containers
+    // (KQSEnvMLocal::checkAccessToChilds): 414 otherwise. -1 without a
+    // configuration or when the file cannot be written (nothing is).
+    int importSample(const KQC::KQCEnvSample& sample, KQC::KQCGUID* id) override;
+    using KQSSampleM::importSample;
 
     // `name` unless a stored sample has it, else a unique variant of it.
     std::string generateSampleName(const std::string& name);

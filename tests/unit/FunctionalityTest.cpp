@@ -74,3 +74,30 @@ TEST(FunctionalityTest, AccessCheckerRefusesDeniedRightsWith414)
     auto agent = KQC::KQCAccessChecker::getClientContext(KQC::KQCAccessProvider());
     EXPECT_EQ(0, KQC::KQCAccessChecker::accessCheck(agent, 74));
 }
+
+namespace {
+
+class Listener : public KQC::KQCAccessProviderPrototype {
+public:
+    void progress(const std::string& line) override { lines.push_back(line); }
+    std::vector<std::string> lines;
+};
+
+} // namespace
+
+TEST(FunctionalityTest, ProgressLinesAreFormattedAndCutAtTheLimit)
+{
+    boost::intrusive_ptr<Listener> listener(new Listener);
+    LocalGreeter manager{KQC::KQCAccessProvider(listener)};
+    const std::string longName(KQC::KQCRequestContextLocal::kMaxProgressLine, 'n');
+    manager.getContextLocal().freportProgress("Adding template '%s' (%d%%)", "web", 50);
+    manager.getContextLocal().freportProgress("%s!", longName.c_str());
+    ASSERT_EQ(2u, listener->lines.size());
+    EXPECT_EQ("Adding template 'web' (50%)", listener->lines[0]);
+    EXPECT_EQ(longName, listener->lines[1]);
+
+    // The agent's own internal requests have nobody to tell.
+    LocalGreeter internal{KQC::KQCAccessProvider()};
+    internal.getContextLocal().freportProgress("%s", "dropped");
+    EXPECT_EQ(2u, listener->lines.size());
+}

@@ -1,6 +1,7 @@
 // The sample store and the sample manager on a simulated host.
 #include "KQSSampleMLocal.h"
 
+#include "KQC/EnvCache.h"
 #include "KQC/Error.h"
 #include "KQC/Names.h"
 #include "TempHost.h"
@@ -154,6 +155,76 @@ TEST_F(SampleTest, ANameThatWouldLeaveTheFolderIsRefused)
 {
     EXPECT_EQ(-1, KQSSampleMLocal::saveSample(named("../../escape")));
     EXPECT_TRUE(byName().empty());
+}
+
+// A client whose rights are listed as denied; it keeps its progress lines.
+class Client : public KQC::KQCAccessProviderPrototype {
+public:
+    explicit Client(std::set<int> denied)
+        : KQC::KQCAccessProviderPrototype(boost::make_shared<KQC::KQCClientContext>("client", std::move(denied)))
+    {
+    }
+    void progress(const std::string& line) override { lines.push_back(line); }
+    std::vector<std::string> lines;
+};
+
+TEST_F(SampleTest, ImportKeepsAnUnknownIdentityAndMakesNamesUnique)
+{
+    KQC::KQCEnvSample foreign = named("imp");
+    foreign.id.generate();
+    foreign.config->setVeid(4242);
+    KQC::KQCGUID id;
+    ASSERT_EQ(0, manager.importSample(foreign, &id)) << KQC::getErrorMessage();
+    EXPECT_EQ(foreign.id, id);
+    // The same sample again is another copy: a new identifier and name.
+    KQC::KQCGUID again;
+    ASSERT_EQ(0, manager.importSample(foreign, &again));
+    EXPECT_NE(foreign.id, again);
+    ASSERT_EQ(0, manager.importSample(named(""), nullptr));
+
+    auto samples = byName();
+    ASSERT_EQ(3u, samples.size());
+    EXPECT_EQ(foreign.id, samples["imp"].id);
+    EXPECT_EQ(again, samples["imp_1"].id);
+    EXPECT_TRUE(samples["Anonymous_template"].id.isValid());
+    int veid = 0;
+    EXPECT_NE(0, samples["imp"].config->getVeid(veid));
+
+    KQC::KQCEnvSample empty;
+    EXPECT_EQ(-1, manager.importSample(empty, nullptr));
+    EXPECT_STREQ("Can't import a template without a configuration", KQC::getErrorMessage());
+    EXPECT_EQ(3u, byName().size());
+}
+
+TEST_F(SampleTest, ImportNeedsTheCreateRightOrTheSampleRightOnContainers)
+{
+    KQC::KQCEID child;
+    child.generate();
+    struct {
+        std::set<int> denied;
+        bool withContainer;
+        int rc;
+    } cases[] = {
+        {{}, false, 0},
+        {{KQC::RIGHT_ENV_CREATE}, true, 0},
+        {{KQC::RIGHT_ENV_CREATE}, false, 414},
+        {{KQC::RIGHT_ENV_CREATE, KQC::RIGHT_ENV_SET_FROM_SAMPLE}, true, 414},
+    };
+    for (const auto& c : cases) {
+        if (c.withContainer)
+            KQC::envCache()->insert(KQC::KQCEnv(child, "corvantis"));
+        boost::intrusive_ptr<Client> client(new Client(c.denied));
+        KQSSampleMLocal asClient{KQC::KQCAccessProvider(client)};
+        EXPECT_EQ(c.rc, asClient.importSample(named("r"), nullptr)) << c.denied.size() << c.withContainer;
+        if (c.rc == 0) {
+            ASSERT_EQ(1u, client->lines.size());
+            EXPECT_EQ("Importing template '", client->lines[0].substr(0, 20));
+        } else {
+            EXPECT_STREQ("access denied: right 63 on the host", KQC::getErrorMessage());
+            EXPECT_TRUE(client->lines.empty());
+        }
+        (void)KQC::envCache()->remove(child);
+    }
 }
 
 } // namespace

@@ -15,6 +15,11 @@ enum KQCResult {
     KQC_ERR_NOT_SUPPORTED = -424,
     KQC_ERR_PROCESS_LIST = 1901,
     KQC_ERR_NO_ENV_FOR_VEID = 3804,
+    // Automatic address allocation (KQC/IPAutoAllocation.h).
+    KQC_ERR_IP_POOL_MISSING = 3901,    // the host has no address pool
+    KQC_ERR_IP_POOL_MALFORMED = 3902,  // the pool file does not parse
+    KQC_ERR_IP_POOL_EXHAUSTED = 3903,  // no free address of the wanted family is left
+    KQC_ERR_IP_POOL_STATE = 3904,      // the used addresses cannot be told (listing, lock or leases failed)
 };
 
 // Sets the message printf-style. "%m" stands for strerror(errno) as errno

@@ -15,6 +15,24 @@ namespace KQC {
 
 class GenExec;
 
+// The progress channel of one request, as a manager hands it to helpers.
+// Copies share the request's provider; a context of an empty provider
+// (the agent's own internal calls) drops every line.
+class KQCRequestContextLocal {
+public:
+    // Longest line freportProgress sends; the rest is cut off.
+    static const size_t kMaxProgressLine = 4096;
+
+    explicit KQCRequestContextLocal(KQCAccessProvider access) : m_access(std::move(access)) {}
+
+    void reportProgress(const std::string& line) const;
+    // The same, formatted printf-style.
+    void freportProgress(const char* format, ...) const __attribute__((format(printf, 2, 3)));
+
+private:
+    KQCAccessProvider m_access;
+};
+
 class KQCRequestLocal {
 public:
     explicit KQCRequestLocal(KQCAccessProvider access) : m_access(std::move(access)) {}
@@ -26,6 +44,8 @@ public:
     void setProgressOutputHandler(GenExec& exec) const;
     // One progress line for the client.
     void reportProgress(const std::string& line) const;
+    // The request's progress context.
+    KQCRequestContextLocal getContextLocal() const { return KQCRequestContextLocal(m_access); }
 
 private:
     KQCAccessProvider m_access;

@@ -60,6 +60,10 @@ public:
     virtual int clone(const KQC::KQCGUID& id, KQC::KQCGUID* newId) = 0;
     // A new sample from an environment's configuration.
     virtual int cloneToSample(const KQC::KQCEID& eid, KQC::KQCGUID* newId) = 0;
+    // Takes a sample from elsewhere (another host, a file) into the store;
+    // the GUID it is stored under in `id` (may be null).
+    virtual int importSample(const KQC::KQCEnvSample& sample, KQC::KQCGUID* id) = 0;
+    int importSample(const KQC::KQCEnvSample& sample) { return importSample(sample, nullptr); }
 };
 
 } // namespace KQS
