@@ -179,9 +179,10 @@ public:
     // cleared. 0, -7 ("ctid is absent." / "unknown Container %d type."), -9,
     // -4, or the failed action's result.
     static int stopRepair(KQSEnvMLocal& envm, KQSEnvConfig& repaired);
-    // The repair container serving the container `veid` under repair: 0
-    // with its VEID, -1 when there is none.
-    static int findRepairContainer(int veid, int* repairVeid);
+    // The repair containers serving the container `veid` (one, unless a
+    // repair was interrupted and asked again). 0 (the set may be empty) or
+    // -1 when the configuration folder cannot be read.
+    static int findRepairContainers(int veid, std::set<int>* repairVeids);
 
     // Container root folder -> VEID, learnt whenever a configuration is read.
     static std::map<std::string, int> m_vpsRoots;

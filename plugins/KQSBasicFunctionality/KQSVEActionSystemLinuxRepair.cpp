@@ -267,9 +267,9 @@ int KQSVEActionSystemLinux::stopRepair(KQSEnvMLocal& envm, KQSEnvConfig& repaire
     return KQC::guardedCall("stopRepair", [&] { return stopRepairSteps(envm, repaired); });
 }
 
-int KQSVEActionSystemLinux::findRepairContainer(int veid, int* repairVeid)
+int KQSVEActionSystemLinux::findRepairContainers(int veid, std::set<int>* repairVeids)
 {
-    return KQC::guardedCall("findRepairContainer", [&]() -> int {
+    return KQC::guardedCall("findRepairContainers", [&]() -> int {
         std::set<int> veids;
         if (getVeidList(veids) != 0)
             return KQS_ERR_GENERIC;
@@ -279,19 +279,16 @@ int KQSVEActionSystemLinux::findRepairContainer(int veid, int* repairVeid)
             return KQS_ERR_GENERIC;
         }
         const std::string wanted = std::to_string(veid);
-        for (int candidate : veids) {
+        for (auto it = veids.lower_bound(kFirstRepairVeid); it != veids.end(); ++it) {
             std::map<std::string, std::string> values;
-            std::string path = getVPSSystemConfigPathByVeid(candidate);
+            std::string path = getVPSSystemConfigPathByVeid(*it);
             // One unreadable file is that container's problem, not the search's.
             if (getBashConfig(path.c_str(), *parser, values) != 0)
                 continue;
-            if (values["VE_TYPE"] == std::to_string(kVETypeForRepair) && values[kRepairedVeidKey] == wanted) {
-                *repairVeid = candidate;
-                return KQS_OK;
-            }
+            if (values["VE_TYPE"] == std::to_string(kVETypeForRepair) && values[kRepairedVeidKey] == wanted)
+                repairVeids->insert(*it);
         }
-        KQC::setErrorMessage("no repair container serves Container %d", veid);
-        return KQS_ERR_GENERIC;
+        return KQS_OK;
     });
 }
 
@@ -437,8 +434,11 @@ int KQSVEActionSystemLinux::stopRepairSteps(KQSEnvMLocal& envm, KQSEnvConfig& re
     }
     // A repair interrupted before its repair container was made (or
     // recorded) leaves none to take down: the mark is cleared all the same.
-    int repairVeid = 0;
-    if (Actions::findRepairContainer(veid, &repairVeid) == KQS_OK) {
+    // One interrupted after it and asked again leaves two.
+    std::set<int> repairVeids;
+    if (Actions::findRepairContainers(veid, &repairVeids) != KQS_OK)
+        return KQS_ERR_GENERIC;
+    for (int repairVeid : repairVeids) {
         rc = takeDownRepairContainer(envm, repairVeid);
         if (rc != KQS_OK)
             return rc;
