@@ -175,8 +175,9 @@ public:
     // what was made stays, for stop-repair to take away.
     static int repair(KQSEnvMLocal& envm, KQSEnvConfig& repaired);
     // Takes a container of type 5 out of repair: its repair container, when
-    // there is one, is stopped, unmounted and destroyed, and the mark is
-    // cleared. 0, -7 ("ctid is absent." / "unknown Container %d type."), -9,
+    // there is one, is stopped, unmounted and destroyed, the mark and the
+    // repair-time scripts go, and offline management is switched on again
+    // when the container had it. 0, -7 ("ctid is absent." / "unknown Container %d type."), -9,
     // -4, or the failed action's result.
     static int stopRepair(KQSEnvMLocal& envm, KQSEnvConfig& repaired);
     // The repair containers serving the container `veid` (one, unless a

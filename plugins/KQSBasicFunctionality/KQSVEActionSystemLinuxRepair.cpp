@@ -4,7 +4,7 @@
 // How stop-repair finds the repair container of a repaired one: right after
 // creating it, repair writes the repaired VEID into the repair container's
 // own configuration file under kRepairedVeidKey. Stop-repair looks among the
-// containers of type 4 for the one whose file names the VEID. The link lives
+// containers of type 4 from 10000000 up for those whose file names the VEID. The link lives
 // with the repair container, so it goes when that container is destroyed,
 // survives agent restarts, and needs no file of the agent's that could
 // disagree with the host; and the type-4 test keeps an ordinary container
@@ -41,6 +41,10 @@ const int kVETypeRepaired = 5;
 const int kMigrationLocked = 9;  // the migration tool's exit code for a locked source
 const uint64_t kDiskHeadroom = 10000;
 const char* const kRepairedVeidKey = "REPAIRED_VEID";
+// Whether repair switched the container's offline management off, so that
+// stop-repair switches it on again: the container's own file says "no" by
+// then.
+const char* const kRepairedOfflineKey = "REPAIRED_OFFLINE_MANAGEMENT";
 // The accounts a repair container takes over, in the order they are copied.
 const char* const kAccountFiles[] = {"etc/passwd", "etc/shadow", "etc/group"};
 
@@ -155,14 +159,16 @@ void setQoS(KQSEnvConfig& config, const std::string& id, uint64_t value)
 }
 
 // Records in the repair container's file which container it serves (see
-// the top of this file). Keeps everything else the file holds.
-int recordRepairedVeid(int repairVeid, int veid)
+// the top of this file) and whether that one's offline management was on.
+// Keeps everything else the file holds.
+int recordRepairedVeid(int repairVeid, int veid, bool offlineManagement)
 {
     std::string privateDir = privateDirOf(repairVeid);
     boost::shared_ptr<KQSRawConfigBashParser> parser = KQSRawConfigBashParser::getInstance();
     if (privateDir.empty() || !parser)
         return KQS_ERR_WRITE;
-    std::map<std::string, std::string> values{{kRepairedVeidKey, std::to_string(veid)}};
+    std::map<std::string, std::string> values{{kRepairedVeidKey, std::to_string(veid)},
+                                              {kRepairedOfflineKey, offlineManagement ? "yes" : "no"}};
     int rc = putBashConfig(configPlace(repairVeid, privateDir).c_str(), *parser, values, true);
     invalidateContainer(repairVeid);
     return rc == 0 ? KQS_OK : KQS_ERR_WRITE;
@@ -186,6 +192,14 @@ void replaceMotd(const std::string& targetRoot)
     std::string text;
     if (KQC::file2str(repairFile("motd.sample"), text) == 0)
         (void)KQC::writeFileBeneath(targetRoot, "etc/motd", text);
+}
+
+bool recordedOfflineManagement(int repairVeid)
+{
+    boost::shared_ptr<KQSRawConfigBashParser> parser = KQSRawConfigBashParser::getInstance();
+    std::map<std::string, std::string> values;
+    std::string path = Actions::getVPSSystemConfigPathByVeid(repairVeid);
+    return parser && getBashConfig(path.c_str(), *parser, values) == 0 && values[kRepairedOfflineKey] == "yes";
 }
 
 // Removes a repair-time action script when it is still the one repair put
@@ -212,7 +226,7 @@ int takeDownRepairContainer(KQSEnvMLocal& envm, int repairVeid)
     int rc = KQS_OK;
     if (state == KQC::ENV_STATE_RUNNING)
         rc = Actions::action(envm, repairVeid, Actions::CmdType("stop", true));
-    if (rc == KQS_OK && state >= KQC::ENV_STATE_MOUNTED)
+    if (rc == KQS_OK && (state == KQC::ENV_STATE_RUNNING || state == KQC::ENV_STATE_MOUNTED))
         rc = Actions::action(envm, repairVeid, Actions::CmdType("umount", true));
     if (rc == KQS_OK)
         rc = Actions::action(envm, repairVeid, Actions::CmdType("destroy", true));
@@ -361,7 +375,7 @@ int KQSVEActionSystemLinux::repairSteps(KQSEnvMLocal& envm, KQSEnvConfig& repair
         return rc;
     // At once, so that an interrupted repair still leaves a repair container
     // that stop-repair can find.
-    rc = recordRepairedVeid(repairVeid, veid);
+    rc = recordRepairedVeid(repairVeid, veid, offlineManagementOn(repaired));
     if (rc != KQS_OK)
         return rc;
 
@@ -399,6 +413,8 @@ int KQSVEActionSystemLinux::repairSteps(KQSEnvMLocal& envm, KQSEnvConfig& repair
         KQC::setErrorMessage("Error copying script files from Container %d to Container %d", veid, repairVeid);
         return KQS_ERR_TOOL;
     }
+    // The private area changed beneath the configuration file's stamp.
+    invalidateContainer(veid);
     if (offlineManagementOn(repaired) && Actions::setOfflineManagement(envm, veid, false, true) != KQS_OK) {
         std::string why = KQC::getErrorMessage();
         KQC::setErrorMessage("unset offline management: %s", why.c_str());
@@ -438,7 +454,9 @@ int KQSVEActionSystemLinux::stopRepairSteps(KQSEnvMLocal& envm, KQSEnvConfig& re
     std::set<int> repairVeids;
     if (Actions::findRepairContainers(veid, &repairVeids) != KQS_OK)
         return KQS_ERR_GENERIC;
+    bool offlineManagement = offlineManagementOn(repaired);
     for (int repairVeid : repairVeids) {
+        offlineManagement = offlineManagement || recordedOfflineManagement(repairVeid);
         rc = takeDownRepairContainer(envm, repairVeid);
         if (rc != KQS_OK)
             return rc;
@@ -454,7 +472,8 @@ int KQSVEActionSystemLinux::stopRepairSteps(KQSEnvMLocal& envm, KQSEnvConfig& re
         return rc;
     removeRepairScript(privateDir, "mount", "mount-repair.sample");
     removeRepairScript(privateDir, "umount", "umount-repair.sample");
-    if (offlineManagementOn(repaired))
+    invalidateContainer(veid);
+    if (offlineManagement)
         (void)Actions::setOfflineManagement(envm, veid, true, true);
     return KQS_OK;
 }

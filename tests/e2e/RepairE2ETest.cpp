@@ -90,6 +90,7 @@ TEST_F(RepairE2ETest, RepairAndStopRepairRoundTripInBothLayouts)
         ASSERT_EQ(1u, envs.size());
         EXPECT_EQ(6, envs[101].at("state").as_int64());
         EXPECT_EQ("0", value(101, "VE_TYPE"));
+        EXPECT_EQ("yes", value(101, "OFFLINE_MANAGEMENT"));  // as before the repair
         EXPECT_FALSE(kqtest::exists(conf(repairVeid)));
         EXPECT_FALSE(kqtest::exists(area(repairVeid)));
         EXPECT_FALSE(kqtest::exists(area(101) + "/scripts/mount"));
