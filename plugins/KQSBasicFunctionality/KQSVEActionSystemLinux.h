@@ -181,8 +181,9 @@ public:
     // -4, or the failed action's result.
     static int stopRepair(KQSEnvMLocal& envm, KQSEnvConfig& repaired);
     // The repair containers serving the container `veid` (one, unless a
-    // repair was interrupted and asked again). 0 (the set may be empty) or
-    // -1 when the configuration folder cannot be read.
+    // repair was interrupted and asked again), with those that serve nobody
+    // and are not being made. 0 (the set may be empty) or -1 when the
+    // configuration folder cannot be read.
     static int findRepairContainers(int veid, std::set<int>* repairVeids);
 
     // Container root folder -> VEID, learnt whenever a configuration is read.

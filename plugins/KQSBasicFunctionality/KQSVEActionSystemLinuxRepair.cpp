@@ -4,7 +4,9 @@
 // How stop-repair finds the repair container of a repaired one: right after
 // creating it, repair writes the repaired VEID into the repair container's
 // own configuration file under kRepairedVeidKey. Stop-repair looks among the
-// containers of type 4 from 10000000 up for those whose file names the VEID. The link lives
+// containers of type 4 from 10000000 up for those whose file names the VEID,
+// and takes along those that name none (a repair killed between the two
+// steps left them, serving nobody) unless a repair is still making them. The link lives
 // with the repair container, so it goes when that container is destroyed,
 // survives agent restarts, and needs no file of the agent's that could
 // disagree with the host; and the type-4 test keeps an ordinary container
@@ -194,6 +196,19 @@ void replaceMotd(const std::string& targetRoot)
         (void)KQC::writeFileBeneath(targetRoot, "etc/motd", text);
 }
 
+// A repair container that records no container: its repair died between
+// creating it and recording whom it serves, so it serves nobody. One whose
+// transition lock a live process holds is a repair still on its way.
+bool isOrphan(int repairVeid)
+{
+    KQSVPSList list;
+    list[repairVeid] = KQSVPSEntry();
+    if (Actions::getVPSList(list, false, true) != 0)
+        return false;
+    auto it = list.find(repairVeid);
+    return it != list.end() && it->second.transition == 0;
+}
+
 bool recordedOfflineManagement(int repairVeid)
 {
     boost::shared_ptr<KQSRawConfigBashParser> parser = KQSRawConfigBashParser::getInstance();
@@ -299,7 +314,10 @@ int KQSVEActionSystemLinux::findRepairContainers(int veid, std::set<int>* repair
             // One unreadable file is that container's problem, not the search's.
             if (getBashConfig(path.c_str(), *parser, values) != 0)
                 continue;
-            if (values["VE_TYPE"] == std::to_string(kVETypeForRepair) && values[kRepairedVeidKey] == wanted)
+            if (values["VE_TYPE"] != std::to_string(kVETypeForRepair))
+                continue;
+            const std::string& serves = values[kRepairedVeidKey];
+            if (serves == wanted || (serves.empty() && isOrphan(*it)))
                 repairVeids->insert(*it);
         }
         return KQS_OK;

@@ -8,6 +8,7 @@
 
 #include <map>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -199,4 +200,34 @@ TEST_F(RepairE2ETest, BadRepairInputChangesNothing)
     }
     EXPECT_EQ("", host.calls());
     EXPECT_FALSE(kqtest::exists(conf(10000000)));
+}
+
+TEST_F(RepairE2ETest, StopRepairTakesDownWhatServesTheContainerAndNothingElse)
+{
+    ASSERT_EQ(0, host.kqsim("add 101 --type 5"));
+    ASSERT_EQ(0, host.kqsim("add 102 --type 5"));
+    struct Case {
+        int veid;
+        const char* record;  // appended to its configuration
+        bool stays;
+    } cases[] = {
+        {10000000, "", false},                       // serves nobody: a repair died before recording
+        {10000001, "REPAIRED_VEID=\"101\"\n", false},
+        {10000002, "REPAIRED_VEID=\"102\"\n", true},  // another container's
+        {10000003, "", true},                        // still being made: its lock is held
+    };
+    for (const Case& c : cases) {
+        ASSERT_EQ(0, host.kqsim("add " + std::to_string(c.veid) + " --type 4 --state running"));
+        host.write("etc/sysconfig/kq-scripts/" + std::to_string(c.veid) + ".conf",
+                   kqtest::readFile(conf(c.veid)) + c.record);
+    }
+    host.write("kq/lock/10000003.lck", std::to_string(::getpid()) + "\ncreating");
+
+    kqtest::RunResult stop = json({"stop-repair", "101"});
+    ASSERT_EQ(0, stop.exitCode) << stop.out;
+    for (const Case& c : cases)
+        EXPECT_EQ(c.stays, kqtest::exists(conf(c.veid))) << c.veid;
+    auto envs = listing();
+    EXPECT_EQ(3, envs[101].at("state").as_int64());
+    EXPECT_EQ(7, envs[102].at("state").as_int64());
 }
