@@ -14,6 +14,7 @@ void addAllCommands(CommandLine& cli)
     addStatCommands(cli);
     addProcessCommands(cli);
     addMountCommands(cli);
+    addRepairCommands(cli);
 }
 
 std::string& addCT(CommandLine& cli, CLI::App& command, bool required)

@@ -15,6 +15,7 @@ void addTemplateCommands(CommandLine& cli);
 void addStatCommands(CommandLine& cli);
 void addProcessCommands(CommandLine& cli);
 void addMountCommands(CommandLine& cli);
+void addRepairCommands(CommandLine& cli);
 
 // A positional CT on `command` (parseCT reads it when the line is built;
 // an optional one left out reads as a missing CT).

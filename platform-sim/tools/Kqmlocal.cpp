@@ -4,7 +4,8 @@
 // settings' VE_ROOT / VE_PRIVATE with the new VEID. A moved container keeps
 // its state; a clone is stopped.
 // Exit: 0 done; 9 the source's transition lock is held; 1 other refusals
-// (no source, target exists); 2 bad command line.
+// (no source, target exists); 2 bad command line (an argument that is not
+// SRC:DST:A:B with two positive VEIDs).
 #include "Tools.h"
 
 #include "TransitionLock.h"
@@ -33,14 +34,17 @@ int complain(int status, const std::string& text)
     return status;
 }
 
+// "SRC:DST:A:B": two VEIDs and the two texts, which may be empty (and may
+// hold colons themselves: everything after the third colon is B's).
 bool parsePair(const std::string& text, Pair& pair)
 {
     size_t first = text.find(':');
-    if (first == std::string::npos)
+    size_t second = first == std::string::npos ? first : text.find(':', first + 1);
+    size_t third = second == std::string::npos ? second : text.find(':', second + 1);
+    if (third == std::string::npos)
         return false;
-    size_t second = text.find(':', first + 1);
-    std::string target = text.substr(first + 1, second == std::string::npos ? std::string::npos : second - first - 1);
-    return parseInt(text.substr(0, first), pair.source) && parseInt(target, pair.target);
+    return parseInt(text.substr(0, first), pair.source) &&
+           parseInt(text.substr(first + 1, second - first - 1), pair.target) && pair.source > 0 && pair.target > 0;
 }
 
 void say(const std::string& line)
@@ -51,7 +55,9 @@ void say(const std::string& line)
 
 // The new container's configuration in its place: the private area's
 // ve.conf with a link for layout 4, the scripts folder's file otherwise.
-int writeConfig(const SimHost& host, const ContainerFiles& files, ShellConfig& config)
+// `link`: make the configuration folder's link to the ve.conf of layout 4
+// (a move has made it already).
+int writeConfig(const SimHost& host, const ContainerFiles& files, ShellConfig& config, bool link)
 {
     config.set("VE_ROOT", files.rootDir);
     config.set("VE_PRIVATE", files.privateArea);
@@ -61,7 +67,7 @@ int writeConfig(const SimHost& host, const ContainerFiles& files, ShellConfig& c
     std::string target = files.privateArea + "/ve.conf";
     if (config.save(target) != 0)
         return -1;
-    if (::symlink(target.c_str(), name.c_str()) != 0) {
+    if (link && ::symlink(target.c_str(), name.c_str()) != 0) {
         KQC::setErrorMessage("link '%s': %m", name.c_str());
         return -1;
     }
@@ -83,6 +89,10 @@ public:
 
     int open() { return readHostSettings(m_host, m_settings) == 0 ? 0 : complain(1, KQC::getErrorMessage()); }
 
+    // Interrupted at any moment, a move leaves the container's data with
+    // exactly one container that has a configuration: the target's
+    // configuration is in place before the private area moves (one rename),
+    // and the source's is removed after it.
     int move(const Pair& pair)
     {
         ContainerFiles source, target;
@@ -94,10 +104,17 @@ public:
         StateLock state(m_host);
         bool running = isRunning(m_host, pair.source);
         bool mounted = isMounted(m_host, source.rootDir);
-        if (renamePath(source.privateArea, target.privateArea) != 0 || renamePath(source.rootDir, target.rootDir) != 0
-            || writeConfig(m_host, target, config) != 0)
+        if (placeTargetConfig(source, target, config) != 0)
             return complain(1, KQC::getErrorMessage());
+        say("Moving private area " + source.privateArea + " to " + target.privateArea);
+        if (renamePath(source.privateArea, target.privateArea) != 0) {
+            std::string reason = KQC::getErrorMessage();
+            ::unlink(target.configPath.c_str());
+            return complain(1, reason);
+        }
         ::unlink(source.configPath.c_str());
+        if (renamePath(source.rootDir, target.rootDir) != 0 || writeConfig(m_host, target, config, false) != 0)
+            return complain(1, KQC::getErrorMessage());
         renamePath(source.dumpFile(m_settings), target.dumpFile(m_settings));
         for (const char* script : {".mount", ".umount"})
             renamePath(m_host.scriptsDir() + "/" + std::to_string(pair.source) + script,
@@ -125,13 +142,34 @@ public:
             return complain(1, reason);
         }
         ::unlink((target.privateArea + "/ve.conf").c_str());
-        if (writeConfig(m_host, target, config) != 0)
+        if (writeConfig(m_host, target, config, true) != 0)
             return complain(1, KQC::getErrorMessage());
         say("Container was cloned");
         return 0;
     }
 
 private:
+    // The target's configuration, before the private area moves. Layout 3:
+    // its own file, naming areas that appear with the rename. Layout 4: the
+    // file inside the area is made to name its areas by the "$VEID"
+    // templates, which fit the source now and the target after the rename,
+    // and the target's link to it is made ahead.
+    int placeTargetConfig(const ContainerFiles& source, const ContainerFiles& target, ShellConfig config)
+    {
+        if (target.layout != 4)
+            return writeConfig(m_host, target, config, false);
+        config.set("VE_ROOT", m_settings.veRoot);
+        config.set("VE_PRIVATE", m_settings.vePrivate);
+        if (config.save(source.privateArea + "/ve.conf") != 0)
+            return -1;
+        std::string inside = target.privateArea + "/ve.conf";
+        if (::symlink(inside.c_str(), target.configPath.c_str()) != 0) {
+            KQC::setErrorMessage("link '%s': %m", target.configPath.c_str());
+            return -1;
+        }
+        return 0;
+    }
+
     int prepare(const Pair& pair, const char* word, ContainerFiles& source, ContainerFiles& target,
                 ShellConfig& config, TransitionLock& lock)
     {

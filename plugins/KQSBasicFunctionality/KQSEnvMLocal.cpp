@@ -232,17 +232,8 @@ KQSEnvMLocal::KQSEnvMLocal(const KQC::KQCAccessProvider& access)
 
 KQSEnvMLocal::~KQSEnvMLocal() = default;
 
-int KQSEnvMLocal::repair(const KQC::KQCEID&) { return notAvailable("repair"); }
-int KQSEnvMLocal::stop_repair(const KQC::KQCEID&) { return notAvailable("stop_repair"); }
 int KQSEnvMLocal::upgrade(const KQC::KQCEID&) { return notAvailable("upgrade"); }
 int KQSEnvMLocal::pause(const KQC::KQCEID&) { return notAvailable("pause"); }
-
-int KQSEnvMLocal::move(const KQC::KQCEID&, int, const std::string&, const std::string&) { return notAvailable("move"); }
-
-int KQSEnvMLocal::clone(const KQC::KQCEID&, const std::set<int>&, const std::string&, const std::string&)
-{
-    return notAvailable("clone");
-}
 
 std::string KQSEnvMLocal::getVPSAgentConfigPathByEid(const KQC::KQCEID& eid)
 {

@@ -211,6 +211,9 @@ private:
     int nativeConfigOf(boost::shared_ptr<KQC::KQCNativeConfig>& out,
                        const boost::shared_ptr<KQC::KQCVEnvConfig>& config);
     int allocateVeidInRange(int& veid);
+    // repair (or, with `stop`, stop_repair) of the environment's container,
+    // with its configuration as listed.
+    int repairOperation(const KQC::KQCEID& eid, bool stop);
     // addNewEnv inside the registration section; `container` spares reading
     // the host's container list again when the caller has it.
     int addNewEnvLocked(int veid, KQC::KQCEID& eid, boost::shared_ptr<KQSEnvConfig> container);

@@ -29,6 +29,11 @@ enum KQSResult {
     KQS_ERR_TOOL_NO_SPACE = -105,   // exit 78
     KQS_ERR_BAD_ADAPTERS = -107,    // creation: bad adapters or identifiers
 
+    // Repair, move and clone.
+    KQS_REPAIR_ERR_LOCK = -5,        // the repair VEID is locked by another transition
+    KQS_MIGRATE_ERR_LOCKED = -101,   // the migration tool exited 9 (the source is locked)
+    KQS_MIGRATE_FAILED = 1,          // the migration tool failed otherwise: positive on purpose
+
     // Reading a container's native configuration text.
     KQS_ERR_NO_VOCABULARY = -7,     // no vocabulary matches the text
     KQS_ERR_NATIVE_PARSE = -8,      // the text does not parse

@@ -153,8 +153,53 @@ public:
     static int setVEthDeviceConfig(KQSEnvMLocal& envm, int veid,
                                    const KQC::KQCOptionalProperty<KQSNetVEthList>& adapters);
 
+    // Repair, move and clone (KQSVEActionSystemLinuxRepair.cpp): operations
+    // on more than one container. The migration tool's argument for a pair
+    // is "SRC:DST:A:B" (DST empty when 0); A and B are passed on unchanged.
+    //
+    // `kqmlocal -s VEID:NEW:A:B`. 0; -101 when the tool exits 9, 1 (not a
+    // negative code) for any other failure ("kqmlocal move Container#%d
+    // failed: %s").
+    static int move(KQSEnvMLocal& envm, int veid, int newVeid, const std::string& a, const std::string& b);
+    // `kqmlocal -C VEID:FIRST:A:B FIRST:D:A:B...`: the smallest new VEID is
+    // copied from the source, every other one from that first copy. Results
+    // as for move ("kqmlocal clone Container#%d failed: %s"); an empty set is
+    // refused with -1 before anything runs.
+    static int clone(KQSEnvMLocal& envm, int veid, std::set<int> newVeids, const std::string& a,
+                     const std::string& b);
+    // Puts the container `repaired` names (its VEID) under repair: a repair
+    // container (type 4, VEID from 10000000 up) is created from the repair
+    // files with the container's network settings and accounts and
+    // started, and the container is marked (type 5). Holds the transition
+    // lock of the repair VEID throughout. A failure part-way undoes nothing:
+    // what was made stays, for stop-repair to take away.
+    static int repair(KQSEnvMLocal& envm, KQSEnvConfig& repaired);
+    // Takes a container of type 5 out of repair: its repair container, when
+    // there is one, is stopped, unmounted and destroyed, the mark and the
+    // repair-time scripts go, and offline management is switched on again
+    // when the container had it. 0, -7 ("ctid is absent." / "unknown Container %d type."), -9,
+    // -4, or the failed action's result.
+    static int stopRepair(KQSEnvMLocal& envm, KQSEnvConfig& repaired);
+    // The repair containers serving the container `veid` (one, unless a
+    // repair was interrupted and asked again), with those that serve nobody
+    // and are not being made. 0 (the set may be empty) or -1 when the
+    // configuration folder cannot be read.
+    static int findRepairContainers(int veid, std::set<int>* repairVeids);
+
     // Container root folder -> VEID, learnt whenever a configuration is read.
     static std::map<std::string, int> m_vpsRoots;
+
+private:
+    // Writes the configuration into the container's own file: PRIVATE/ve.conf
+    // for a private area of layout 4, the configuration folder's VEID.conf
+    // otherwise, keeping what the file holds beyond it. 0, -7 ("veid is
+    // absent.") or -9.
+    static int saveConfig(const KQSEnvConfig& config, const std::string& privateDir);
+    // Copies a sample script to PRIVATE/scripts/NAME with mode 0755. 0 or -1.
+    static int setVESampleScript(std::string privateDir, const char* name, const char* samplePath);
+    // The steps of repair and stopRepair, behind their exception boundary.
+    static int repairSteps(KQSEnvMLocal& envm, KQSEnvConfig& repaired);
+    static int stopRepairSteps(KQSEnvMLocal& envm, KQSEnvConfig& repaired);
 };
 
 } // namespace KQS

@@ -29,6 +29,18 @@ TEST_F(SimToolKqmlocalTest, MoveCarriesAreasAndState)
     EXPECT_EQ(mounts(), mountLine(301));
 }
 
+TEST_F(SimToolKqmlocalTest, MoveOfLayoutFourKeepsTheConfigurationInsideTheArea)
+{
+    addContainer({"102", "--layout", "4", "--name", "db"});
+    RunResult result = tool("kqmlocal", {"-s", "102:302::"});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_FALSE(fs::exists(fs::symlink_status(configName(102))));
+    EXPECT_EQ(fs::read_symlink(configName(302)).string(), privateArea(302) + "/ve.conf");
+    std::string config = kqtest::readFile(configName(302));
+    EXPECT_NE(config.find("VE_PRIVATE=\"" + privateArea(302) + "\"\n"), std::string::npos) << config;
+    EXPECT_NE(config.find("NAME=\"db\"\n"), std::string::npos);
+}
+
 TEST_F(SimToolKqmlocalTest, CloneChainsFromTheFirstCopy)
 {
     addContainer({"102", "--layout", "4"});
@@ -49,7 +61,11 @@ TEST_F(SimToolKqmlocalTest, Refusals)
     addContainer({"102"});
     EXPECT_EQ(tool("kqmlocal", {"-s", "101:102::"}).exitCode, 1);
     EXPECT_EQ(tool("kqmlocal", {"-s", "999:103::"}).exitCode, 1);
-    EXPECT_EQ(tool("kqmlocal", {"-s", "101"}).exitCode, 2);
+    // Every argument is SRC:DST:A:B with two positive VEIDs; texts may be empty.
+    for (const char* malformed : {"101", "101:103", "101:103:", "101::a:b", ":103::", "x:103::", "0:103::", "101:-3::"})
+        EXPECT_EQ(tool("kqmlocal", {"-s", malformed}).exitCode, 2) << malformed;
+    EXPECT_EQ(tool("kqmlocal", {"-C", "101:103::", "103"}).exitCode, 2);
+    EXPECT_FALSE(fs::exists(configName(103)));
     EXPECT_EQ(tool("kqmlocal", {"-x", "101:103::"}).exitCode, 2);
     kqtest::writeFile(at("kq/lock/101.lck"), std::to_string(getpid()) + "\nstarting");
     EXPECT_EQ(tool("kqmlocal", {"-s", "101:103::"}).exitCode, 9);

@@ -92,13 +92,13 @@ int createContainer(const SimHost& host, const HostSettings& settings, int veid,
         KQC::setErrorMessage("Private area already exists in %s", files.privateArea.c_str());
         return -1;
     }
-    if (makeDirs(files.fileTree()) != 0 || makeDirs(files.rootDir) != 0)
+    // Every private area has a scripts folder, whatever its layout: the
+    // repair-time action scripts go there.
+    if (makeDirs(files.fileTree()) != 0 || makeDirs(files.rootDir) != 0
+        || makeDirs(files.privateArea + "/scripts") != 0)
         return -1;
-    if (layout == 4) {
-        if (writeFileAtomic(files.privateArea + "/.ve.layout", "4\n") != 0
-            || makeDirs(files.privateArea + "/scripts") != 0)
-            return -1;
-    }
+    if (layout == 4 && writeFileAtomic(files.privateArea + "/.ve.layout", "4\n") != 0)
+        return -1;
     if (writeAccounts(files.fileTree()) != 0)
         return -1;
     return writeConfiguration(files, values);
