@@ -17,6 +17,7 @@
 #include <cstring>
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
 
 namespace KQS {
 
@@ -55,6 +56,14 @@ int putBashConfig(const char* path, Parser& parser, const T& in, bool keepOld)
     }
     if (parser.putConfig(in, temporary.stream(), haveOld ? &old : nullptr, keepOld) != 0)
         return KQS_ERR_GENERIC;
+    // The temporary is made 0600; the tools and the host's own readers
+    // expect the file to keep the mode it had (0644 when it is new).
+    struct stat st;
+    const mode_t mode = ::stat(path, &st) == 0 && S_ISREG(st.st_mode) ? (st.st_mode & 07777) : 0644;
+    if (::fchmod(temporary.fd(), mode) != 0) {
+        KQC::setErrorMessage("open tmp for '%s': %s", path, std::strerror(errno));
+        return KQS_ERR_GENERIC;
+    }
     // A write that failed (a full disk) shows on closing; the framework's
     // message names the temporary file, which is removed with its object.
     if (temporary.close() != 0)

@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <map>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -114,6 +115,15 @@ TEST_F(BashConfigTest, WritesANewFileAndKeepsOldLinesOnlyWhenAsked)
     EXPECT_EQ(std::string::npos, replaced.find("OTHER"));
     EXPECT_NE(std::string::npos, replaced.find("ONBOOT=\"yes\""));
     EXPECT_EQ(2, entries()) << "no temporary file is left beside them";
+
+    // A rewrite keeps the file's mode; a new file is readable by all.
+    struct stat st {};
+    ASSERT_EQ(0, ::stat(path("new.conf").c_str(), &st));
+    EXPECT_EQ(0644u, st.st_mode & 07777);
+    ASSERT_EQ(0, ::chmod(path("old.conf").c_str(), 0640));
+    ASSERT_EQ(0, KQS::putBashConfig(path("old.conf").c_str(), parser, values, true));
+    ASSERT_EQ(0, ::stat(path("old.conf").c_str(), &st));
+    EXPECT_EQ(0640u, st.st_mode & 07777);
 }
 
 TEST_F(BashConfigTest, AFailedRenameLeavesTheTargetAsItWas)
