@@ -197,6 +197,10 @@ private:
     static int saveConfig(const KQSEnvConfig& config, const std::string& privateDir);
     // Copies a sample script to PRIVATE/scripts/NAME with mode 0755. 0 or -1.
     static int setVESampleScript(std::string privateDir, const char* name, const char* samplePath);
+    // Records the container's type in the configuration its private area
+    // keeps and gives that area's path. 0, -4 when the area cannot be
+    // found ("Attempt to read ve_private"), or saveConfig's failure.
+    static int markType(int veid, int type, std::string& privateDir);
     // The steps of repair and stopRepair, behind their exception boundary.
     static int repairSteps(KQSEnvMLocal& envm, KQSEnvConfig& repaired);
     static int stopRepairSteps(KQSEnvMLocal& envm, KQSEnvConfig& repaired);

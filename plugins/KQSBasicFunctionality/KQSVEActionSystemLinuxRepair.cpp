@@ -352,6 +352,17 @@ int KQSVEActionSystemLinux::setVESampleScript(std::string privateDir, const char
     return KQC::writeFileAtomic(target, text, 0755) == 0 ? KQS_OK : KQS_ERR_GENERIC;
 }
 
+int KQSVEActionSystemLinux::markType(int veid, int type, std::string& privateDir)
+{
+    privateDir = privateDirOf(veid);
+    if (privateDir.empty())
+        return readFailure(veid, "ve_private");
+    KQSEnvConfig mark;
+    mark.setVeid(veid);
+    mark.setVEType(type);
+    return Actions::saveConfig(mark, privateDir);
+}
+
 int KQSVEActionSystemLinux::repairSteps(KQSEnvMLocal& envm, KQSEnvConfig& repaired)
 {
     int veid = 0;
@@ -397,13 +408,8 @@ int KQSVEActionSystemLinux::repairSteps(KQSEnvMLocal& envm, KQSEnvConfig& repair
     if (rc != KQS_OK)
         return rc;
 
-    const std::string privateDir = privateDirOf(veid);
-    if (privateDir.empty())
-        return readFailure(veid, "ve_private");
-    KQSEnvConfig mark;
-    mark.setVeid(veid);
-    mark.setVEType(kVETypeRepaired);
-    rc = Actions::saveConfig(mark, privateDir);
+    std::string privateDir;
+    rc = Actions::markType(veid, kVETypeRepaired, privateDir);
     if (rc != KQS_OK)
         return rc;
 
@@ -479,13 +485,8 @@ int KQSVEActionSystemLinux::stopRepairSteps(KQSEnvMLocal& envm, KQSEnvConfig& re
         if (rc != KQS_OK)
             return rc;
     }
-    const std::string privateDir = privateDirOf(veid);
-    if (privateDir.empty())
-        return readFailure(veid, "ve_private");
-    KQSEnvConfig cleared;
-    cleared.setVeid(veid);
-    cleared.setVEType(kVETypeDefault);
-    rc = Actions::saveConfig(cleared, privateDir);
+    std::string privateDir;
+    rc = Actions::markType(veid, kVETypeDefault, privateDir);
     if (rc != KQS_OK)
         return rc;
     removeRepairScript(privateDir, "mount", "mount-repair.sample");
