@@ -360,6 +360,19 @@ int KQSEnvMLocal::addNewEnv(int veid, KQC::KQCEID& eid)
     return addNewEnvLocked(veid, eid, boost::shared_ptr<KQSEnvConfig>());
 }
 
+// A copy made from another container carries that one's record until it
+// is given its own; the EID is then still registered to a container that
+// exists, and taking it over would steal that container's identity. After
+// a move the EID's old container is gone, and the moved one keeps it.
+bool KQSEnvMLocal::isAnothersEid(const KQC::KQCEID& eid, int veid)
+{
+    int owner = 0;
+    if (findByEid(eid, &owner) != KQS_OK || owner == veid)
+        return false;
+    struct stat st;
+    return ::stat(KQSVEActionSystemLinux::getVPSSystemConfigPathByVeid(owner).c_str(), &st) == 0;
+}
+
 int KQSEnvMLocal::addNewEnvLocked(int veid, KQC::KQCEID& eid, boost::shared_ptr<KQSEnvConfig> container)
 {
     if (!eid.isValid() && !container) {
@@ -373,8 +386,8 @@ int KQSEnvMLocal::addNewEnvLocked(int veid, KQC::KQCEID& eid, boost::shared_ptr<
     }
     // The container may remember its identity from an earlier life of the
     // agent's files.
-    if (!eid.isValid() && container)
-        findByVe(*container, eid);
+    if (!eid.isValid() && container && findByVe(*container, eid) && eid.isValid() && isAnothersEid(eid, veid))
+        eid = KQC::KQCEID();
     if (!eid.isValid())
         eid.generate();
     KQSEnvConfig config;

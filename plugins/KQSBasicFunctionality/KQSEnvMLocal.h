@@ -116,6 +116,9 @@ public:
     // The EID recorded inside the container ("/.kqs/eid.conf" of its
     // private area); false when there is no readable record.
     bool findByVe(const KQSEnvConfig& config, KQC::KQCEID& eid);
+    // Whether `eid` is registered to a container other than `veid` that
+    // still has a configuration file. The caller holds lockModify.
+    bool isAnothersEid(const KQC::KQCEID& eid, int veid);
     // Registers the container: with `eid` when it is valid, else with the
     // EID the container records, else with a new one. 0, putEnvConfig's
     // failure, or -9 when the registry's lock file cannot be made.

@@ -231,3 +231,25 @@ TEST_F(RepairE2ETest, StopRepairTakesDownWhatServesTheContainerAndNothingElse)
     EXPECT_EQ(3, envs[101].at("state").as_int64());
     EXPECT_EQ(7, envs[102].at("state").as_int64());
 }
+
+TEST_F(RepairE2ETest, AnInterruptedCloneOrMoveIsSortedOutByTheNextListing)
+{
+    // Both are left as if the console died right after the migration tool:
+    // a copy still carrying its source's record of identity, and a moved
+    // container whose agent-side file still names the old VEID.
+    ASSERT_EQ(0, host.kqsim("add 101 --state running"));
+    ASSERT_EQ(0, host.kqsim("add 103 --state stopped"));
+    auto before = listing();
+    const std::string source = std::string(before[101].at("eid").as_string());
+    const std::string moved = std::string(before[103].at("eid").as_string());
+
+    ASSERT_EQ(0, host.kqsim("add 102 --state stopped"));
+    host.write("kq/private/102/.kqs/eid.conf", kqtest::readFile(area(101) + "/.kqs/eid.conf"));
+    ASSERT_EQ(0, kqtest::run("eval \"$(" KQ_BIN_DIR "/kqsim env '" + host.root() + "')\" && kqmlocal -s 103:104:: >/dev/null"));
+
+    auto after = listing();
+    ASSERT_EQ(3u, after.size());
+    EXPECT_EQ(source, std::string(after[101].at("eid").as_string())) << "the source keeps its identity";
+    EXPECT_NE(source, std::string(after[102].at("eid").as_string())) << "the copy gets one of its own";
+    EXPECT_EQ(moved, std::string(after[104].at("eid").as_string())) << "the moved container keeps its identity";
+}
