@@ -53,6 +53,15 @@ KQC::KQCEnvSample readSampleFile(const std::string& path, Outcome& outcome, bool
     return sample;
 }
 
+// The outcome of an operation that makes a sample: its identifier on success.
+Outcome withNewId(int rc, const KQC::KQCGUID& id)
+{
+    Outcome outcome = resultOf(rc);
+    if (outcome.rc == 0)
+        outcome.payload["id"] = id.toString();
+    return outcome;
+}
+
 boost::json::object sampleToJson(const KQC::KQCEnvSample& sample)
 {
     boost::json::object object;
@@ -106,23 +115,25 @@ void addShow(CommandLine& cli, CLI::App& group)
     });
 }
 
-void addAdd(CommandLine& cli, CLI::App& group)
+// "add" and "import" store a sample read from a file; an import keeps the
+// file's identity.
+void addFromFile(CommandLine& cli, CLI::App& group, const char* name, const char* synopsis, const char* help,
+                 bool importing)
 {
-    cli.add(group, "add", "sample add FILE", [&cli](CLI::App& command) -> Build {
+    cli.add(group, name, synopsis, [&cli, help, importing](CLI::App& command) -> Build {
         auto& file = cli.value<std::string>();
-        command.add_option("FILE", file, "configuration file")->required();
-        return [&file] {
+        command.add_option("FILE", file, help)->required();
+        return [&file, importing] {
             std::string path = file;
-            return Runner([path](Session& session) {
+            return Runner([path, importing](Session& session) {
                 Outcome outcome;
-                KQC::KQCEnvSample sample = readSampleFile(path, outcome);
+                KQC::KQCEnvSample sample = readSampleFile(path, outcome, importing);
                 if (outcome.rc != 0)
                     return outcome;
                 KQC::KQCGUID id;
-                outcome = resultOf(session.sampleM().add(sample, &id));
-                if (outcome.rc == 0)
-                    outcome.payload["id"] = id.toString();
-                return outcome;
+                return withNewId(importing ? session.sampleM().importSample(sample, &id)
+                                           : session.sampleM().add(sample, &id),
+                                 id);
             });
         };
     });
@@ -176,10 +187,7 @@ void addClone(CommandLine& cli, CLI::App& group)
             KQC::KQCGUID id = parseSampleId(idText);
             return Runner([id](Session& session) {
                 KQC::KQCGUID newId;
-                Outcome outcome = resultOf(session.sampleM().clone(id, &newId));
-                if (outcome.rc == 0)
-                    outcome.payload["id"] = newId.toString();
-                return outcome;
+                return withNewId(session.sampleM().clone(id, &newId), newId);
             });
         };
     });
@@ -192,35 +200,8 @@ void addFrom(CommandLine& cli, CLI::App& group)
         return [&ctText] {
             CtRef ct = parseCT(ctText);
             return onEnvironment(ct, [](Session& session, const KQC::KQCEID& eid) {
-                Outcome outcome;
                 KQC::KQCGUID newId;
-                outcome = resultOf(session.sampleM().cloneToSample(eid, &newId));
-                if (outcome.rc == 0)
-                    outcome.payload["id"] = newId.toString();
-                return outcome;
-            });
-        };
-    });
-}
-
-void addImport(CommandLine& cli, CLI::App& group)
-{
-    cli.add(group, "import", "sample import FILE", [&cli](CLI::App& command) -> Build {
-        auto& file = cli.value<std::string>();
-        command.add_option("FILE", file, "sample file (its UUID is kept when this host does not use it)")
-            ->required();
-        return [&file] {
-            std::string path = file;
-            return Runner([path](Session& session) {
-                Outcome outcome;
-                KQC::KQCEnvSample sample = readSampleFile(path, outcome, true);
-                if (outcome.rc != 0)
-                    return outcome;
-                KQC::KQCGUID id;
-                outcome = resultOf(session.sampleM().importSample(sample, &id));
-                if (outcome.rc == 0)
-                    outcome.payload["id"] = id.toString();
-                return outcome;
+                return withNewId(session.sampleM().cloneToSample(eid, &newId), newId);
             });
         };
     });
@@ -233,12 +214,13 @@ void addSampleCommands(CommandLine& cli)
     CLI::App& group = cli.group(cli.root(), "sample", "configuration samples");
     addList(cli, group);
     addShow(cli, group);
-    addAdd(cli, group);
+    addFromFile(cli, group, "add", "sample add FILE", "configuration file", false);
     addDel(cli, group);
     addClone(cli, group);
     addFrom(cli, group);
     addSet(cli, group);
-    addImport(cli, group);
+    addFromFile(cli, group, "import", "sample import FILE",
+                "sample file (its UUID is kept when this host does not use it)", true);
 }
 
 } // namespace kqagent
