@@ -109,15 +109,19 @@ boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std:
     return config;
 }
 
-// The VEID the registry read from the environment's file while it is
-// unchanged: 0, -7 (no VEID), or 1 when the file must be read first.
-int cachedVeid(const std::string& folder, const KQC::KQCEID& eid, const std::string& path, int& veid)
+// The VEID of the environment's file: as the registry last read it while
+// the file is unchanged, else read now (one look at the file either way).
+// 0, -7 (no VEID), or another failure of reading it (message set).
+int recordVeid(const std::string& folder, const KQC::KQCEID& eid, const std::string& path, int& veid)
 {
     KQC::KQCGuard guard(shared().configLock);
     caches::CachedRecord& entry = shared().recordOf(folder, eid);
     if (entry.stamp.update(path) || !entry.read) {
         entry.read = false;
-        return 1;
+        boost::shared_ptr<KQSEnvConfig> config = loadEnvConfig(eid, path, entry);
+        if (!config)
+            return KQS_ERR_NO_ENV;
+        return config->getVeid(veid) == 0 ? KQS_OK : KQS_ERR_NO_VEID;
     }
     if (!entry.hasVeid)
         return KQS_ERR_NO_VEID;
@@ -292,14 +296,11 @@ int KQSEnvMLocal::putEnvConfig(const KQC::KQCEID& eid, const KQSEnvConfig& confi
 int KQSEnvMLocal::findByEid(const KQC::KQCEID& eid, int* veid)
 {
     // Only the VEID is needed: the registry keeps it for unchanged files.
+    const std::string folder = agentConfigFolder();
     int found = 0;
-    int rc = cachedVeid(agentConfigFolder(), eid, getVPSAgentConfigPathByEid(eid), found);
-    if (rc == 1) {
-        boost::shared_ptr<const KQSEnvConfig> config = sharedEnvConfig(eid);
-        if (!config)
-            return KQS_ERR_NO_ENV;
-        rc = config->getVeid(found) == 0 ? KQS_OK : KQS_ERR_NO_VEID;
-    }
+    int rc = recordVeid(folder, eid, folder + "/" + eid.toString(), found);
+    if (rc == KQS_ERR_NO_ENV)
+        return rc;
     if (rc != KQS_OK) {
         KQC::setErrorMessage("can't find ctid in env '%s' config", eid.toString().c_str());
         return KQS_ERR_NO_VEID;
