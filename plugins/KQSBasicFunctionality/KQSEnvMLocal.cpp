@@ -49,15 +49,13 @@ std::string agentConfigFolder()
 // The registry's shared state lives with the plug-in's other caches.
 caches::Registry& shared() { return caches::registry(); }
 
-// The EID list, from the cache while the folder is unchanged and we wrote
-// nothing. The caller holds lockModify.
-int readEnvListLocked(KQC::KQCEIDSet& out)
+// Brings the cached EID list up to date: read again only when the folder
+// changed or we wrote. The caller holds lockModify.
+int refreshEnvListLocked()
 {
     const std::string folder = agentConfigFolder();
-    if (!shared().envListStamp.changed(folder) && !shared().isModifiedForGetEnvList) {
-        out = shared().envList;
+    if (!shared().envListStamp.changed(folder) && !shared().isModifiedForGetEnvList)
         return 0;
-    }
     shared().envList.clear();
     KQC::OpenDir dir(folder);
     if (!dir) {
@@ -72,9 +70,18 @@ int readEnvListLocked(KQC::KQCEIDSet& out)
         if (eid.fromString(dir.name()) == 0)
             shared().envList.insert(eid);
     }
-    out = shared().envList;
     shared().isModifiedForGetEnvList = false;
     return 0;
+}
+
+// The EID list, as refreshEnvListLocked leaves it. The caller holds
+// lockModify.
+int readEnvListLocked(KQC::KQCEIDSet& out)
+{
+    int rc = refreshEnvListLocked();
+    if (rc == 0)
+        out = shared().envList;
+    return rc;
 }
 
 // Reads the file into the cache entry; empty (message set) when it cannot
@@ -162,32 +169,38 @@ int writeAgentFile(const KQC::KQCEID& eid, const KQSEnvConfig& config)
     return KQS_OK;
 }
 
-// The VEID map, from the cache while the folder is unchanged and we wrote
-// nothing. The caller holds lockModify.
-int readVeidMapLocked(KQSEnvMLocal& envm, std::map<int, KQC::KQCEID>& out)
+// Brings the cached VEID map up to date: built again only when the folder
+// changed or we wrote. The caller holds lockModify.
+int refreshVeidMapLocked(KQSEnvMLocal& envm)
 {
-    // The list is taken under the same hold as the map is built: a write
-    // landing between the two would otherwise be missing from a map that
-    // then counts as fresh.
-    KQC::KQCEIDSet eids;
-    int rc = readEnvListLocked(eids);
+    // The list is brought up to date under the same hold as the map is
+    // built: a write landing between the two would otherwise be missing
+    // from a map that then counts as fresh.
+    int rc = refreshEnvListLocked();
     if (rc != KQS_OK)
         return rc;
-    if (!shared().veidMapStamp.changed(agentConfigFolder()) && !shared().isModifiedForGetVEIDMap) {
-        out = shared().veidMap;
+    if (!shared().veidMapStamp.changed(agentConfigFolder()) && !shared().isModifiedForGetVEIDMap)
         return KQS_OK;
-    }
     shared().veidMap.clear();
     // In EID order, so that of two environments claiming one VEID the one
     // whose EID sorts last is kept.
-    for (const KQC::KQCEID& eid : eids) {
+    for (const KQC::KQCEID& eid : shared().envList) {
         int veid = 0;
         if (envm.findByEid(eid, &veid) == KQS_OK)
             shared().veidMap[veid] = eid;
     }
     shared().isModifiedForGetVEIDMap = false;
-    out = shared().veidMap;
     return KQS_OK;
+}
+
+// The VEID map, as refreshVeidMapLocked leaves it. The caller holds
+// lockModify.
+int readVeidMapLocked(KQSEnvMLocal& envm, std::map<int, KQC::KQCEID>& out)
+{
+    int rc = refreshVeidMapLocked(envm);
+    if (rc == KQS_OK)
+        out = shared().veidMap;
+    return rc;
 }
 
 // Registering a container (look it up, write its agent file, write its
@@ -318,15 +331,22 @@ int KQSEnvMLocal::getVEIDMap(std::map<int, KQC::KQCEID>& out)
 
 int KQSEnvMLocal::findByVeid(int veid, KQC::KQCEID& eid, const boost::shared_ptr<std::map<int, KQC::KQCEID>>& map)
 {
-    std::map<int, KQC::KQCEID> fresh;
-    const std::map<int, KQC::KQCEID>* lookIn = map.get();
-    if (!lookIn) {
-        if (getVEIDMap(fresh) != 0)
+    if (map) {
+        auto it = map->find(veid);
+        if (it == map->end()) {
+            KQC::setErrorMessage("eid for ctid#%d not found", veid);
             return KQC::KQC_ERR_NO_ENV_FOR_VEID;
-        lookIn = &fresh;
+        }
+        eid = it->second;
+        return 0;
     }
-    auto it = lookIn->find(veid);
-    if (it == lookIn->end()) {
+    // Looked up in the registry's own map: one container's lookup does not
+    // copy the whole host's.
+    KQC::KQCGuard guard(shared().lockModify);
+    if (refreshVeidMapLocked(*this) != KQS_OK)
+        return KQC::KQC_ERR_NO_ENV_FOR_VEID;
+    auto it = shared().veidMap.find(veid);
+    if (it == shared().veidMap.end()) {
         KQC::setErrorMessage("eid for ctid#%d not found", veid);
         return KQC::KQC_ERR_NO_ENV_FOR_VEID;
     }
@@ -413,12 +433,11 @@ int KQSEnvMLocal::registerContainer(int veid, const boost::shared_ptr<KQSEnvConf
         return rc;
     // Somebody may have registered it since the caller looked: then that
     // EID is the container's.
-    std::map<int, KQC::KQCEID> map;
-    rc = readVeidMapLocked(*this, map);
+    rc = refreshVeidMapLocked(*this);
     if (rc != KQS_OK)
         return rc;
-    auto known = map.find(veid);
-    if (known != map.end()) {
+    auto known = shared().veidMap.find(veid);
+    if (known != shared().veidMap.end()) {
         eid = known->second;
     } else {
         eid = KQC::KQCEID();
