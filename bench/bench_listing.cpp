@@ -414,8 +414,10 @@ private:
 
     const Figures* find(const char* name, int count) const
     {
+        // "NAME/COUNT", perhaps with more after a slash: 1000 is not 10000.
+        const std::string prefix = std::string(name) + "/" + std::to_string(count);
         for (const auto& entry : m_figures)
-            if (entry.first.rfind(std::string(name) + "/" + std::to_string(count), 0) == 0)
+            if (entry.first == prefix || entry.first.rfind(prefix + "/", 0) == 0)
                 return &entry.second;
         return nullptr;
     }
