@@ -112,12 +112,12 @@ void printEnvTable(std::ostream& out, const KQC::KQCEnvVector& envs)
 void streamEnvs(Outcome& outcome, const KQC::KQCEnvVector& envs)
 {
     outcome.streamKey = "envs";
-    // Each environment object is made and written on its own: the whole
-    // document is never held at once.
+    // Each environment object is written as it is read: the document is
+    // never held, not even one environment's part of it.
     outcome.writeJson = [envs](JsonWriter& writer) {
         writer.beginArray();
         for (const auto& env : envs)
-            writer.value(envToJson(*env));
+            writeEnvJson(writer, *env);
         writer.endArray();
     };
     outcome.writeText = [envs](std::ostream& out) { printEnvTable(out, envs); };

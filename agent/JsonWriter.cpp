@@ -113,6 +113,15 @@ void appendJsonString(std::string& out, std::string_view text)
     const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text.data());
     size_t i = 0;
     while (i < text.size()) {
+        // Most text needs no escape at all: runs of it are copied whole.
+        size_t run = i;
+        while (run < text.size() && bytes[run] >= 0x20 && bytes[run] < 0x80 && bytes[run] != '"' && bytes[run] != '\\')
+            ++run;
+        if (run > i) {
+            out.append(text.data() + i, run - i);
+            i = run;
+            continue;
+        }
         if (bytes[i] < 0x80) {
             appendAscii(out, text[i]);
             ++i;
@@ -137,6 +146,23 @@ std::string jsonText(const boost::json::value& value)
     return out;
 }
 
+// Enough text for a few environments: few writes, little held.
+const size_t kFlushBytes = 64 * 1024;
+
+void JsonWriter::flush()
+{
+    if (m_pending.empty())
+        return;
+    m_out.write(m_pending.data(), static_cast<std::streamsize>(m_pending.size()));
+    m_pending.clear();
+}
+
+void JsonWriter::gathered()
+{
+    if (m_pending.size() >= kFlushBytes || m_empty.empty())
+        flush();
+}
+
 void JsonWriter::separate()
 {
     if (m_afterKey) {
@@ -145,7 +171,7 @@ void JsonWriter::separate()
     }
     if (!m_empty.empty()) {
         if (!m_empty.back())
-            m_out.put(',');
+            m_pending += ',';
         m_empty.back() = false;
     }
 }
@@ -153,7 +179,7 @@ void JsonWriter::separate()
 void JsonWriter::open(char bracket)
 {
     separate();
-    m_out.put(bracket);
+    m_pending += bracket;
     m_empty.push_back(true);
 }
 
@@ -161,7 +187,8 @@ void JsonWriter::close(char bracket)
 {
     if (!m_empty.empty())
         m_empty.pop_back();
-    m_out.put(bracket);
+    m_pending += bracket;
+    gathered();
 }
 
 void JsonWriter::beginObject() { open('{'); }
@@ -172,31 +199,44 @@ void JsonWriter::endArray() { close(']'); }
 void JsonWriter::key(std::string_view name)
 {
     separate();
-    std::string text;
-    appendJsonString(text, name);
-    text += ':';
-    raw(text);
+    appendJsonString(m_pending, name);
+    m_pending += ':';
     m_afterKey = true;
 }
 
 void JsonWriter::string(std::string_view text)
 {
     separate();
-    std::string quoted;
-    appendJsonString(quoted, text);
-    raw(quoted);
+    appendJsonString(m_pending, text);
+    gathered();
 }
 
 void JsonWriter::number(long long value)
 {
     separate();
-    raw(std::to_string(value));
+    m_pending += std::to_string(value);
+    gathered();
+}
+
+void JsonWriter::unsignedNumber(unsigned long long value)
+{
+    separate();
+    m_pending += std::to_string(value);
+    gathered();
+}
+
+void JsonWriter::boolean(bool value)
+{
+    separate();
+    m_pending += value ? "true" : "false";
+    gathered();
 }
 
 void JsonWriter::value(const boost::json::value& value)
 {
     separate();
-    raw(jsonText(value));
+    appendValue(m_pending, value);
+    gathered();
 }
 
 } // namespace kqagent

@@ -26,11 +26,16 @@ void appendJsonString(std::string& out, std::string_view text);
 std::string jsonText(const boost::json::value& value);
 
 // Writes one JSON document to a stream piece by piece; commas and colons
-// are put in by the writer. The caller keeps the nesting balanced. Not
-// thread safe; the stream must outlive the writer.
+// are put in by the writer. The caller keeps the nesting balanced. Pieces
+// are gathered and go to the stream in large writes: whenever enough has
+// gathered, when the outermost container closes, and at the end of the
+// writer's life. Not thread safe; the stream must outlive the writer.
 class JsonWriter {
 public:
     explicit JsonWriter(std::ostream& out) : m_out(out) {}
+    ~JsonWriter() { flush(); }
+    JsonWriter(const JsonWriter&) = delete;
+    JsonWriter& operator=(const JsonWriter&) = delete;
 
     void beginObject();
     void endObject();
@@ -40,8 +45,12 @@ public:
     void key(std::string_view name);
     void string(std::string_view text);
     void number(long long value);
+    void unsignedNumber(unsigned long long value);
+    void boolean(bool value);
     // Any value, strings escaped as above.
     void value(const boost::json::value& value);
+    // Hands what has gathered to the stream.
+    void flush();
 
 private:
     // Before a value or a key: a comma unless it is the first of its
@@ -49,9 +58,10 @@ private:
     void separate();
     void open(char bracket);
     void close(char bracket);
-    void raw(const std::string& text) { m_out.write(text.data(), static_cast<std::streamsize>(text.size())); }
+    void gathered();
 
     std::ostream& m_out;
+    std::string m_pending;
     // For every open container: whether nothing is in it yet.
     std::vector<bool> m_empty;
     bool m_afterKey = false;

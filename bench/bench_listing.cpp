@@ -6,11 +6,22 @@
 //
 // The program re-executes itself once with the simulated kernel preloaded,
 // so the running list comes from the simulator as it would from a kernel.
+// Beside the listings in this process, it runs whole `kqagent --json list`
+// processes on the same hosts (their CPU time and peak memory), and ends
+// with a table of every figure beside the floor of the same run.
 #include "KQSEnvMLocal.h"
 
 #include "KQC/Env.h"
+#include "KQC/GUID.h"
+#include "KQC/HostPaths.h"
+#include "KQC/Message.h"
+#include "KQC/Tags.h"
+#include "KQS/Env.h"
+#include "KQS/EnvConfig.h"
 
+#include <algorithm>
 #include <benchmark/benchmark.h>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,9 +31,14 @@
 #include <malloc.h>
 #include <map>
 #include <string>
+#include <spawn.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
+
+extern char** environ;
 
 namespace {
 
@@ -35,6 +51,33 @@ struct Host {
     int count = 0;
 };
 
+void writeText(const std::string& path, const std::string& text)
+{
+    std::ofstream out(path);
+    out << text;
+    if (!out.flush())
+        std::abort();
+}
+
+// The agent-side record of a registered container, as the registry writes
+// it: the container's VEID and the environment type.
+std::string agentRecord(int veid)
+{
+    KQS::KQSEnvConfig config;
+    config.setVeid(veid);
+    config.setType(KQC::KQCEnvType(KQS::KQSEnv::type));
+    boost::shared_ptr<KQC::KQCMessage> message = KQC::KQCMsgFactory::createNew();
+    message->setName("packet");
+    KQC::KQCMessageIterator it = message->getIterator();
+    std::string text;
+    if (it.putObj(KQC::TAG_ENV_CONFIG, config) != 0 || message->saveToString(text) != 0)
+        std::abort();
+    return text;
+}
+
+// Every file of a registered container is written here directly: the
+// registry would take one locked, synced write per container, which is
+// what a host of 100,000 cannot wait for.
 std::string makeHost(int count)
 {
     char pattern[] = "/tmp/kqbench.XXXXXX";
@@ -44,11 +87,16 @@ std::string makeHost(int count)
     std::string init = std::string(KQ_BIN_DIR) + "/kqsim init '" + root + "' >/dev/null";
     if (std::system(init.c_str()) != 0)
         std::abort();
+    const std::string agentFolder = root + "/etc/kqagent/configs";
+    if (::mkdir(agentFolder.c_str(), 0755) != 0 && errno != EEXIST)
+        std::abort();
     for (int i = 0; i < count; ++i) {
         int veid = 1000 + i;
         std::string id = std::to_string(veid);
         std::string privateDir = root + "/kq/private/" + id;
-        ::mkdir(privateDir.c_str(), 0755);
+        std::string ownFolder = privateDir + "/.kqs";
+        if (::mkdir(privateDir.c_str(), 0755) != 0 || ::mkdir(ownFolder.c_str(), 0755) != 0)
+            std::abort();
         std::ofstream conf(root + "/etc/sysconfig/kq-scripts/" + id + ".conf");
         conf << "VE_ROOT=\"" << root << "/kq/root/" << id << "\"\n"
              << "VE_PRIVATE=\"" << privateDir << "\"\n"
@@ -56,6 +104,10 @@ std::string makeHost(int count)
              << "HOSTNAME=\"ct" << id << ".example\"\nIP_ADDRESS=\"10." << (veid >> 16) % 256 << "."
              << (veid >> 8) % 256 << "." << veid % 256 << "/24\"\n"
              << "DISKSPACE=\"1048576:1153434\"\nNAMESERVER=\"192.0.2.53\"\n";
+        KQC::KQCEID eid;
+        eid.generate();
+        writeText(agentFolder + "/" + eid.toString(), agentRecord(veid));
+        writeText(ownFolder + "/eid.conf", eid.toString());
     }
     return root;
 }
@@ -99,7 +151,8 @@ const Made& madeFor(int count)
     ::setenv("KQ_HOST_ROOT", made.root.c_str(), 1);
     long before = heapInUse();
     {
-        // Register every container once, as the plug-in's start-up does.
+        // Register every container once, as the plug-in's start-up does
+        // (all are registered already: nothing is written).
         KQS::KQSEnvMLocal envm{KQC::KQCAccessProvider()};
         KQC::KQCEnvVector envs;
         if (envm.getInfoEx(KQC::KQCEIDSet(), envs, 0xffffffff, true) != 0 || envs.size() != size_t(count))
@@ -216,12 +269,179 @@ void BM_Floor(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * count);
 }
 
-// 100,000 containers take a while to make (about a minute): warm listings
-// and the floor only.
+// The environment of a console started from here: without the simulated
+// kernel we preloaded into ourselves (the console arranges its own).
+std::vector<std::string> consoleEnvironment()
+{
+    std::vector<std::string> env;
+    for (char** entry = environ; *entry; ++entry) {
+        std::string pair = *entry;
+        if (pair.compare(0, 11, "LD_PRELOAD=") != 0 && pair.compare(0, 19, "KQ_BENCH_PRELOADED=") != 0)
+            env.push_back(pair);
+    }
+    return env;
+}
+
+// A process started from ours begins life in our memory (spawned, or
+// forked), and the kernel counts our peak into its own; GNU time, small,
+// starts the console for us and reports the console's peak alone.
+const char* const kTimeProgram = "/usr/bin/time";
+
+// One whole `kqagent --root ROOT --json list`, output discarded: its CPU
+// time (user and system) in seconds and its peak resident size in bytes
+// (0 when it cannot be known).
+bool runConsoleList(const std::string& root, double& cpuSeconds, double& peakBytes)
+{
+    const std::string report = root + ".time";
+    std::vector<std::string> args = {std::string(KQ_BIN_DIR) + "/kqagent", "--root", root, "--json", "list"};
+    const bool timed = ::access(kTimeProgram, X_OK) == 0;
+    if (timed)
+        args.insert(args.begin(), {kTimeProgram, "-f", "%M", "-o", report});
+    std::vector<std::string> env = consoleEnvironment();
+    std::vector<char*> argv, envp;
+    for (std::string& arg : args)
+        argv.push_back(&arg[0]);
+    argv.push_back(nullptr);
+    for (std::string& pair : env)
+        envp.push_back(&pair[0]);
+    envp.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    pid_t pid = 0;
+    int rc = ::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (rc != 0)
+        return false;
+    int status = 0;
+    struct rusage usage;
+    while (::wait4(pid, &status, 0, &usage) < 0)
+        if (errno != EINTR)
+            return false;
+    // With the time program's own, which is a millisecond at most.
+    cpuSeconds = usage.ru_utime.tv_sec + usage.ru_stime.tv_sec + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+    peakBytes = 0;
+    if (timed) {
+        std::ifstream in(report);
+        double kilobytes = 0;
+        if (in >> kilobytes)
+            peakBytes = kilobytes * 1024;
+        ::unlink(report.c_str());
+    }
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// The whole console process: start-up (which lists every container once,
+// each configuration parsed) and one `list` written as JSON. The time shown
+// is the process's CPU time, not the wall time, which on a shared machine
+// says more about the neighbours.
+void BM_ProcessList(benchmark::State& state)
+{
+    int count = static_cast<int>(state.range(0));
+    const std::string& root = hostFor(count);
+    double peak = 0;
+    for (auto _ : state) {
+        double cpu = 0, bytes = 0;
+        if (!runConsoleList(root, cpu, bytes)) {
+            state.SkipWithError("kqagent list failed");
+            break;
+        }
+        state.SetIterationTime(cpu);
+        peak = std::max(peak, bytes);
+    }
+    state.counters["max_rss_MB"] = peak / (1024 * 1024);
+}
+
+// 100,000 containers take a while to make (a minute or two): warm listings,
+// the floor and the whole process there.
 BENCHMARK(BM_Floor)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ListWarm)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ListOneChanged)->Arg(10000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ListCold)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ProcessList)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Iterations(3)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+
+// Prints what the console reporter prints, and keeps every figure for the
+// table at the end.
+class SummaryReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override
+    {
+        for (const Run& run : runs) {
+            if (run.error_occurred)
+                continue;
+            Figures& figures = m_figures[run.benchmark_name()];
+            // BM_ProcessList reports the process's CPU time as its time.
+            figures.cpuMs = run.benchmark_name().rfind("BM_ProcessList", 0) == 0 ? run.GetAdjustedRealTime()
+                                                                                : run.GetAdjustedCPUTime();
+            for (const auto& counter : run.counters)
+                figures.counters[counter.first] = counter.second.value;
+        }
+        ConsoleReporter::ReportRuns(runs);
+    }
+
+    void printSummary(std::FILE* out) const
+    {
+        std::fprintf(out, "\nCPU ms per listing, beside the floor of this run (x: times the floor)\n");
+        std::fprintf(out, "%8s %9s %9s %6s %11s %9s %10s %12s %11s\n", "N", "floor", "warm", "x", "one-changed",
+                     "cold", "cache B/CT", "process CPU", "process MB");
+        for (int count : {1000, 10000, 100000}) {
+            const Figures* floor = find("BM_Floor", count);
+            const Figures* warm = find("BM_ListWarm", count);
+            const Figures* any = floor ? floor : warm ? warm : find("BM_ProcessList", count);
+            if (!any)
+                continue;
+            const Figures* one = find("BM_ListOneChanged", count);
+            const Figures* cold = find("BM_ListCold", count);
+            const Figures* process = find("BM_ProcessList", count);
+            std::fprintf(out, "%8d %9s %9s %6s %11s %9s %10s %12s %11s\n", count, ms(floor).c_str(), ms(warm).c_str(),
+                         ratio(warm, floor).c_str(), ms(one).c_str(), ms(cold).c_str(),
+                         counter(warm, "cache_bytes_per_ct", "%.0f").c_str(), ms(process).c_str(),
+                         counter(process, "max_rss_MB", "%.1f").c_str());
+        }
+    }
+
+private:
+    struct Figures {
+        double cpuMs = 0;
+        std::map<std::string, double> counters;
+    };
+
+    const Figures* find(const char* name, int count) const
+    {
+        // "NAME/COUNT", perhaps with more after a slash: 1000 is not 10000.
+        const std::string prefix = std::string(name) + "/" + std::to_string(count);
+        for (const auto& entry : m_figures)
+            if (entry.first == prefix || entry.first.rfind(prefix + "/", 0) == 0)
+                return &entry.second;
+        return nullptr;
+    }
+    static std::string format(const char* pattern, double value)
+    {
+        char text[32];
+        std::snprintf(text, sizeof text, pattern, value);
+        return text;
+    }
+    static std::string ms(const Figures* figures) { return figures ? format("%.1f", figures->cpuMs) : "-"; }
+    static std::string ratio(const Figures* of, const Figures* to)
+    {
+        return of && to && to->cpuMs > 0 ? format("%.1f", of->cpuMs / to->cpuMs) : "-";
+    }
+    static std::string counter(const Figures* figures, const char* name, const char* pattern)
+    {
+        if (!figures)
+            return "-";
+        auto found = figures->counters.find(name);
+        return found == figures->counters.end() ? "-" : format(pattern, found->second);
+    }
+
+    std::map<std::string, Figures> m_figures;
+};
 
 } // namespace
 
@@ -234,7 +454,9 @@ int main(int argc, char** argv)
         return 127;
     }
     benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
+    SummaryReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.printSummary(stdout);
     benchmark::Shutdown();
     return 0;
 }

@@ -6,6 +6,7 @@
 #include "TextHelpers.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace KQS {
 namespace {
@@ -87,7 +88,7 @@ int KQSEnvConfigBashParser::getConfig(std::istream& input, KQSEnvConfig& config)
     parsed.getArchitecture(architecture);
     if (!m_architecture.empty() && !architecture.isSpecified())
         parsed.setArchitecture(m_architecture);
-    config = parsed;
+    config = std::move(parsed);
     return 0;
 }
 

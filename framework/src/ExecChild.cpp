@@ -8,76 +8,29 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
-#include <pthread.h>
-#include <sys/resource.h>
+#include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+extern char** environ;
 
 namespace KQC {
 namespace execdetail {
 namespace {
 
-// Everything the child needs, made before fork: after fork in a threaded
-// process the child may only make async-signal-safe calls, so nothing here
-// may allocate or lock once we are in the child.
-struct ChildPlan {
-    const char* const* argv;
-    const char* const* envp;
-    int in;
-    int out;
-    int err;
-    int report;
-    int maxFd;
-    struct sigaction defaultAction;
-    sigset_t emptyMask;
-};
-
-// The child's standard streams are set up with dup2 onto 0..2 and the
-// error-report pipe onto 3; a source descriptor below 4 would be clobbered
-// by an earlier dup2, so every one is moved up first.
-int moveAbove3(KQCHandle& fd)
+// The child's standard streams are set up with dup2 onto 0..2; a source
+// descriptor below 3 would be clobbered by an earlier dup2, so every one is
+// moved up first.
+int moveAbove2(KQCHandle& fd)
 {
-    if (fd.get() > 3)
+    if (fd.get() > 2)
         return 0;
-    int moved = ::fcntl(fd.get(), F_DUPFD_CLOEXEC, 4);
+    int moved = ::fcntl(fd.get(), F_DUPFD_CLOEXEC, 3);
     if (moved < 0)
         return -1;
     fd.reset(moved);
     return 0;
-}
-
-void closeFrom(int first, int maxFd)
-{
-    if (::close_range(static_cast<unsigned>(first), ~0U, 0) == 0)
-        return;
-    // Kernels before 5.9 lack close_range: close one by one.
-    for (int fd = first; fd < maxFd; ++fd)
-        ::close(fd);
-}
-
-[[noreturn]] void runChild(const ChildPlan& plan)
-{
-    // Signals are still all blocked (the parent blocked them around fork),
-    // so none of the parent's handlers can run here. Ignored signals would
-    // stay ignored across exec: put every disposition back to default.
-    for (int sig = 1; sig < NSIG; ++sig)
-        ::sigaction(sig, &plan.defaultAction, nullptr);
-    if (::dup2(plan.in, 0) >= 0 && ::dup2(plan.out, 1) >= 0 && ::dup2(plan.err, 2) >= 0
-        && ::dup3(plan.report, 3, O_CLOEXEC) >= 0) {
-        closeFrom(4, plan.maxFd);
-        ::sigprocmask(SIG_SETMASK, &plan.emptyMask, nullptr);
-        if (plan.envp != nullptr)
-            ::execvpe(plan.argv[0], const_cast<char* const*>(plan.argv), const_cast<char* const*>(plan.envp));
-        else
-            ::execvp(plan.argv[0], const_cast<char* const*>(plan.argv));
-    }
-    int failure = errno;
-    // The report pipe is close-on-exec: the parent reads EOF when exec
-    // worked and this errno when it did not.
-    ssize_t ignored = ::write(3, &failure, sizeof failure);
-    (void)ignored;
-    ::_exit(127);
 }
 
 int makePipe(KQCHandle& readEnd, KQCHandle& writeEnd)
@@ -103,33 +56,6 @@ int setNonBlocking(const KQCHandle& fd)
     }
     return 0;
 }
-
-int highestDescriptor()
-{
-    struct rlimit limit;
-    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY
-        && limit.rlim_cur < 1048576)
-        return static_cast<int>(limit.rlim_cur);
-    return 1048576;
-}
-
-// Reads the exec report: 0 when exec worked, else the child's errno.
-int readExecReport(KQCHandle& report)
-{
-    int childErrno = 0;
-    size_t got = 0;
-    char* bytes = reinterpret_cast<char*>(&childErrno);
-    while (got < sizeof childErrno) {
-        ssize_t n = ::read(report.get(), bytes + got, sizeof childErrno - got);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
-        got += static_cast<size_t>(n);
-    }
-    return got == sizeof childErrno ? childErrno : 0;
-}
-
 
 // One read from a ready output pipe; closes it at its end.
 int drain(pid_t pid, KQCHandle& fd, std::string& into)
@@ -188,13 +114,13 @@ int openExitDescriptor(pid_t pid)
     return -1;
 }
 
-// The child's ends of its three streams and of the exec report pipe.
+// The child's ends of its three streams.
 struct ChildEnds {
-    KQCHandle in, out, err, report;
+    KQCHandle in, out, err;
 };
 
 // Makes the pipes; the parent's ends go into child, the others into ends.
-int makeStreams(bool stdinPipe, Child& child, ChildEnds& ends, KQCHandle& reportRead)
+int makeStreams(bool stdinPipe, Child& child, ChildEnds& ends)
 {
     if (stdinPipe) {
         if (makePipe(ends.in, child.in) != 0)
@@ -206,52 +132,58 @@ int makeStreams(bool stdinPipe, Child& child, ChildEnds& ends, KQCHandle& report
             return -1;
         }
     }
-    if (makePipe(child.out, ends.out) != 0 || makePipe(child.err, ends.err) != 0
-        || makePipe(reportRead, ends.report) != 0)
+    if (makePipe(child.out, ends.out) != 0 || makePipe(child.err, ends.err) != 0)
         return -1;
-    if (moveAbove3(ends.in) != 0 || moveAbove3(ends.out) != 0 || moveAbove3(ends.err) != 0
-        || moveAbove3(ends.report) != 0) {
+    if (moveAbove2(ends.in) != 0 || moveAbove2(ends.out) != 0 || moveAbove2(ends.err) != 0) {
         setErrorMessage("can't duplicate a descriptor: %m");
         return -1;
     }
     return 0;
 }
 
-ChildPlan planFor(const char* const* argv, const char* const* envp, const ChildEnds& ends)
+// What posix_spawn needs, freed on every path.
+struct SpawnSetup {
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+    SpawnSetup()
+    {
+        posix_spawn_file_actions_init(&actions);
+        posix_spawnattr_init(&attributes);
+    }
+    ~SpawnSetup()
+    {
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attributes);
+    }
+    SpawnSetup(const SpawnSetup&) = delete;
+    SpawnSetup& operator=(const SpawnSetup&) = delete;
+};
+
+// The child gets its three streams and nothing else of ours: every other
+// descriptor is closed, even one somebody opened without close-on-exec.
+// It starts with every signal at its default and none blocked, as from a
+// shell: ignored signals would otherwise stay ignored across exec.
+int prepare(SpawnSetup& setup, const ChildEnds& ends)
 {
-    ChildPlan plan;
-    plan.argv = argv;
-    plan.envp = envp;
-    plan.in = ends.in.get();
-    plan.out = ends.out.get();
-    plan.err = ends.err.get();
-    plan.report = ends.report.get();
-    plan.maxFd = highestDescriptor();
-    std::memset(&plan.defaultAction, 0, sizeof plan.defaultAction);
-    plan.defaultAction.sa_handler = SIG_DFL;
-    sigemptyset(&plan.defaultAction.sa_mask);
-    sigemptyset(&plan.emptyMask);
-    return plan;
+    sigset_t all, none;
+    sigfillset(&all);
+    sigemptyset(&none);
+    if (posix_spawn_file_actions_adddup2(&setup.actions, ends.in.get(), 0) != 0
+        || posix_spawn_file_actions_adddup2(&setup.actions, ends.out.get(), 1) != 0
+        || posix_spawn_file_actions_adddup2(&setup.actions, ends.err.get(), 2) != 0
+        || posix_spawn_file_actions_addclosefrom_np(&setup.actions, 3) != 0
+        || posix_spawnattr_setsigdefault(&setup.attributes, &all) != 0
+        || posix_spawnattr_setsigmask(&setup.attributes, &none) != 0
+        || posix_spawnattr_setflags(&setup.attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK) != 0) {
+        setErrorMessage("can't prepare a process start: out of memory");
+        return -1;
+    }
+    return 0;
 }
 
-// fork with every signal blocked, so that no handler of ours runs in the
-// child before it has reset them. Returns the pid, or -1 (message set).
-pid_t forkChild(const ChildPlan& plan)
-{
-    sigset_t all, old;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &old);
-    pid_t pid = ::fork();
-    if (pid == 0)
-        runChild(plan);
-    int forkErrno = errno;
-    pthread_sigmask(SIG_SETMASK, &old, nullptr);
-    if (pid < 0) {
-        errno = forkErrno;
-        setErrorMessage("can't start '%s': fork: %m", plan.argv[0]);
-    }
-    return pid;
-}
+// The wait status of a child whose exec failed: it ends with code 127, as
+// a shell reports a program it cannot run.
+const int kExecFailedStatus = 127 << 8;
 
 } // namespace
 
@@ -260,27 +192,34 @@ int spawnChild(const char* const* argv, const char* const* envp, bool stdinPipe,
 {
     failedStatus = -1;
     ChildEnds ends;
-    KQCHandle reportRead;
-    if (makeStreams(stdinPipe, child, ends, reportRead) != 0)
+    if (makeStreams(stdinPipe, child, ends) != 0)
         return -1;
-    pid_t pid = forkChild(planFor(argv, envp, ends));
-    if (pid < 0)
+    SpawnSetup setup;
+    if (prepare(setup, ends) != 0)
         return -1;
-    child.pid = pid;
-    child.exit.reset(openExitDescriptor(pid));
-    ends = ChildEnds();  // the child has its copies; ours would hide its EOF
-
-    int execErrno = readExecReport(reportRead);
-    if (execErrno != 0) {
+    // The child shares our memory until it has exec'd (no copy of a large
+    // address space per tool run). The C library reaps a child whose exec
+    // failed and hands us its errno; only a process limit keeps it from
+    // being made at all.
+    pid_t pid = -1;
+    int rc = ::posix_spawnp(&pid, argv[0], &setup.actions, &setup.attributes, const_cast<char* const*>(argv),
+                            const_cast<char* const*>(envp != nullptr ? envp : environ));
+    if (rc != 0) {
+        errno = rc;
+        if (rc == EAGAIN) {
+            setErrorMessage("can't start '%s': %m", argv[0]);
+            return -1;
+        }
         child.in.reset();
         child.out.reset();
         child.err.reset();
-        if (reapChild(child, true) == 1)
-            failedStatus = child.status;
-        errno = execErrno;
+        failedStatus = kExecFailedStatus;
         setErrorMessage("can't execute '%s': %m", argv[0]);
         return -1;
     }
+    child.pid = pid;
+    child.exit.reset(openExitDescriptor(pid));
+    ends = ChildEnds();  // the child has its copies; ours would hide its EOF
     if (setNonBlocking(child.in) != 0 || setNonBlocking(child.out) != 0 || setNonBlocking(child.err) != 0) {
         signalChild(child, SIGKILL);
         reapChild(child, true);

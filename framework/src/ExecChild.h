@@ -32,8 +32,8 @@ struct Child {
 // stdinPipe the child's standard input is a pipe held in child.in, else
 // /dev/null. Returns 0 when the program runs. Returns -1 when it does not:
 // the message is set ("can't execute 'NAME': ..." when exec itself failed)
-// and failedStatus holds the reaped child's wait status, or -1 when no
-// child was made.
+// and failedStatus holds the wait status of that child, already reaped
+// (exit code 127), or -1 when no child was made.
 int spawnChild(const char* const* argv, const char* const* envp, bool stdinPipe, Child& child,
                int& failedStatus);
 

@@ -356,12 +356,196 @@ size_t nestingDepth(const std::string& text, size_t limit)
     return deepest;
 }
 
+// Reads the plain form that saving writes (an XML declaration, <message>
+// with its name, and <node>, <str> and <int> elements with their keys,
+// blanks between them) without building the general XML reader's tree,
+// which costs many times more on every record the agent loads. Anything
+// else it meets (comments, entities, CDATA, other elements, attributes or
+// quoting, a text that does not parse) makes it give up without a verdict:
+// the general reader then decides, so both agree on every text this one
+// takes. The caller has bounded the nesting.
+class PlainMessageReader {
+public:
+    explicit PlainMessageReader(const std::string& text) : m_text(text) {}
+
+    // True with name and node filled; false when the general reader must
+    // decide (name and node then hold no meaning).
+    bool read(std::string& name, KQCMessageNode& node)
+    {
+        if (m_text.find_first_of(std::string("&\0", 2)) != std::string::npos)
+            return false;
+        skipBlanks();
+        if (m_text.compare(m_at, 5, "<?xml") == 0 && m_at + 5 < m_text.size() && isBlank(m_text[m_at + 5])) {
+            size_t end = m_text.find("?>", m_at + 5);
+            if (end == std::string::npos)
+                return false;
+            m_at = end + 2;
+            skipBlanks();
+        }
+        Attributes attributes;
+        if (!startTag("message", attributes) || !attributes.only("name"))
+            return false;
+        name = attributes.name;
+        if (!readChildren(node, "message"))
+            return false;
+        skipBlanks();
+        return m_at == m_text.size();
+    }
+
+private:
+    // The attributes an element of ours may have, each at most once.
+    struct Attributes {
+        bool hasKey = false, hasEscaped = false, hasName = false;
+        std::string key, escaped, name;
+        bool only(const char* allowed) const
+        {
+            std::string list = allowed;
+            return (!hasKey || list.find("key") != std::string::npos) &&
+                   (!hasEscaped || list.find("escaped") != std::string::npos) &&
+                   (!hasName || list.find("name") != std::string::npos);
+        }
+    };
+
+    static bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+    void skipBlanks()
+    {
+        while (m_at < m_text.size() && isBlank(m_text[m_at]))
+            ++m_at;
+    }
+    bool take(const char* literal)
+    {
+        size_t length = std::strlen(literal);
+        if (m_text.compare(m_at, length, literal) != 0)
+            return false;
+        m_at += length;
+        return true;
+    }
+
+    // `<tag attr="value" ...>` at the current place; not an empty element.
+    bool startTag(const char* tag, Attributes& attributes)
+    {
+        if (!take("<") || !take(tag) || m_at >= m_text.size())
+            return false;
+        while (m_at < m_text.size() && isBlank(m_text[m_at])) {
+            skipBlanks();
+            if (m_at < m_text.size() && m_text[m_at] == '>')
+                break;
+            if (!attribute(attributes))
+                return false;
+        }
+        return take(">");
+    }
+
+    bool attribute(Attributes& attributes)
+    {
+        size_t equals = m_text.find('=', m_at);
+        if (equals == std::string::npos)
+            return false;
+        std::string attributeName = m_text.substr(m_at, equals - m_at);
+        m_at = equals + 1;
+        if (!take("\""))
+            return false;
+        size_t quote = m_text.find('"', m_at);
+        if (quote == std::string::npos)
+            return false;
+        std::string value = m_text.substr(m_at, quote - m_at);
+        m_at = quote + 1;
+        bool* has = nullptr;
+        std::string* into = nullptr;
+        if (attributeName == "key") {
+            has = &attributes.hasKey;
+            into = &attributes.key;
+        } else if (attributeName == "escaped") {
+            has = &attributes.hasEscaped;
+            into = &attributes.escaped;
+        } else if (attributeName == "name") {
+            has = &attributes.hasName;
+            into = &attributes.name;
+        } else {
+            return false;
+        }
+        if (*has)
+            return false;
+        *has = true;
+        *into = value;
+        return m_at < m_text.size() && (isBlank(m_text[m_at]) || m_text[m_at] == '>');
+    }
+
+    // The elements up to `</closing>`; the text between them is not ours.
+    bool readChildren(KQCMessageNode& node, const char* closing)
+    {
+        for (;;) {
+            size_t open = m_text.find('<', m_at);
+            if (open == std::string::npos)
+                return false;
+            m_at = open;
+            if (m_text.compare(m_at, 2, "</") == 0) {
+                m_at += 2;
+                return take(closing) && take(">");
+            }
+            KQCMessageElement element;
+            if (!readElement(element))
+                return false;
+            node.elements.push_back(std::move(element));
+        }
+    }
+
+    bool readElement(KQCMessageElement& element)
+    {
+        Attributes attributes;
+        if (m_text.compare(m_at, 5, "<node") == 0) {
+            if (!startTag("node", attributes) || !attributes.hasKey || !attributes.only("key"))
+                return false;
+            element.key = attributes.key;
+            element.kind = KQCMessageElement::Node;
+            element.node.reset(new KQCMessageNode);
+            return readChildren(*element.node, "node");
+        }
+        bool isString = m_text.compare(m_at, 4, "<str") == 0;
+        if (!isString && m_text.compare(m_at, 4, "<int") != 0)
+            return false;
+        const char* tag = isString ? "str" : "int";
+        if (!startTag(tag, attributes) || !attributes.hasKey || !attributes.only(isString ? "key escaped" : "key"))
+            return false;
+        size_t end = m_text.find('<', m_at);
+        if (end == std::string::npos)
+            return false;
+        std::string data = m_text.substr(m_at, end - m_at);
+        m_at = end;
+        if (!take("</") || !take(tag) || !take(">"))
+            return false;
+        element.key = attributes.key;
+        if (!isString) {
+            element.kind = KQCMessageElement::Int;
+            return parseNumber(data, element.number) == 0;
+        }
+        element.kind = KQCMessageElement::String;
+        if (attributes.escaped != "1") {
+            element.text = std::move(data);
+            return true;
+        }
+        return unescapeText(data, element.text) == 0;
+    }
+
+    const std::string& m_text;
+    size_t m_at = 0;
+};
+
 int parseMessageText(const std::string& text, std::string& name, KQCMessageNode& node,
                      std::string& problem)
 {
     if (nestingDepth(text, kMaxMessageDepth) > kMaxMessageDepth) {
         problem = "elements nested deeper than " + std::to_string(kMaxMessageDepth) + " levels";
         return -1;
+    }
+    {
+        std::string plainName;
+        KQCMessageNode plain;
+        if (PlainMessageReader(text).read(plainName, plain)) {
+            name.swap(plainName);
+            node.elements.swap(plain.elements);
+            return 0;
+        }
     }
     ptree document;
     try {

@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <string>
 
 namespace KQC {
 namespace {
@@ -95,13 +97,28 @@ const TagName kTagNames[] = {
     {TAG_ARGUMENT, "argument"},
 };
 
+// Every record read or written asks for the keys of its tags, dozens of
+// times: looked up by tag once made, the first name of a tag winning as in
+// the table's order.
+const std::map<int, std::string>& namesByTag()
+{
+    static const std::map<int, std::string> names = [] {
+        std::map<int, std::string> made;
+        for (const TagName& entry : kTagNames)
+            made.emplace(entry.tag, entry.name);
+        return made;
+    }();
+    return names;
+}
+
 } // namespace
 
 std::string tagKey(int tag)
 {
-    for (const TagName& entry : kTagNames)
-        if (entry.tag == tag)
-            return entry.name;
+    const std::map<int, std::string>& names = namesByTag();
+    auto found = names.find(tag);
+    if (found != names.end())
+        return found->second;
     return std::to_string(tag);
 }
 

@@ -52,12 +52,11 @@ Registry& registry()
 
 namespace {
 
-void markRegistryLists(bool envList)
+void markRegistryLists()
 {
     caches::Registry& registry = caches::registry();
     KQC::KQCGuard guard(registry.lockModify);
-    if (envList)
-        registry.isModifiedForGetEnvList = true;
+    registry.isModifiedForGetEnvList = true;
     registry.isModifiedForGetVEIDMap = true;
 }
 
@@ -74,14 +73,15 @@ void invalidateContainer(int veid)
         std::lock_guard<std::mutex> guard(listing.veidsLock);
         listing.veidsStamp.forget();
     }
-    // The container may have come or gone under an environment: which EID
-    // holds which VEID is read again.
-    markRegistryLists(false);
+    // Which EID holds which VEID comes from the agent-side files alone,
+    // which a container's tool does not write: the registry's lists stay.
+    // Reading them again meant a look at every agent-side file after every
+    // action, the bulk of an action's cost on a large host.
 }
 
 void invalidateEnvironment(const KQC::KQCEID& eid)
 {
-    markRegistryLists(true);
+    markRegistryLists();
     caches::Registry& registry = caches::registry();
     KQC::KQCGuard guard(registry.configLock);
     registry.records.erase(eid);
@@ -99,7 +99,7 @@ void invalidateAll()
         std::lock_guard<std::mutex> guard(listing.veidsLock);
         listing.veidsStamp.forget();
     }
-    markRegistryLists(true);
+    markRegistryLists();
     caches::Registry& registry = caches::registry();
     KQC::KQCGuard guard(registry.configLock);
     registry.records.clear();

@@ -26,8 +26,9 @@
 //  - invalidateContainer(veid) after anything that may have changed a
 //    container's configuration file, lock, private area or existence: a
 //    control-tool run on it, creating, setting, moving, cloning or
-//    destroying it. The VEID set and the VEID map are read again at their
-//    next use, the container's configuration is parsed again.
+//    destroying it. The VEID set is read again at its next use, the
+//    container's configuration is parsed again. The registry's lists are
+//    not touched: a writer of an agent-side file calls the next one too.
 //  - invalidateEnvironment(eid) after writing or removing an environment's
 //    agent-side file. The EID list and the VEID map are read again, the
 //    record is parsed again.

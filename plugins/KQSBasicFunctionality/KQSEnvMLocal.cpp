@@ -50,15 +50,13 @@ std::string agentConfigFolder()
 // The registry's shared state lives with the plug-in's other caches.
 caches::Registry& shared() { return caches::registry(); }
 
-// The EID list, from the cache while the folder is unchanged and we wrote
-// nothing. The caller holds lockModify.
-int readEnvListLocked(KQC::KQCEIDSet& out)
+// Brings the cached EID list up to date: read again only when the folder
+// changed or we wrote. The caller holds lockModify.
+int refreshEnvListLocked()
 {
     const std::string folder = agentConfigFolder();
-    if (!shared().envListStamp.changed(folder) && !shared().isModifiedForGetEnvList) {
-        out = shared().envList;
+    if (!shared().envListStamp.changed(folder) && !shared().isModifiedForGetEnvList)
         return 0;
-    }
     shared().envList.clear();
     KQC::OpenDir dir(folder);
     if (!dir) {
@@ -73,9 +71,18 @@ int readEnvListLocked(KQC::KQCEIDSet& out)
         if (eid.fromString(dir.name()) == 0)
             shared().envList.insert(eid);
     }
-    out = shared().envList;
     shared().isModifiedForGetEnvList = false;
     return 0;
+}
+
+// The EID list, as refreshEnvListLocked leaves it. The caller holds
+// lockModify.
+int readEnvListLocked(KQC::KQCEIDSet& out)
+{
+    int rc = refreshEnvListLocked();
+    if (rc == 0)
+        out = shared().envList;
+    return rc;
 }
 
 // Reads the file into the cache entry; empty (message set) when it cannot
@@ -110,15 +117,19 @@ boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std:
     return config;
 }
 
-// The VEID the registry read from the environment's file while it is
-// unchanged: 0, -7 (no VEID), or 1 when the file must be read first.
-int cachedVeid(const std::string& folder, const KQC::KQCEID& eid, const std::string& path, int& veid)
+// The VEID of the environment's file: as the registry last read it while
+// the file is unchanged, else read now (one look at the file either way).
+// 0, -7 (no VEID), or another failure of reading it (message set).
+int recordVeid(const std::string& folder, const KQC::KQCEID& eid, const std::string& path, int& veid)
 {
     KQC::KQCGuard guard(shared().configLock);
     caches::CachedRecord& entry = shared().recordOf(folder, eid);
     if (entry.stamp.update(path) || !entry.read) {
         entry.read = false;
-        return 1;
+        boost::shared_ptr<KQSEnvConfig> config = loadEnvConfig(eid, path, entry);
+        if (!config)
+            return KQS_ERR_NO_ENV;
+        return config->getVeid(veid) == 0 ? KQS_OK : KQS_ERR_NO_VEID;
     }
     if (!entry.hasVeid)
         return KQS_ERR_NO_VEID;
@@ -159,32 +170,38 @@ int writeAgentFile(const KQC::KQCEID& eid, const KQSEnvConfig& config)
     return KQS_OK;
 }
 
-// The VEID map, from the cache while the folder is unchanged and we wrote
-// nothing. The caller holds lockModify.
-int readVeidMapLocked(KQSEnvMLocal& envm, std::map<int, KQC::KQCEID>& out)
+// Brings the cached VEID map up to date: built again only when the folder
+// changed or we wrote. The caller holds lockModify.
+int refreshVeidMapLocked(KQSEnvMLocal& envm)
 {
-    // The list is taken under the same hold as the map is built: a write
-    // landing between the two would otherwise be missing from a map that
-    // then counts as fresh.
-    KQC::KQCEIDSet eids;
-    int rc = readEnvListLocked(eids);
+    // The list is brought up to date under the same hold as the map is
+    // built: a write landing between the two would otherwise be missing
+    // from a map that then counts as fresh.
+    int rc = refreshEnvListLocked();
     if (rc != KQS_OK)
         return rc;
-    if (!shared().veidMapStamp.changed(agentConfigFolder()) && !shared().isModifiedForGetVEIDMap) {
-        out = shared().veidMap;
+    if (!shared().veidMapStamp.changed(agentConfigFolder()) && !shared().isModifiedForGetVEIDMap)
         return KQS_OK;
-    }
     shared().veidMap.clear();
     // In EID order, so that of two environments claiming one VEID the one
     // whose EID sorts last is kept.
-    for (const KQC::KQCEID& eid : eids) {
+    for (const KQC::KQCEID& eid : shared().envList) {
         int veid = 0;
         if (envm.findByEid(eid, &veid) == KQS_OK)
             shared().veidMap[veid] = eid;
     }
     shared().isModifiedForGetVEIDMap = false;
-    out = shared().veidMap;
     return KQS_OK;
+}
+
+// The VEID map, as refreshVeidMapLocked leaves it. The caller holds
+// lockModify.
+int readVeidMapLocked(KQSEnvMLocal& envm, std::map<int, KQC::KQCEID>& out)
+{
+    int rc = refreshVeidMapLocked(envm);
+    if (rc == KQS_OK)
+        out = shared().veidMap;
+    return rc;
 }
 
 // Registering a container (look it up, write its agent file, write its
@@ -284,14 +301,11 @@ int KQSEnvMLocal::putEnvConfig(const KQC::KQCEID& eid, const KQSEnvConfig& confi
 int KQSEnvMLocal::findByEid(const KQC::KQCEID& eid, int* veid)
 {
     // Only the VEID is needed: the registry keeps it for unchanged files.
+    const std::string folder = agentConfigFolder();
     int found = 0;
-    int rc = cachedVeid(agentConfigFolder(), eid, getVPSAgentConfigPathByEid(eid), found);
-    if (rc == 1) {
-        boost::shared_ptr<const KQSEnvConfig> config = sharedEnvConfig(eid);
-        if (!config)
-            return KQS_ERR_NO_ENV;
-        rc = config->getVeid(found) == 0 ? KQS_OK : KQS_ERR_NO_VEID;
-    }
+    int rc = recordVeid(folder, eid, folder + "/" + eid.toString(), found);
+    if (rc == KQS_ERR_NO_ENV)
+        return rc;
     if (rc != KQS_OK) {
         KQC::setErrorMessage("can't find ctid in env '%s' config", eid.toString().c_str());
         return KQS_ERR_NO_VEID;
@@ -309,15 +323,22 @@ int KQSEnvMLocal::getVEIDMap(std::map<int, KQC::KQCEID>& out)
 
 int KQSEnvMLocal::findByVeid(int veid, KQC::KQCEID& eid, const boost::shared_ptr<std::map<int, KQC::KQCEID>>& map)
 {
-    std::map<int, KQC::KQCEID> fresh;
-    const std::map<int, KQC::KQCEID>* lookIn = map.get();
-    if (!lookIn) {
-        if (getVEIDMap(fresh) != 0)
+    if (map) {
+        auto it = map->find(veid);
+        if (it == map->end()) {
+            KQC::setErrorMessage("eid for ctid#%d not found", veid);
             return KQC::KQC_ERR_NO_ENV_FOR_VEID;
-        lookIn = &fresh;
+        }
+        eid = it->second;
+        return 0;
     }
-    auto it = lookIn->find(veid);
-    if (it == lookIn->end()) {
+    // Looked up in the registry's own map: one container's lookup does not
+    // copy the whole host's.
+    KQC::KQCGuard guard(shared().lockModify);
+    if (refreshVeidMapLocked(*this) != KQS_OK)
+        return KQC::KQC_ERR_NO_ENV_FOR_VEID;
+    auto it = shared().veidMap.find(veid);
+    if (it == shared().veidMap.end()) {
         KQC::setErrorMessage("eid for ctid#%d not found", veid);
         return KQC::KQC_ERR_NO_ENV_FOR_VEID;
     }
@@ -417,12 +438,11 @@ int KQSEnvMLocal::registerContainer(int veid, const boost::shared_ptr<KQSEnvConf
         return rc;
     // Somebody may have registered it since the caller looked: then that
     // EID is the container's.
-    std::map<int, KQC::KQCEID> map;
-    rc = readVeidMapLocked(*this, map);
+    rc = refreshVeidMapLocked(*this);
     if (rc != KQS_OK)
         return rc;
-    auto known = map.find(veid);
-    if (known != map.end()) {
+    auto known = shared().veidMap.find(veid);
+    if (known != shared().veidMap.end()) {
         eid = known->second;
     } else {
         eid = KQC::KQCEID();

@@ -88,6 +88,24 @@ TEST_F(FilesTest, WholeFileRoundTrip)
     write("bin", "shorter");  // replacing, not overwriting in place
     EXPECT_EQ(read("bin"), "shorter");
     EXPECT_EQ(entries(), (std::set<std::string>{"bin", "empty", "big"}));
+
+    // Sizes around one read's chunk: the text ends where the file does.
+    for (size_t size : {size_t(65535), size_t(65536), size_t(65537), size_t(131072)}) {
+        std::string text(size, 'z');
+        write("edge", text);
+        EXPECT_EQ(read("edge"), text) << size;
+    }
+}
+
+// Files whose size tells nothing of their text (0 in /proc) come whole,
+// however many reads that takes.
+TEST_F(FilesTest, KernelFilesAreReadToTheirEnd)
+{
+    std::string text;
+    ASSERT_EQ(KQC::file2str("/proc/self/status", text), 0) << KQC::getErrorMessage();
+    EXPECT_NE(text.find("\nnonvoluntary_ctxt_switches:"), std::string::npos) << text;
+    ASSERT_EQ(KQC::file2str("/proc/self/maps", text), 0) << KQC::getErrorMessage();
+    EXPECT_NE(text.find("[stack]"), std::string::npos);
 }
 
 TEST_F(FilesTest, ReadFailureKeepsErrnoAndNamesThePath)

@@ -210,6 +210,43 @@ TEST_F(MessageTest, MalformedFilesAreErrorsAndLeaveTheMessageAlone)
     EXPECT_EQ(message.load(path("absent")), -1);
 }
 
+// The plain form saving writes is read by a reader of its own; any other
+// spelling of the same message goes to the general XML reader. Both must
+// give the same message: each pair below is one message written plainly
+// and written otherwise, and the two must save to the same text.
+TEST_F(MessageTest, PlainAndOtherSpellingsOfAMessageLoadAlike)
+{
+    const std::string head = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
+    const std::pair<std::string, std::string> pairs[] = {
+        {head + "<message name=\"p\">\n <int key=\"veid\">-12</int>\n</message>\n",
+         "<!-- c --><message name='p'><int key=\"veid\">-12</int></message>"},
+        {"<message name=\"p\"><str key=\"a\">x y</str><str key=\"b\"></str></message>",
+         "<message name=\"p\"><str key=\"a\">x&#32;y</str><str key=\"b\"/></message>"},
+        {"<message name=\"p\"><str key=\"a\" escaped=\"1\">\\x20t\\n</str></message>",
+         "<message name=\"p\"><str escaped=\"1\" key=\"a\" >\\x20t\\n</str ></message>"},
+        {"<message name=\"p\"><str key=\"a\" escaped=\"0\">\\n</str></message>",
+         "<message name=\"p\"><str key=\"a\"><![CDATA[\\n]]></str></message>"},
+        {"<message name=\"p\">\r\n<node key=\"n\">\t<int key=\"i\"> 5</int><node key=\"m\"></node></node></message>",
+         "<message name=\"p\"><node key=\"n\"><int key=\"i\"> 5</int><!-- x --><node key=\"m\"/></node></message>"},
+        {"<message><str key=\"a\">1 &lt; 2</str></message>", "<message><str key=\"a\"><![CDATA[1 < 2]]></str></message>"},
+    };
+    for (const auto& pair : pairs) {
+        KQCMessage plain, other;
+        ASSERT_EQ(plain.loadFromString(pair.first), 0) << pair.first << ": " << KQC::getErrorMessage();
+        ASSERT_EQ(other.loadFromString(pair.second), 0) << pair.second << ": " << KQC::getErrorMessage();
+        std::string plainText, otherText;
+        ASSERT_EQ(plain.saveToString(plainText), 0);
+        ASSERT_EQ(other.saveToString(otherText), 0);
+        EXPECT_EQ(plainText, otherText) << pair.first;
+        // What saving writes reads back to itself.
+        KQCMessage again;
+        std::string againText;
+        ASSERT_EQ(again.loadFromString(plainText), 0);
+        ASSERT_EQ(again.saveToString(againText), 0);
+        EXPECT_EQ(againText, plainText);
+    }
+}
+
 // Whatever stands where an agent file should be, loading fails at once
 // with a message that names the file and the real cause.
 TEST_F(MessageTest, HostileFilesFailByNameWithTheirCause)

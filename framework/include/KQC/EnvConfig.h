@@ -123,6 +123,11 @@ class KQCEnvConfig {
 public:
     KQCEnvConfig() = default;
     virtual ~KQCEnvConfig() = default;
+    KQCEnvConfig(const KQCEnvConfig&) = default;
+    KQCEnvConfig& operator=(const KQCEnvConfig&) = default;
+    // A record just parsed is handed over without copying its texts.
+    KQCEnvConfig(KQCEnvConfig&&) = default;
+    KQCEnvConfig& operator=(KQCEnvConfig&&) = default;
 
     // A copy of the same dynamic type.
     virtual boost::shared_ptr<KQCEnvConfig> clone() const;

@@ -86,6 +86,8 @@ public:
     explicit KQSEnvConfig(const KQC::KQCEnvConfig& other);
     KQSEnvConfig(const KQSEnvConfig& other) = default;
     KQSEnvConfig& operator=(const KQSEnvConfig& other) = default;
+    KQSEnvConfig(KQSEnvConfig&& other) = default;
+    KQSEnvConfig& operator=(KQSEnvConfig&& other) = default;
 
     // 0 with the VEID when the configuration holds one, -1 otherwise.
     int getVeid(int& veid) const;
