@@ -432,29 +432,44 @@ int KQSEnvMLocal::addNewEnvLocked(int veid, KQC::KQCEID& eid, boost::shared_ptr<
 
 int KQSEnvMLocal::registerContainer(int veid, const boost::shared_ptr<KQSEnvConfig>& container, KQC::KQCEID& eid)
 {
+    std::vector<KQC::KQCEID> eids;
+    int rc = registerContainers({{veid, container}}, eids);
+    if (rc == KQS_OK)
+        eid = eids.front();
+    return rc;
+}
+
+int KQSEnvMLocal::registerContainers(const Unregistered& containers, std::vector<KQC::KQCEID>& eids)
+{
     RegistrationSection section;
     int rc = section.enter();
     if (rc != KQS_OK)
         return rc;
-    // Somebody may have registered it since the caller looked: then that
-    // EID is the container's.
+    // Somebody may have registered some of them since the caller looked:
+    // then their EIDs are the containers'. Other agents register only
+    // inside this section, so the map stays true while we hold it once our
+    // own registrations are added to it.
     rc = refreshVeidMapLocked(*this);
     if (rc != KQS_OK)
         return rc;
-    auto known = shared().veidMap.find(veid);
-    if (known != shared().veidMap.end()) {
-        eid = known->second;
-    } else {
-        eid = KQC::KQCEID();
-        rc = addNewEnvLocked(veid, eid, container);
-        if (rc != KQS_OK)
-            return rc;
+    for (const auto& [veid, container] : containers) {
+        KQC::KQCEID eid;
+        auto known = shared().veidMap.find(veid);
+        if (known != shared().veidMap.end()) {
+            eid = known->second;
+        } else {
+            rc = addNewEnvLocked(veid, eid, container);
+            if (rc != KQS_OK)
+                return rc;
+            shared().veidMap[veid] = eid;
+        }
+        // Still inside the section, so that the record always names the EID
+        // the registry holds. A container without a private area has no
+        // record; that does not stop its registration.
+        if (container)
+            (void)updateEnvEID(eid, container);
+        eids.push_back(eid);
     }
-    // Still inside the section, so that the record always names the EID the
-    // registry holds. A container without a private area has no record;
-    // that does not stop its registration.
-    if (container)
-        (void)updateEnvEID(eid, container);
     return KQS_OK;
 }
 

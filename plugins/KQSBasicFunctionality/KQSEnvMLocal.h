@@ -130,6 +130,12 @@ public:
     // configuration (for the record; may be empty). 0 or addNewEnv's
     // failure.
     int registerContainer(int veid, const boost::shared_ptr<KQSEnvConfig>& container, KQC::KQCEID& eid);
+    // The same for many containers in one critical section, so that a host
+    // of thousands of new containers is registered in one pass rather than
+    // one pass of the registry per container. `eids` receives the EIDs in
+    // the order given; on a failure it holds those registered before it.
+    using Unregistered = std::vector<std::pair<int, boost::shared_ptr<KQSEnvConfig>>>;
+    int registerContainers(const Unregistered& containers, std::vector<KQC::KQCEID>& eids);
     // updateEnvEID inside the same critical section, for a registered
     // container whose record must be made to agree. 0, -1 or -9.
     int recordEid(const KQC::KQCEID& eid, const boost::shared_ptr<KQSEnvConfig>& container);

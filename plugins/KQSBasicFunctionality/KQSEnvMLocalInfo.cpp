@@ -249,16 +249,18 @@ int KQSEnvMLocal::joinWithHost(const KQC::KQCEIDSet& eids, KQC::KQCEnvVector& ou
     }
     if (!sync)
         return 0;
-    for (const auto& entry : containers) {
-        // The identity the container records, else a new one, found from the
-        // configuration at hand rather than a listing of its own.
-        KQC::KQCEID eid;
-        rc = registerContainer(entry.first, entry.second.config, eid);
-        if (rc)
-            return rc;
-        out.push_back(buildEnv(eid, entry.second, mask));
-    }
-    return 0;
+    // The identity each container records, else a new one, found from the
+    // configuration at hand rather than a listing of its own.
+    Unregistered unregistered;
+    unregistered.reserve(containers.size());
+    for (const auto& entry : containers)
+        unregistered.emplace_back(entry.first, entry.second.config);
+    std::vector<KQC::KQCEID> registered;
+    rc = registerContainers(unregistered, registered);
+    auto entry = containers.begin();
+    for (const KQC::KQCEID& eid : registered)
+        out.push_back(buildEnv(eid, (entry++)->second, mask));
+    return rc;
 }
 
 } // namespace KQS
