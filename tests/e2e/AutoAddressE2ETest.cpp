@@ -1,7 +1,6 @@
 // Containers created with automatic addresses from the host's pool, through
 // the console on simulated hosts; and samples imported from files.
-#include "AgentRun.h"
-#include "TempHost.h"
+#include "E2EFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -13,16 +12,11 @@ namespace {
 const char kOsTemplate[] = "simos-9-x86_64";
 const char kPool[] = "etc/kqagent/ip-pool.conf";
 
-class AutoAddressE2ETest : public ::testing::Test {
+class AutoAddressE2ETest : public kqtest::E2ETest {
 protected:
     void SetUp() override { ASSERT_EQ(0, host.simulated(simulatorOptions())); }
     virtual std::string simulatorOptions() const { return ""; }
 
-    kqtest::RunResult json(std::vector<std::string> args, const std::string& input = "")
-    {
-        args.insert(args.begin(), "--json");
-        return kqtest::agent(host.root(), args, input);
-    }
     kqtest::RunResult create(std::vector<std::string> args)
     {
         args.insert(args.begin(), {"create", "--ostemplate", kOsTemplate});
@@ -39,8 +33,6 @@ protected:
         return out;
     }
     size_t listedCount() { return json({"list"}).json().at("envs").as_array().size(); }
-
-    kqtest::TempHost host;
 };
 
 class AutoAddressPoolE2ETest : public AutoAddressE2ETest {

@@ -1,27 +1,15 @@
 // Device mounts through kqagent: live mounts on the simulated host, their
 // records in the container's scripts or the host's table, and refusals.
-#include "AgentRun.h"
-#include "TempHost.h"
+#include "E2EFixture.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-class MountsE2ETest : public ::testing::Test {
+class MountsE2ETest : public kqtest::SimulatedE2ETest {
 protected:
-    void SetUp() override
-    {
-        ASSERT_EQ(0, host.simulated());
-        ASSERT_EQ(0, host.kqsim("add 101 --state running"));
-        ASSERT_EQ(0, host.kqsim("add 102 --state stopped"));
-    }
-    boost::json::object agent(const std::vector<std::string>& args)
-    {
-        std::vector<std::string> all = {"--json"};
-        all.insert(all.end(), args.begin(), args.end());
-        kqtest::RunResult run = kqtest::agent(host.root(), all);
-        return run.json();
-    }
+    MountsE2ETest() : SimulatedE2ETest({"101 --state running", "102 --state stopped"}) {}
+    boost::json::object agent(const std::vector<std::string>& args) { return json(args).json(); }
     // "device point type persistent mounted" per mount.
     std::vector<std::string> mounts(const std::string& ct)
     {
@@ -37,8 +25,6 @@ protected:
         return out;
     }
     std::string script(const std::string& kind) { return host.read("etc/sysconfig/kq-scripts/101." + kind); }
-
-    kqtest::TempHost host;
 };
 
 TEST_F(MountsE2ETest, PersistentLiveMountJourney)
