@@ -62,11 +62,24 @@ std::u32string codePoints(const std::string& text)
 
 } // namespace
 
-TEST_F(ConsoleE2ETest, ListsAnEmptyHostAsOneJsonObject)
+// An empty host: one JSON object for the listing, the registry's answer for
+// an unknown VEID, and two consoles allocating different VEIDs.
+TEST_F(ConsoleE2ETest, AnEmptyHostListsRefusesAndAllocates)
 {
     kqtest::RunResult run = json({"list"});
     ASSERT_EQ(0, run.exitCode) << run.err;
     EXPECT_EQ("{\"rc\":0,\"error\":\"\",\"envs\":[]}\n", run.out);
+
+    kqtest::RunResult unknown = json({"start", "4242"});
+    EXPECT_EQ(1, unknown.exitCode);
+    EXPECT_EQ(3804, unknown.json().at("rc").as_int64());
+    EXPECT_EQ("eid for ctid#4242 not found", unknown.json().at("error").as_string());
+
+    kqtest::RunResult first = json({"veid", "allocate"});
+    kqtest::RunResult second = json({"veid", "allocate"});
+    ASSERT_EQ(0, first.exitCode) << first.err;
+    ASSERT_EQ(0, second.exitCode) << second.err;
+    EXPECT_NE(first.json().at("veid").as_int64(), second.json().at("veid").as_int64());
 }
 
 TEST_F(ConsoleE2ETest, MalformedCommandsExitTwoAndRunNothing)
@@ -108,15 +121,6 @@ TEST_F(ConsoleE2ETest, HelpPrintsTheSynopsesAndRunsNothing)
     kqtest::RunResult info = kqtest::agent(host.root(), {"info", "--help"});
     EXPECT_EQ(std::string::npos, info.out.find("kqagent list")) << "only the command asked about";
     EXPECT_EQ("", calls());
-}
-
-TEST_F(ConsoleE2ETest, AnUnknownVeidIsTheRegistrysAnswer)
-{
-    kqtest::RunResult run = json({"start", "4242"});
-    EXPECT_EQ(1, run.exitCode);
-    auto result = run.json();
-    EXPECT_EQ(3804, result.at("rc").as_int64());
-    EXPECT_EQ("eid for ctid#4242 not found", result.at("error").as_string());
 }
 
 TEST_F(ConsoleE2ETest, BatchRunsEveryLineInOneProcess)
@@ -230,15 +234,6 @@ TEST_F(ConsoleE2ETest, ReadableTableInVeidOrderWithWords)
                 EXPECT_EQ(expected, text) << rows[row] << " cell " << cell;
         }
     }
-}
-
-TEST_F(ConsoleE2ETest, TwoConsolesAllocateDifferentVeids)
-{
-    kqtest::RunResult first = json({"veid", "allocate"});
-    kqtest::RunResult second = json({"veid", "allocate"});
-    ASSERT_EQ(0, first.exitCode) << first.err;
-    ASSERT_EQ(0, second.exitCode) << second.err;
-    EXPECT_NE(first.json().at("veid").as_int64(), second.json().at("veid").as_int64());
 }
 
 TEST_F(ConsoleE2ETest, AMissingRootOrPluginIsReported)
