@@ -48,18 +48,15 @@ TEST(SimToolShellConfigTest, ReadsTheQuotingFormsAndMultiLineValues)
     EXPECT_EQ(config.get("MISSING", "fallback"), "fallback");
 }
 
-TEST(SimToolShellConfigTest, LastAssignmentWinsAndOtherLinesAreIgnored)
+TEST(SimToolShellConfigTest, LastAssignmentWinsOtherLinesAreIgnoredOpenQuotesAreErrors)
 {
     ShellConfig config = parsed("KEY=\"one\"\necho not an assignment\nKEY=two\n");
     EXPECT_EQ(config.get("KEY"), "two");
     auto values = config.values();
     ASSERT_EQ(values.size(), 1u);
     EXPECT_EQ(values[0].second, "two");
-}
 
-TEST(SimToolShellConfigTest, UnterminatedQuotesAreErrors)
-{
-    ShellConfig config;
+    // Unterminated quotes are errors naming the line.
     EXPECT_EQ(config.parse("A=1\nB=\"open\n"), -1);
     EXPECT_NE(std::string(KQC::getErrorMessage()).find("line 2"), std::string::npos) << KQC::getErrorMessage();
     EXPECT_EQ(config.parse("C='open\n"), -1);
