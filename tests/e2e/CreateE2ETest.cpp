@@ -158,10 +158,6 @@ TEST_F(CreateE2ETest, SamplesAreKeptAndContainersAreMadeFromThem)
     EXPECT_EQ("Can't find the following templates: " + cloned, std::string(missing.json().at("error").as_string()));
 }
 
-} // namespace
-
-namespace {
-
 TEST_F(CreateE2ETest, SettingFromASampleTakesOnlyWhatWasChosen)
 {
     created({"--veid", "101", "--name", "web", "--hostname", "before"});
@@ -191,10 +187,6 @@ TEST_F(CreateE2ETest, SettingFromASampleTakesOnlyWhatWasChosen)
     EXPECT_EQ("500:600", kqtest::bashValue(confPath(101), "DISKSPACE"));
     EXPECT_EQ("net", kqtest::bashValue(confPath(101), "ORIGIN_SAMPLE"));
 }
-
-} // namespace
-
-namespace {
 
 TEST_F(CreateE2ETest, AListingInTheSameBatchSeesTheNewState)
 {

@@ -327,8 +327,6 @@ TEST_F(RegistryTest, NewEnvironmentsAreRegisteredWithTheirType)
     EXPECT_EQ(fresh, found);
 }
 
-namespace {
-
 // The registry's log lines while `work` runs, each as its level, a blank and
 // its text; the source must be the registry's unit.
 std::vector<std::string> registryLogLines(const std::string& logPath, const std::function<void()>& work)
@@ -352,8 +350,6 @@ std::vector<std::string> registryLogLines(const std::string& logPath, const std:
     }
     return lines;
 }
-
-} // namespace
 
 TEST_F(RegistryTest, LogsWhatItForgetsSkipsAndReads)
 {
