@@ -55,7 +55,7 @@ TEST_F(RegistryE2ETest, AllocatesAVeidWithinTheConfiguredBounds)
     EXPECT_NE(std::string::npos, result.out.find("\"rc\":0"));
 }
 
-TEST_F(RegistryE2ETest, PrivateFilesByVeidAndByEid)
+TEST_F(RegistryE2ETest, PrivateFilesByVeidAndByEidAndTheirRefusals)
 {
     kqtest::RunResult put = json({"private", "put", "4242", "notes"}, "hello");
     ASSERT_EQ(0, put.exitCode) << put.out;
@@ -72,10 +72,8 @@ TEST_F(RegistryE2ETest, PrivateFilesByVeidAndByEid)
     kqtest::RunResult missing = json({"private", "get", "4242", "notes"});
     EXPECT_EQ(1, missing.exitCode);
     EXPECT_NE(std::string::npos, missing.out.find("\"rc\":-4")) << missing.out;
-}
 
-TEST_F(RegistryE2ETest, PrivateFilesAreRefusedWithoutTheRight)
-{
+    // Refused without the right, for unknown containers and for bad names.
     kqtest::RunResult denied = json({"--deny", "38", "private", "get", "4242", "notes"});
     EXPECT_EQ(1, denied.exitCode);
     EXPECT_NE(std::string::npos, denied.out.find("\"rc\":414")) << denied.out;
