@@ -108,7 +108,7 @@ TEST_F(AutoAddressIPv6E2ETest, AnAdapterAsksForAnIPv6Address)
     EXPECT_EQ("10.8.0.1/24", addresses[1].as_string());
 }
 
-TEST_F(AutoAddressE2ETest, APoolThatCannotServeStopsTheCreationBeforeAnythingIsMade)
+TEST_F(AutoAddressE2ETest, APoolThatCannotServeOrAMisplacedAutoStopsTheCreationBeforeAnythingIsMade)
 {
     struct {
         const char* pool;  // nullptr: no pool file
@@ -137,11 +137,9 @@ TEST_F(AutoAddressE2ETest, APoolThatCannotServeStopsTheCreationBeforeAnythingIsM
     }
     // The creation that got one address of two gave it back.
     EXPECT_EQ(std::string::npos, host.read("var/lib/kqagent/ip-pool.leases").find("10.7.0.2 "));
-}
 
-TEST_F(AutoAddressE2ETest, AutomaticAddressesAreForCreationOnAnAdapter)
-{
-    ASSERT_EQ(0, host.kqsim("add 101"));
+    // Automatic addresses are for creation, on an adapter: anything else is
+    // a usage error.
     const std::vector<std::vector<std::string>> lines = {
         {"set", "101", "--ip", "auto"},
         {"set", "101", "--netif", "name=eth0,ip=auto"},
