@@ -322,7 +322,7 @@ TEST(ExecTest, EnvironmentPassing)
     ::unsetenv("KQ_INHERITED");
 }
 
-TEST(ExecTest, NoDescriptorLeaksIntoTheChild)
+TEST(ExecTest, ChildStartsWithoutLeakedDescriptorsWithDefaultSignalsAndEmptyMask)
 {
     int leaky = ::open("/dev/null", O_RDONLY);  // deliberately without O_CLOEXEC
     ASSERT_GE(leaky, 0);
@@ -334,10 +334,8 @@ TEST(ExecTest, NoDescriptorLeaksIntoTheChild)
     EXPECT_EQ(linesOf(exec.getOutput(GenExec::OUT)), (std::vector<std::string>{"0", "1", "2", "3"}));
     ::close(leaky);
     ::close(high);
-}
 
-TEST(ExecTest, ChildStartsWithDefaultSignalsAndEmptyMask)
-{
+    // Signals are back to their defaults and the mask is empty.
     struct sigaction ignore = {}, oldAction = {};
     ignore.sa_handler = SIG_IGN;
     ::sigaction(SIGUSR1, &ignore, &oldAction);
@@ -346,9 +344,8 @@ TEST(ExecTest, ChildStartsWithDefaultSignalsAndEmptyMask)
     sigaddset(&blocked, SIGUSR2);
     pthread_sigmask(SIG_BLOCK, &blocked, &oldMask);
 
-    GenExec exec;
-    const char* argv[] = {"grep", "-E", "^Sig(Ign|Blk)", "/proc/self/status", nullptr};
-    int status = exec.execWithError(argv, 0, 0);
+    const char* grep[] = {"grep", "-E", "^Sig(Ign|Blk)", "/proc/self/status", nullptr};
+    int status = exec.execWithError(grep, 0, 0);
 
     pthread_sigmask(SIG_SETMASK, &oldMask, nullptr);
     ::sigaction(SIGUSR1, &oldAction, nullptr);
@@ -365,7 +362,7 @@ TEST(ExecTest, ChildStartsWithDefaultSignalsAndEmptyMask)
     EXPECT_EQ(ignoredBits & ~libcSignals, 0u) << output;
 }
 
-TEST(ExecTest, InteractiveConversation)
+TEST(ExecTest, InteractiveConversationAndLargeWriteWithoutReading)
 {
     GenExec exec;
     const char* cat[] = {"/bin/cat", nullptr};
@@ -383,13 +380,8 @@ TEST(ExecTest, InteractiveConversation)
     EXPECT_EQ(exec.gets(line), 1);
     EXPECT_EQ(exec.execComplexEnd(), 0);
     EXPECT_EQ(exec.execComplexEnd(), -1);  // nothing left to end
-}
 
-TEST(ExecTest, InteractiveLargeWriteWithoutReading)
-{
     // cat answers while we still write: our write must keep reading.
-    GenExec exec;
-    const char* cat[] = {"/bin/cat", nullptr};
     ASSERT_EQ(exec.execComplexBegin(cat, 0), 0);
     std::string big(5 * 1024 * 1024, 'z');
     ASSERT_EQ(exec.puts(big), 0);
