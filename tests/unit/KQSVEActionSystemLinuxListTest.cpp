@@ -222,7 +222,7 @@ TEST_F(KQSVEActionSystemLinuxListTest, TypePredicatesNeedAConfigurationWithTheTy
     EXPECT_TRUE(VE::isVPSExist(config));
 }
 
-TEST_F(KQSVEActionSystemLinuxListTest, PrivateAndRootDirectoriesComeFromTheConfigurationFile)
+TEST_F(KQSVEActionSystemLinuxListTest, PrivateAndRootDirectoriesComeFromTheConfigurationFileTheLayoutFromTheArea)
 {
     m_host.settings();
     m_host.container(101);
@@ -238,11 +238,8 @@ TEST_F(KQSVEActionSystemLinuxListTest, PrivateAndRootDirectoriesComeFromTheConfi
     EXPECT_EQ(VE::getRootDir(102, &dir), -1);
     EXPECT_EQ(VE::getPrivateDir(103, &dir), -1);
     EXPECT_EQ(VE::getPrivateDir(101, nullptr), -1);
-}
 
-TEST_F(KQSVEActionSystemLinuxListTest, LayoutVersionIsAskedOfTheControlLibrary)
-{
-    m_host.mkdir("kq/private/101");
+    // The layout version is asked of the control library.
     EXPECT_EQ(VE::getVEPrivateLayoutVersion(m_host.path("kq/private/101")), 3);
     m_host.write("kq/private/101/.ve.layout", "4\n");
     EXPECT_EQ(VE::getVEPrivateLayoutVersion(m_host.path("kq/private/101")), 4);

@@ -38,7 +38,7 @@ protected:
     }
 };
 
-TEST_F(SimToolKqctlTest, StartAndStop)
+TEST_F(SimToolKqctlTest, StartStopAndRestart)
 {
     addContainer({"101"});
     expectDone({"start", "101"});
@@ -56,17 +56,15 @@ TEST_F(SimToolKqctlTest, StartAndStop)
     EXPECT_EQ(kqctl({"stop", "101"}).exitCode, 0) << "stopping a stopped container is fine";
     EXPECT_EQ(kqctl({"stop", "101", "--slow"}).exitCode, 2);
     EXPECT_FALSE(fs::exists(lockFile(101)));
-}
 
-TEST_F(SimToolKqctlTest, RestartKeepsItRunning)
-{
-    addContainer({"101", "--state", "running"});
-    addContainer({"102"});
-    expectDone({"restart", "101"});
+    // Restart leaves a running container running and starts a stopped one.
+    addContainer({"102", "--state", "running"});
+    addContainer({"103"});
     expectDone({"restart", "102"});
-    EXPECT_TRUE(isRunning(101));
+    expectDone({"restart", "103"});
     EXPECT_TRUE(isRunning(102));
-    EXPECT_EQ(mounts(), mountLine(101) + mountLine(102));
+    EXPECT_TRUE(isRunning(103));
+    EXPECT_EQ(mounts(), mountLine(102) + mountLine(103));
 }
 
 TEST_F(SimToolKqctlTest, MountAndUmount)
