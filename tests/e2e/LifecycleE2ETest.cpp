@@ -110,21 +110,7 @@ TEST_F(LifecycleE2ETest, ActionsChangeTheStateAndProgressGoesToStandardError)
     EXPECT_EQ(0u, listing().count(102));
 }
 
-TEST_F(LifecycleE2ETest, AFailingToolGivesTheResultAndMessage)
-{
-    ASSERT_EQ(0, host.kqsim("fault kqctl start 32 'Container is broken'"));
-    kqtest::RunResult run = json({"start", "102"});
-    EXPECT_EQ(1, run.exitCode);
-    EXPECT_EQ(-103, run.json().at("rc").as_int64());
-    EXPECT_EQ("kqctl start 102 failed: Container is broken", run.json().at("error").as_string());
-    EXPECT_EQ(3, state(listing()[102])) << "nothing changed";
-
-    kqtest::RunResult unknown = json({"start", "{6b1d3f0e-52c4-4a8e-9d27-c0a5e3b17f42}"});
-    EXPECT_EQ(-8, unknown.json().at("rc").as_int64());
-    EXPECT_EQ("can't find ctid by env", unknown.json().at("error").as_string());
-}
-
-TEST_F(LifecycleE2ETest, AClientWithoutTheRightIsRefusedWithTheRightsNumber)
+TEST_F(LifecycleE2ETest, RefusalsAndFailingToolsGiveTheirResultAndChangeNothing)
 {
     std::string eid(listing()[102].at("eid").as_string().c_str());
     struct Case {
@@ -148,4 +134,16 @@ TEST_F(LifecycleE2ETest, AClientWithoutTheRightIsRefusedWithTheRightsNumber)
     }
     EXPECT_EQ(std::string::npos, host.calls().find("\"start\"")) << host.calls();
     EXPECT_EQ(3, state(listing()[102]));
+
+    // A failing tool gives its result and message, and changes nothing.
+    ASSERT_EQ(0, host.kqsim("fault kqctl start 32 'Container is broken'"));
+    kqtest::RunResult run = json({"start", "102"});
+    EXPECT_EQ(1, run.exitCode);
+    EXPECT_EQ(-103, run.json().at("rc").as_int64());
+    EXPECT_EQ("kqctl start 102 failed: Container is broken", run.json().at("error").as_string());
+    EXPECT_EQ(3, state(listing()[102])) << "nothing changed";
+
+    kqtest::RunResult unknown = json({"start", "{6b1d3f0e-52c4-4a8e-9d27-c0a5e3b17f42}"});
+    EXPECT_EQ(-8, unknown.json().at("rc").as_int64());
+    EXPECT_EQ("can't find ctid by env", unknown.json().at("error").as_string());
 }
