@@ -525,7 +525,7 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, ConfigurationIsReadAndCompleted)
     EXPECT_EQ(adapters.get()[1].getAddresses().size(), 1u);
 }
 
-TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningContainersShowTheirLiveAdapters)
+TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningContainersShowTheirLiveAdaptersAndHostRoutedAddresses)
 {
     if (kqtest::ranInPreloadedChild())
         return;
@@ -533,7 +533,9 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningContainersShowTheirLiveAdapt
     m_host.container(101, "NETIF=\"name=venet0,host_routed=yes,ip=10.1.1.1;name=eth0,ip=10.0.0.2/24;"
                           "name=eth1,dhcp=yes\"\n");
     m_host.container(102, "NETIF=\"name=venet0,host_routed=yes,ip=10.1.1.2;name=eth0,ip=10.0.0.3/24\"\n");
-    m_host.running("101\n");
+    m_host.container(103, "IP_ADDRESS=\"10.0.0.5 10.0.0.6\"\nNETIF=\"name=eth0,ip=10.1.0.2/24\"\n");
+    m_host.running("101\n103\n");
+    m_host.kernel(103, "veth.eth0.state", "up");
     m_host.kernel(101, "veth.eth0.state", "down");
     m_host.kernel(101, "veth.eth1.state", "up");
     m_host.kernel(101, "veth.eth1.addresses", "192.168.5.7/24");
@@ -556,36 +558,24 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningContainersShowTheirLiveAdapt
     list[102].config->getNetVEths(adapters);
     EXPECT_EQ(adapters.get()[0].getStatus(), KQSNetVEth::STATUS_UNKNOWN);
 
+    // Host-routed addresses are listed beside the adapters' own, on the
+    // default adapter that comes last.
+    list[103].config->getAddresses(addresses);
+    std::vector<std::string> texts;
+    for (const KQC::KQCIPAddress& address : addresses.get())
+        texts.push_back(address.toString());
+    EXPECT_EQ(texts, (std::vector<std::string>{"10.1.0.2/24", "10.0.0.5", "10.0.0.6"}));
+    list[103].config->getNetVEths(adapters);
+    ASSERT_EQ(adapters.get().size(), 2u);
+    EXPECT_EQ(adapters.get()[1].getName(), "venet0");
+    EXPECT_EQ(adapters.get()[1].getStatus(), KQSNetVEth::STATUS_UP);
+
     // It stops: the state it had while running does not stay.
     m_host.running("");
     ASSERT_EQ(VE::getVPSList(list, false, false), 0);
     list[101].config->getNetVEths(adapters);
     EXPECT_EQ(adapters.get()[0].getStatus(), KQSNetVEth::STATUS_UNKNOWN);
     EXPECT_EQ(adapters.get()[1].getStatus(), KQSNetVEth::STATUS_UNKNOWN);
-}
-
-TEST_F(KQSVEActionSystemLinuxListKernelTest, HostRoutedAddressesAreListedBesideTheAdapters)
-{
-    if (kqtest::ranInPreloadedChild())
-        return;
-    m_host.settings();
-    m_host.container(101, "IP_ADDRESS=\"10.0.0.5 10.0.0.6\"\nNETIF=\"name=eth0,ip=10.1.0.2/24\"\n");
-    m_host.running("101\n");
-    m_host.kernel(101, "veth.eth0.state", "up");
-    KQSVPSList list;
-    ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
-
-    KQC::KQCOptionalProperty<KQC::KQCIPAddressList> addresses;
-    list[101].config->getAddresses(addresses);
-    std::vector<std::string> texts;
-    for (const KQC::KQCIPAddress& address : addresses.get())
-        texts.push_back(address.toString());
-    EXPECT_EQ(texts, (std::vector<std::string>{"10.1.0.2/24", "10.0.0.5", "10.0.0.6"}));
-    KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
-    list[101].config->getNetVEths(adapters);
-    ASSERT_EQ(adapters.get().size(), 2u);
-    EXPECT_EQ(adapters.get()[1].getName(), "venet0");
-    EXPECT_EQ(adapters.get()[1].getStatus(), KQSNetVEth::STATUS_UP);
 }
 
 TEST_F(KQSVEActionSystemLinuxListKernelTest, AdapterBothUpAndDownIsLoggedAndTheContainerStays)
