@@ -1,7 +1,6 @@
 // Container-user authentication through "kqagent auth", against real
 // crypt(3) hashes in a simulated container's etc/shadow.
-#include "AgentRun.h"
-#include "TempHost.h"
+#include "E2EFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -10,24 +9,21 @@
 
 namespace {
 
-class AuthE2ETest : public ::testing::Test {
+class AuthE2ETest : public kqtest::SimulatedE2ETest {
 protected:
+    AuthE2ETest() : SimulatedE2ETest({"101 --state running"}) {}
+
     void SetUp() override
     {
-        ASSERT_EQ(0, host.simulated());
-        ASSERT_EQ(0, host.kqsim("add 101 --state running"));
-        kqtest::RunResult sync = agent({"sync"}, "");
+        SimulatedE2ETest::SetUp();
+        if (HasFatalFailure())
+            return;
+        kqtest::RunResult sync = json({"sync"});
         ASSERT_EQ(0, sync.exitCode) << sync.out << sync.err;
-        kqtest::RunResult info = agent({"info", "101"}, "");
+        kqtest::RunResult info = json({"info", "101"});
         ASSERT_EQ(0, info.exitCode) << info.out;
         eidBody = std::string(info.json().at("env").at("eid").as_string().c_str());
         eidBody = eidBody.substr(1, eidBody.size() - 2);
-    }
-
-    kqtest::RunResult agent(std::vector<std::string> args, const std::string& input)
-    {
-        args.insert(args.begin(), "--json");
-        return kqtest::agent(host.root(), args, input);
     }
 
     // Gives the container a user with a password, as its own tools would.
@@ -39,7 +35,6 @@ protected:
 
     std::string local(int type) const { return "S-1-0-" + std::to_string(type) + "-" + eidBody; }
 
-    kqtest::TempHost host;
     std::string eidBody;
 };
 
@@ -49,15 +44,6 @@ std::vector<std::string> groupsOf(const boost::json::object& json)
     for (const auto& group : json.at("groups").as_array())
         groups.push_back(std::string(group.as_string().c_str()));
     return groups;
-}
-
-TEST_F(AuthE2ETest, RootWithTheRightPasswordGetsAToken)
-{
-    kqtest::RunResult result = agent({"auth", "101", "root"}, "secret\n");
-    ASSERT_EQ(0, result.exitCode) << result.out << result.err;
-    boost::json::object json = result.json();
-    EXPECT_EQ(local(1), std::string(json.at("user_sid").as_string().c_str()));
-    EXPECT_EQ((std::vector<std::string>{local(2), "S-1-5-9"}), groupsOf(json));
 }
 
 TEST_F(AuthE2ETest, RefusalsSayWhy)
@@ -78,7 +64,7 @@ TEST_F(AuthE2ETest, RefusalsSayWhy)
          "required component is not installed: morvo not installed"},
     };
     for (const Case& c : cases) {
-        kqtest::RunResult result = agent(c.args, c.password + "\n");
+        kqtest::RunResult result = json(c.args, c.password + "\n");
         EXPECT_EQ(1, result.exitCode) << result.out;
         boost::json::object json = result.json();
         EXPECT_EQ(c.rc, json.at("rc").as_int64()) << result.out;
@@ -86,19 +72,24 @@ TEST_F(AuthE2ETest, RefusalsSayWhy)
     }
 }
 
-TEST_F(AuthE2ETest, GroupZeroMembersAndTheControlPanelAdministratorGetTheirTokens)
+TEST_F(AuthE2ETest, RootGroupZeroMembersAndTheControlPanelAdministratorGetTheirTokens)
 {
+    kqtest::RunResult root = json({"auth", "101", "root"}, "secret\n");
+    ASSERT_EQ(0, root.exitCode) << root.out << root.err;
+    EXPECT_EQ(local(1), std::string(root.json().at("user_sid").as_string().c_str()));
+    EXPECT_EQ((std::vector<std::string>{local(2), "S-1-5-9"}), groupsOf(root.json()));
+
     addUser("alice", "alice-pw");
     addUser("morvoadmin", "panel-pw");
     std::string group = host.path("kq/private/101/root/etc/group");
     kqtest::writeFile(group, "root:x:0:alice\n" + kqtest::readFile(group).substr(kqtest::readFile(group).find('\n') + 1));
 
-    kqtest::RunResult alice = agent({"auth", "101", "alice"}, "alice-pw\n");
+    kqtest::RunResult alice = json({"auth", "101", "alice"}, "alice-pw\n");
     ASSERT_EQ(0, alice.exitCode) << alice.out;
     EXPECT_EQ(local(2), std::string(alice.json().at("user_sid").as_string().c_str()));
     EXPECT_EQ((std::vector<std::string>{"S-1-5-9", local(2)}), groupsOf(alice.json()));
 
-    kqtest::RunResult admin = agent({"auth", "101", "morvoadmin"}, "panel-pw\n");
+    kqtest::RunResult admin = json({"auth", "101", "morvoadmin"}, "panel-pw\n");
     ASSERT_EQ(0, admin.exitCode) << admin.out;
     EXPECT_EQ(local(3), std::string(admin.json().at("user_sid").as_string().c_str()));
     EXPECT_EQ((std::vector<std::string>{local(2), "S-1-5-10"}), groupsOf(admin.json()));
@@ -106,8 +97,8 @@ TEST_F(AuthE2ETest, GroupZeroMembersAndTheControlPanelAdministratorGetTheirToken
 
 TEST_F(AuthE2ETest, ThePasswordTravelsOnlyOnStandardInput)
 {
-    kqtest::RunResult good = agent({"auth", "101", "root"}, "secret\n");
-    kqtest::RunResult bad = agent({"auth", "101", "root"}, "not-the-password\n");
+    kqtest::RunResult good = json({"auth", "101", "root"}, "secret\n");
+    kqtest::RunResult bad = json({"auth", "101", "root"}, "not-the-password\n");
     std::string calls = host.calls();
     EXPECT_NE(std::string::npos, calls.find("[\"kqauth\",\"101\",\"root\"]")) << calls;
     std::string log = kqtest::exists(host.path("var/lib/kqagent/kqagent.log"))

@@ -1,7 +1,6 @@
 // Containers created with automatic addresses from the host's pool, through
 // the console on simulated hosts; and samples imported from files.
-#include "AgentRun.h"
-#include "TempHost.h"
+#include "E2EFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -13,16 +12,11 @@ namespace {
 const char kOsTemplate[] = "simos-9-x86_64";
 const char kPool[] = "etc/kqagent/ip-pool.conf";
 
-class AutoAddressE2ETest : public ::testing::Test {
+class AutoAddressE2ETest : public kqtest::E2ETest {
 protected:
     void SetUp() override { ASSERT_EQ(0, host.simulated(simulatorOptions())); }
     virtual std::string simulatorOptions() const { return ""; }
 
-    kqtest::RunResult json(std::vector<std::string> args, const std::string& input = "")
-    {
-        args.insert(args.begin(), "--json");
-        return kqtest::agent(host.root(), args, input);
-    }
     kqtest::RunResult create(std::vector<std::string> args)
     {
         args.insert(args.begin(), {"create", "--ostemplate", kOsTemplate});
@@ -39,8 +33,6 @@ protected:
         return out;
     }
     size_t listedCount() { return json({"list"}).json().at("envs").as_array().size(); }
-
-    kqtest::TempHost host;
 };
 
 class AutoAddressPoolE2ETest : public AutoAddressE2ETest {
@@ -116,7 +108,7 @@ TEST_F(AutoAddressIPv6E2ETest, AnAdapterAsksForAnIPv6Address)
     EXPECT_EQ("10.8.0.1/24", addresses[1].as_string());
 }
 
-TEST_F(AutoAddressE2ETest, APoolThatCannotServeStopsTheCreationBeforeAnythingIsMade)
+TEST_F(AutoAddressE2ETest, APoolThatCannotServeOrAMisplacedAutoStopsTheCreationBeforeAnythingIsMade)
 {
     struct {
         const char* pool;  // nullptr: no pool file
@@ -145,11 +137,9 @@ TEST_F(AutoAddressE2ETest, APoolThatCannotServeStopsTheCreationBeforeAnythingIsM
     }
     // The creation that got one address of two gave it back.
     EXPECT_EQ(std::string::npos, host.read("var/lib/kqagent/ip-pool.leases").find("10.7.0.2 "));
-}
 
-TEST_F(AutoAddressE2ETest, AutomaticAddressesAreForCreationOnAnAdapter)
-{
-    ASSERT_EQ(0, host.kqsim("add 101"));
+    // Automatic addresses are for creation, on an adapter: anything else is
+    // a usage error.
     const std::vector<std::vector<std::string>> lines = {
         {"set", "101", "--ip", "auto"},
         {"set", "101", "--netif", "name=eth0,ip=auto"},

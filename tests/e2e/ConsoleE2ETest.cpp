@@ -1,7 +1,6 @@
 // The console on simulated hosts: its command line, its output forms and
 // its refusal of malformed commands.
-#include "AgentRun.h"
-#include "TempHost.h"
+#include "E2EFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -11,9 +10,8 @@
 
 namespace {
 
-class ConsoleE2ETest : public ::testing::Test {
+class ConsoleE2ETest : public kqtest::SimulatedE2ETest {
 protected:
-    void SetUp() override { ASSERT_EQ(0, host.simulated()); }
     std::string calls() const { return kqtest::readFile(host.path("var/log/kqsim/calls.log")); }
     void add(std::vector<std::string> args)
     {
@@ -30,8 +28,6 @@ protected:
         add({"103", "--state", "mounted"});
         add({"104", "--state", "suspended", "--layout", "4", "--name", "gamma"});
     }
-
-    kqtest::TempHost host;
 };
 
 std::string replaceAll(std::string text, const std::string& from, const std::string& to)
@@ -66,11 +62,24 @@ std::u32string codePoints(const std::string& text)
 
 } // namespace
 
-TEST_F(ConsoleE2ETest, ListsAnEmptyHostAsOneJsonObject)
+// An empty host: one JSON object for the listing, the registry's answer for
+// an unknown VEID, and two consoles allocating different VEIDs.
+TEST_F(ConsoleE2ETest, AnEmptyHostListsRefusesAndAllocates)
 {
-    kqtest::RunResult run = kqtest::agent(host.root(), {"--json", "list"});
+    kqtest::RunResult run = json({"list"});
     ASSERT_EQ(0, run.exitCode) << run.err;
     EXPECT_EQ("{\"rc\":0,\"error\":\"\",\"envs\":[]}\n", run.out);
+
+    kqtest::RunResult unknown = json({"start", "4242"});
+    EXPECT_EQ(1, unknown.exitCode);
+    EXPECT_EQ(3804, unknown.json().at("rc").as_int64());
+    EXPECT_EQ("eid for ctid#4242 not found", unknown.json().at("error").as_string());
+
+    kqtest::RunResult first = json({"veid", "allocate"});
+    kqtest::RunResult second = json({"veid", "allocate"});
+    ASSERT_EQ(0, first.exitCode) << first.err;
+    ASSERT_EQ(0, second.exitCode) << second.err;
+    EXPECT_NE(first.json().at("veid").as_int64(), second.json().at("veid").as_int64());
 }
 
 TEST_F(ConsoleE2ETest, MalformedCommandsExitTwoAndRunNothing)
@@ -114,18 +123,9 @@ TEST_F(ConsoleE2ETest, HelpPrintsTheSynopsesAndRunsNothing)
     EXPECT_EQ("", calls());
 }
 
-TEST_F(ConsoleE2ETest, AnUnknownVeidIsTheRegistrysAnswer)
-{
-    kqtest::RunResult run = kqtest::agent(host.root(), {"--json", "start", "4242"});
-    EXPECT_EQ(1, run.exitCode);
-    auto result = run.json();
-    EXPECT_EQ(3804, result.at("rc").as_int64());
-    EXPECT_EQ("eid for ctid#4242 not found", result.at("error").as_string());
-}
-
 TEST_F(ConsoleE2ETest, BatchRunsEveryLineInOneProcess)
 {
-    kqtest::RunResult run = kqtest::agent(host.root(), {"--json", "batch"},
+    kqtest::RunResult run = json({"batch"},
                                           "# a comment\n\nlist\n  list --state 6\nlist --state 'x\n"
                                           "list --state zz\nveid\nlist --help\nbatch\n");
     EXPECT_EQ(1, run.exitCode) << "malformed lines";
@@ -138,7 +138,7 @@ TEST_F(ConsoleE2ETest, BatchRunsEveryLineInOneProcess)
         }
     }
 
-    kqtest::RunResult good = kqtest::agent(host.root(), {"--json", "batch"}, "list\nlist\n");
+    kqtest::RunResult good = json({"batch"}, "list\nlist\n");
     EXPECT_EQ(0, good.exitCode);
     EXPECT_EQ(2u, good.objects().size());
 }
@@ -161,7 +161,7 @@ TEST_F(ConsoleE2ETest, JsonBytesOfAFixedHost)
         return replaceAll(text, "@ROOT@", host.root());
     };
     for (const char* command : {"list", "sync"}) {
-        kqtest::RunResult run = kqtest::agent(host.root(), {"--json", command});
+        kqtest::RunResult run = json({command});
         ASSERT_EQ(0, run.exitCode) << run.err;
         std::string want = "{\"rc\":0,\"error\":\"\",\"envs\":[";
         boost::json::object result = run.json();
@@ -170,7 +170,7 @@ TEST_F(ConsoleE2ETest, JsonBytesOfAFixedHost)
             want += (i ? "," : "") + envText(envs[i]);
         EXPECT_EQ(want + "]}\n", run.out) << command;
     }
-    kqtest::RunResult info = kqtest::agent(host.root(), {"--json", "info", "101"});
+    kqtest::RunResult info = json({"info", "101"});
     EXPECT_EQ("{\"rc\":0,\"error\":\"\",\"env\":" + envText(info.json().at("env")) + "}\n", info.out);
 }
 
@@ -179,7 +179,7 @@ TEST_F(ConsoleE2ETest, JsonStaysValidForAnyBytes)
     // Bytes that are no UTF-8 come back as \u0080..\u00ff escapes of the
     // byte; the same characters written properly stay as they are.
     add({"101", "--state", "running", "--name", "a\xff\xc3\xa9\xed\xa0\x80z"});
-    kqtest::RunResult list = kqtest::agent(host.root(), {"--json", "list"});
+    kqtest::RunResult list = json({"list"});
     ASSERT_EQ(0, list.exitCode) << list.err;
     EXPECT_NE(std::string::npos, list.out.find(R"("name":"a\u00ffé\u00ed\u00a0\u0080z")")) << list.out;
     EXPECT_EQ("a\xc3\xbf\xc3\xa9\xc3\xad\xc2\xa0\xc2\x80z",
@@ -187,12 +187,12 @@ TEST_F(ConsoleE2ETest, JsonStaysValidForAnyBytes)
 
     const std::string data("\x80\x01\"\\\n\x00ok\xf4\x90\x80\x80", 12);
     ASSERT_EQ(0, kqtest::agent(host.root(), {"private", "put", "101", "note"}, data).exitCode);
-    kqtest::RunResult get = kqtest::agent(host.root(), {"--json", "private", "get", "101", "note"});
+    kqtest::RunResult get = json({"private", "get", "101", "note"});
     EXPECT_EQ(R"({"rc":0,"error":"","data":"\u0080\u0001\"\\\n\u0000ok\u00f4\u0090\u0080\u0080"})"
               "\n",
               get.out);
 
-    kqtest::RunResult echoed = kqtest::agent(host.root(), {"--json", "batch"}, "info \xfe\n");
+    kqtest::RunResult echoed = json({"batch"}, "info \xfe\n");
     EXPECT_EQ(2, echoed.json().at("rc").as_int64()) << echoed.out;
 }
 
@@ -234,15 +234,6 @@ TEST_F(ConsoleE2ETest, ReadableTableInVeidOrderWithWords)
                 EXPECT_EQ(expected, text) << rows[row] << " cell " << cell;
         }
     }
-}
-
-TEST_F(ConsoleE2ETest, TwoConsolesAllocateDifferentVeids)
-{
-    kqtest::RunResult first = kqtest::agent(host.root(), {"--json", "veid", "allocate"});
-    kqtest::RunResult second = kqtest::agent(host.root(), {"--json", "veid", "allocate"});
-    ASSERT_EQ(0, first.exitCode) << first.err;
-    ASSERT_EQ(0, second.exitCode) << second.err;
-    EXPECT_NE(first.json().at("veid").as_int64(), second.json().at("veid").as_int64());
 }
 
 TEST_F(ConsoleE2ETest, AMissingRootOrPluginIsReported)

@@ -1,8 +1,7 @@
 // The second user journey on a simulated host: keep samples, create a
 // container from one, change its settings, and read the result back both
 // through the console and with bash.
-#include "AgentRun.h"
-#include "TempHost.h"
+#include "E2EFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -10,15 +9,8 @@ namespace {
 
 const char kOsTemplate[] = "simos-9-x86_64";
 
-class CreateE2ETest : public ::testing::Test {
+class CreateE2ETest : public kqtest::SimulatedE2ETest {
 protected:
-    void SetUp() override { ASSERT_EQ(0, host.simulated()); }
-
-    kqtest::RunResult json(std::vector<std::string> args, const std::string& input = "")
-    {
-        args.insert(args.begin(), "--json");
-        return kqtest::agent(host.root(), args, input);
-    }
     boost::json::object created(std::vector<std::string> args)
     {
         args.insert(args.begin(), {"create", "--ostemplate", kOsTemplate});
@@ -27,7 +19,6 @@ protected:
         auto object = run.json();
         return object.count("env") ? object.at("env").as_object() : boost::json::object();
     }
-    std::string confPath(int veid) { return host.path("etc/sysconfig/kq-scripts/" + std::to_string(veid) + ".conf"); }
     std::vector<std::string> sampleFiles()
     {
         std::vector<std::string> names;
@@ -42,8 +33,6 @@ protected:
         log.pop_back();
         return log.substr(log.rfind('\n') + 1);
     }
-
-    kqtest::TempHost host;
 };
 
 TEST_F(CreateE2ETest, CreatesAContainerThatListingAndBashAgreeOn)
@@ -169,10 +158,6 @@ TEST_F(CreateE2ETest, SamplesAreKeptAndContainersAreMadeFromThem)
     EXPECT_EQ("Can't find the following templates: " + cloned, std::string(missing.json().at("error").as_string()));
 }
 
-} // namespace
-
-namespace {
-
 TEST_F(CreateE2ETest, SettingFromASampleTakesOnlyWhatWasChosen)
 {
     created({"--veid", "101", "--name", "web", "--hostname", "before"});
@@ -202,10 +187,6 @@ TEST_F(CreateE2ETest, SettingFromASampleTakesOnlyWhatWasChosen)
     EXPECT_EQ("500:600", kqtest::bashValue(confPath(101), "DISKSPACE"));
     EXPECT_EQ("net", kqtest::bashValue(confPath(101), "ORIGIN_SAMPLE"));
 }
-
-} // namespace
-
-namespace {
 
 TEST_F(CreateE2ETest, AListingInTheSameBatchSeesTheNewState)
 {

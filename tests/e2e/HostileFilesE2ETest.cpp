@@ -2,8 +2,7 @@
 // container is expected (a FIFO, a link to an endless device, a directory,
 // a huge or garbage file, markup nested without end), listing neither
 // crashes nor hangs, names the file, and still lists every other container.
-#include "AgentRun.h"
-#include "TempHost.h"
+#include "E2EFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -43,13 +42,14 @@ void plant(const std::string& path, const Hostile& kind)
     ASSERT_EQ(0, kqtest::run("F='" + path + "'; rm -rf \"$F\" && " + kind.make)) << kind.name;
 }
 
-class HostileFilesE2ETest : public ::testing::Test {
+class HostileFilesE2ETest : public kqtest::SimulatedE2ETest {
 protected:
+    HostileFilesE2ETest() : SimulatedE2ETest({"101", "102"}) {}
+
     void SetUp() override
     {
-        ASSERT_EQ(0, host.simulated());
-        ASSERT_EQ(0, host.kqsim("add 101"));
-        ASSERT_EQ(0, host.kqsim("add 102"));
+        SimulatedE2ETest::SetUp();
+        ASSERT_FALSE(HasFatalFailure());
         // The first run registers both containers: their agent files exist.
         kqtest::RunResult first = list();
         ASSERT_EQ(0, first.exitCode) << first.out << first.err;
@@ -86,7 +86,6 @@ protected:
         return veids;
     }
 
-    kqtest::TempHost host;
     std::map<long long, std::string> eids;
 };
 

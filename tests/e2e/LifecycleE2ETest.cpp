@@ -1,7 +1,6 @@
 // The first user journey on a simulated host: see every container with its
 // state and transition, and drive it through the actions.
-#include "AgentRun.h"
-#include "TempHost.h"
+#include "E2EFixture.h"
 
 #include <gtest/gtest.h>
 #include <map>
@@ -10,40 +9,15 @@
 
 namespace {
 
-class LifecycleE2ETest : public ::testing::Test {
+class LifecycleE2ETest : public kqtest::SimulatedE2ETest {
 protected:
-    void SetUp() override
+    LifecycleE2ETest()
+        : SimulatedE2ETest({"101 --state running --name web --ip 10.0.0.11/24", "102 --state stopped --name db",
+                            "103 --state mounted --layout 4", "104 --state suspended"})
     {
-        ASSERT_EQ(0, host.simulated());
-        ASSERT_EQ(0, host.kqsim("add 101 --state running --name web --ip 10.0.0.11/24"));
-        ASSERT_EQ(0, host.kqsim("add 102 --state stopped --name db"));
-        ASSERT_EQ(0, host.kqsim("add 103 --state mounted --layout 4"));
-        ASSERT_EQ(0, host.kqsim("add 104 --state suspended"));
-    }
-
-    kqtest::RunResult json(std::vector<std::string> args, const std::string& input = "")
-    {
-        args.insert(args.begin(), "--json");
-        return kqtest::agent(host.root(), args, input);
-    }
-
-    // VEID -> the environment object of a listing.
-    std::map<int, boost::json::object> listing()
-    {
-        kqtest::RunResult run = json({"list"});
-        EXPECT_EQ(0, run.exitCode) << run.err;
-        std::map<int, boost::json::object> envs;
-        boost::json::object result = run.json();
-        for (const auto& value : result.at("envs").as_array()) {
-            const auto& env = value.as_object();
-            envs[static_cast<int>(env.at("veid").as_int64())] = env;
-        }
-        return envs;
     }
 
     static int state(const boost::json::object& env) { return static_cast<int>(env.at("state").as_int64()); }
-
-    kqtest::TempHost host;
 };
 
 } // namespace
@@ -136,21 +110,7 @@ TEST_F(LifecycleE2ETest, ActionsChangeTheStateAndProgressGoesToStandardError)
     EXPECT_EQ(0u, listing().count(102));
 }
 
-TEST_F(LifecycleE2ETest, AFailingToolGivesTheResultAndMessage)
-{
-    ASSERT_EQ(0, host.kqsim("fault kqctl start 32 'Container is broken'"));
-    kqtest::RunResult run = json({"start", "102"});
-    EXPECT_EQ(1, run.exitCode);
-    EXPECT_EQ(-103, run.json().at("rc").as_int64());
-    EXPECT_EQ("kqctl start 102 failed: Container is broken", run.json().at("error").as_string());
-    EXPECT_EQ(3, state(listing()[102])) << "nothing changed";
-
-    kqtest::RunResult unknown = json({"start", "{6b1d3f0e-52c4-4a8e-9d27-c0a5e3b17f42}"});
-    EXPECT_EQ(-8, unknown.json().at("rc").as_int64());
-    EXPECT_EQ("can't find ctid by env", unknown.json().at("error").as_string());
-}
-
-TEST_F(LifecycleE2ETest, AClientWithoutTheRightIsRefusedWithTheRightsNumber)
+TEST_F(LifecycleE2ETest, RefusalsAndFailingToolsGiveTheirResultAndChangeNothing)
 {
     std::string eid(listing()[102].at("eid").as_string().c_str());
     struct Case {
@@ -174,4 +134,16 @@ TEST_F(LifecycleE2ETest, AClientWithoutTheRightIsRefusedWithTheRightsNumber)
     }
     EXPECT_EQ(std::string::npos, host.calls().find("\"start\"")) << host.calls();
     EXPECT_EQ(3, state(listing()[102]));
+
+    // A failing tool gives its result and message, and changes nothing.
+    ASSERT_EQ(0, host.kqsim("fault kqctl start 32 'Container is broken'"));
+    kqtest::RunResult run = json({"start", "102"});
+    EXPECT_EQ(1, run.exitCode);
+    EXPECT_EQ(-103, run.json().at("rc").as_int64());
+    EXPECT_EQ("kqctl start 102 failed: Container is broken", run.json().at("error").as_string());
+    EXPECT_EQ(3, state(listing()[102])) << "nothing changed";
+
+    kqtest::RunResult unknown = json({"start", "{6b1d3f0e-52c4-4a8e-9d27-c0a5e3b17f42}"});
+    EXPECT_EQ(-8, unknown.json().at("rc").as_int64());
+    EXPECT_EQ("can't find ctid by env", unknown.json().at("error").as_string());
 }

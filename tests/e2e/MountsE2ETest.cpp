@@ -1,27 +1,15 @@
 // Device mounts through kqagent: live mounts on the simulated host, their
 // records in the container's scripts or the host's table, and refusals.
-#include "AgentRun.h"
-#include "TempHost.h"
+#include "E2EFixture.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-class MountsE2ETest : public ::testing::Test {
+class MountsE2ETest : public kqtest::SimulatedE2ETest {
 protected:
-    void SetUp() override
-    {
-        ASSERT_EQ(0, host.simulated());
-        ASSERT_EQ(0, host.kqsim("add 101 --state running"));
-        ASSERT_EQ(0, host.kqsim("add 102 --state stopped"));
-    }
-    boost::json::object agent(const std::vector<std::string>& args)
-    {
-        std::vector<std::string> all = {"--json"};
-        all.insert(all.end(), args.begin(), args.end());
-        kqtest::RunResult run = kqtest::agent(host.root(), all);
-        return run.json();
-    }
+    MountsE2ETest() : SimulatedE2ETest({"101 --state running", "102 --state stopped"}) {}
+    boost::json::object agent(const std::vector<std::string>& args) { return json(args).json(); }
     // "device point type persistent mounted" per mount.
     std::vector<std::string> mounts(const std::string& ct)
     {
@@ -37,8 +25,6 @@ protected:
         return out;
     }
     std::string script(const std::string& kind) { return host.read("etc/sysconfig/kq-scripts/101." + kind); }
-
-    kqtest::TempHost host;
 };
 
 TEST_F(MountsE2ETest, PersistentLiveMountJourney)
@@ -61,15 +47,6 @@ TEST_F(MountsE2ETest, PersistentLiveMountJourney)
     EXPECT_EQ(agent({"mount", "rm", "101", "--point", "/mnt/x", "--persistent"})["rc"].as_int64(), 0);
     EXPECT_EQ(mounts("101"), std::vector<std::string>{});
     EXPECT_EQ(script("mount").find("/mnt/x"), std::string::npos);
-}
-
-TEST_F(MountsE2ETest, AFailedLiveMountRecordsNothing)
-{
-    kqtest::writeFile(host.path("etc/kqsim/faults"), "mount * 32 special device does not exist\n");
-    boost::json::object result =
-        agent({"mount", "add", "101", "--device", "/dev/sdb1", "--point", "/d", "--type", "ext4", "--persistent", "--now"});
-    EXPECT_EQ(result["rc"].as_int64(), -6);
-    EXPECT_FALSE(kqtest::exists(host.path("etc/sysconfig/kq-scripts/101.mount")));
 }
 
 TEST_F(MountsE2ETest, ScriptLinesAfterExitAreDroppedAndUnknownDevicesNotListed)
@@ -101,7 +78,7 @@ TEST_F(MountsE2ETest, HostMountsLiveInTheFileSystemTable)
     EXPECT_EQ(mounts("host").size(), 4u);
 }
 
-TEST_F(MountsE2ETest, RefusalsAndBadRequestsChangeNothing)
+TEST_F(MountsE2ETest, RefusalsBadRequestsAndFailedMountsChangeNothing)
 {
     const struct {
         std::vector<std::string> args;
@@ -119,6 +96,13 @@ TEST_F(MountsE2ETest, RefusalsAndBadRequestsChangeNothing)
     for (const auto& c : cases)
         EXPECT_EQ(agent(c.args)["rc"].as_int64(), c.rc) << c.args.back();
     EXPECT_EQ(host.calls().find("\"mount\""), std::string::npos) << host.calls();
+
+    // A live mount the tool fails is not recorded either.
+    kqtest::writeFile(host.path("etc/kqsim/faults"), "mount * 32 special device does not exist\n");
+    boost::json::object result =
+        agent({"mount", "add", "101", "--device", "/dev/sdb1", "--point", "/d", "--type", "ext4", "--persistent", "--now"});
+    EXPECT_EQ(result["rc"].as_int64(), -6);
+    EXPECT_FALSE(kqtest::exists(host.path("etc/sysconfig/kq-scripts/101.mount")));
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 // Processes of a container through kqagent: listing with the ids the
 // container knows, and real signals to the real processes behind them.
-#include "AgentRun.h"
-#include "TempHost.h"
+#include "E2EFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -14,13 +13,9 @@ extern char** environ;
 
 namespace {
 
-class ProcessesE2ETest : public ::testing::Test {
+class ProcessesE2ETest : public kqtest::SimulatedE2ETest {
 protected:
-    void SetUp() override
-    {
-        ASSERT_EQ(0, host.simulated());
-        ASSERT_EQ(0, host.kqsim("add 101 --state running"));
-    }
+    ProcessesE2ETest() : SimulatedE2ETest({"101 --state running"}) {}
     void TearDown() override
     {
         for (pid_t pid : children) {
@@ -50,21 +45,13 @@ protected:
         }
         return false;
     }
-    kqtest::RunResult agent(const std::vector<std::string>& args)
-    {
-        std::vector<std::string> all = {"--json"};
-        all.insert(all.end(), args.begin(), args.end());
-        return kqtest::agent(host.root(), all);
-    }
-
-    kqtest::TempHost host;
     std::vector<pid_t> children;
 };
 
 TEST_F(ProcessesE2ETest, ContainerListingUsesContainerIdsAndTheHostListingHostOnes)
 {
     pid_t pid = containerProcess(1);
-    boost::json::object result = agent({"ps", "101"}).json();
+    boost::json::object result = json({"ps", "101"}).json();
     ASSERT_EQ(result["rc"].as_int64(), 0);
     const boost::json::array& processes = result["processes"].as_array();
     ASSERT_EQ(processes.size(), 1u);
@@ -75,7 +62,7 @@ TEST_F(ProcessesE2ETest, ContainerListingUsesContainerIdsAndTheHostListingHostOn
     EXPECT_FALSE(process.contains("pid"));
     EXPECT_NE(host.calls().find("\"-E\",\"101\",\"-eo\",\"vpid,"), std::string::npos) << host.calls();
 
-    boost::json::object hostResult = agent({"ps", "host"}).json();
+    boost::json::object hostResult = json({"ps", "host"}).json();
     ASSERT_EQ(hostResult["rc"].as_int64(), 0);
     bool seen = false;
     for (const auto& value : hostResult["processes"].as_array()) {
@@ -91,16 +78,16 @@ TEST_F(ProcessesE2ETest, KillSignalsTheRealProcessesUpToTheFirstFailure)
 {
     pid_t first = containerProcess(1);
     pid_t third = containerProcess(3);
-    boost::json::object result = agent({"kill", "101", "1", "7", "3", "--signal", "9"}).json();
+    boost::json::object result = json({"kill", "101", "1", "7", "3", "--signal", "9"}).json();
     EXPECT_EQ(result["rc"].as_int64(), -1);
     // The text is that of the error numbered like the signal (9).
     EXPECT_EQ(result["error"].as_string(), "kill pid 7 fails: Bad file descriptor");
     EXPECT_TRUE(diedOf(first, SIGKILL));
     EXPECT_EQ(::kill(third, 0), 0) << "a pid after the failing one is left alone";
 
-    EXPECT_EQ(agent({"kill", "101", "3"}).json()["rc"].as_int64(), 0);
+    EXPECT_EQ(json({"kill", "101", "3"}).json()["rc"].as_int64(), 0);
     EXPECT_TRUE(diedOf(third, SIGTERM));
-    EXPECT_EQ(agent({"kill", "101"}).exitCode, 2) << "at least one PID";
+    EXPECT_EQ(json({"kill", "101"}).exitCode, 2) << "at least one PID";
 }
 
 TEST_F(ProcessesE2ETest, RefusedClientsRunNoTool)
@@ -113,7 +100,7 @@ TEST_F(ProcessesE2ETest, RefusedClientsRunNoTool)
     for (const auto& c : cases) {
         std::vector<std::string> args = {"--deny", c.right};
         args.insert(args.end(), c.command.begin(), c.command.end());
-        EXPECT_EQ(agent(args).json()["rc"].as_int64(), 414) << c.right;
+        EXPECT_EQ(json(args).json()["rc"].as_int64(), 414) << c.right;
     }
     EXPECT_EQ(host.calls().find("kqps"), std::string::npos) << host.calls();
     EXPECT_EQ(::kill(pid, 0), 0);

@@ -1,7 +1,6 @@
 // The registry through the console: VEIDs, the agent's private files in a
 // container, and configurations read from the control tool's text form.
-#include "AgentRun.h"
-#include "TempHost.h"
+#include "E2EFixture.h"
 
 #include "KQC/GUID.h"
 #include "KQC/Message.h"
@@ -17,7 +16,7 @@
 
 namespace {
 
-class RegistryE2ETest : public ::testing::Test {
+class RegistryE2ETest : public kqtest::E2ETest {
 protected:
     void SetUp() override
     {
@@ -38,14 +37,6 @@ protected:
         ASSERT_EQ(0, message->save(host.path("etc/kqagent/configs/" + eid.toString())));
     }
 
-    // Runs kqagent on this host, answering in JSON, with `input` on its standard input.
-    kqtest::RunResult agent(std::vector<std::string> args, const std::string& input = "")
-    {
-        args.insert(args.begin(), "--json");
-        return kqtest::agent(host.root(), args, input);
-    }
-
-    kqtest::TempHost host;
     KQC::KQCEID eid;
 };
 
@@ -54,7 +45,7 @@ TEST_F(RegistryE2ETest, AllocatesAVeidWithinTheConfiguredBounds)
     host.write("etc/kqagent/KQSVpsAgent.conf",
                "<message name=\"configuration\"><node key=\"data\"><node key=\"kqsenvm\"><node key=\"configuration\">"
                "<int key=\"minVeid\">300</int><int key=\"maxVeid\">310</int></node></node></node></message>\n");
-    kqtest::RunResult result = agent({"veid", "allocate"});
+    kqtest::RunResult result = json({"veid", "allocate"});
     ASSERT_EQ(0, result.exitCode) << result.out;
     std::smatch match;
     ASSERT_TRUE(std::regex_search(result.out, match, std::regex("\"veid\":([0-9]+)"))) << result.out;
@@ -64,57 +55,55 @@ TEST_F(RegistryE2ETest, AllocatesAVeidWithinTheConfiguredBounds)
     EXPECT_NE(std::string::npos, result.out.find("\"rc\":0"));
 }
 
-TEST_F(RegistryE2ETest, PrivateFilesByVeidAndByEid)
+TEST_F(RegistryE2ETest, PrivateFilesByVeidAndByEidAndTheirRefusals)
 {
-    kqtest::RunResult put = agent({"private", "put", "4242", "notes"}, "hello");
+    kqtest::RunResult put = json({"private", "put", "4242", "notes"}, "hello");
     ASSERT_EQ(0, put.exitCode) << put.out;
     EXPECT_EQ("hello", host.read("kq/private/4242/kqagent/notes"));
 
-    kqtest::RunResult get = agent({"private", "get", eid.toString(), "notes"});
+    kqtest::RunResult get = json({"private", "get", eid.toString(), "notes"});
     ASSERT_EQ(0, get.exitCode) << get.out;
     EXPECT_NE(std::string::npos, get.out.find("\"data\":\"hello\"")) << get.out;
 
-    kqtest::RunResult erase = agent({"private", "put", "4242", "notes"});
+    kqtest::RunResult erase = json({"private", "put", "4242", "notes"});
     ASSERT_EQ(0, erase.exitCode) << erase.out;
     EXPECT_FALSE(kqtest::exists(host.path("kq/private/4242/kqagent/notes")));
 
-    kqtest::RunResult missing = agent({"private", "get", "4242", "notes"});
+    kqtest::RunResult missing = json({"private", "get", "4242", "notes"});
     EXPECT_EQ(1, missing.exitCode);
     EXPECT_NE(std::string::npos, missing.out.find("\"rc\":-4")) << missing.out;
-}
 
-TEST_F(RegistryE2ETest, PrivateFilesAreRefusedWithoutTheRight)
-{
-    kqtest::RunResult denied = agent({"--deny", "38", "private", "get", "4242", "notes"});
+    // Refused without the right, for unknown containers and for bad names.
+    kqtest::RunResult denied = json({"--deny", "38", "private", "get", "4242", "notes"});
     EXPECT_EQ(1, denied.exitCode);
     EXPECT_NE(std::string::npos, denied.out.find("\"rc\":414")) << denied.out;
 
-    kqtest::RunResult unknown = agent({"private", "get", "999", "notes"});
+    kqtest::RunResult unknown = json({"private", "get", "999", "notes"});
     EXPECT_EQ(1, unknown.exitCode);
     EXPECT_NE(std::string::npos, unknown.out.find("\"error\":\"eid for ctid#999 not found\"")) << unknown.out;
 
-    EXPECT_EQ(2, agent({"private", "get", "not-a-ct", "notes"}).exitCode);
+    EXPECT_EQ(2, json({"private", "get", "not-a-ct", "notes"}).exitCode);
 }
 
 TEST_F(RegistryE2ETest, ReadsANativeConfiguration)
 {
     host.write("web.conf", "NAME=\"web\"\nARCH=x86_64\nIP_ADDRESS=\"10.0.0.2/24 10.0.0.3\"\nONBOOT=\"yes\"\n");
-    kqtest::RunResult result = agent({"config", "virtual", host.path("web.conf")});
+    kqtest::RunResult result = json({"config", "virtual", host.path("web.conf")});
     ASSERT_EQ(0, result.exitCode) << result.out;
     EXPECT_NE(std::string::npos, result.out.find("\"name\":\"web\"")) << result.out;
     EXPECT_NE(std::string::npos, result.out.find("\"addresses\":[\"10.0.0.2/24\",\"10.0.0.3/32\"]")) << result.out;
     EXPECT_NE(std::string::npos, result.out.find("\"onboot\":true")) << result.out;
 
-    EXPECT_EQ(2, agent({"config", "virtual", host.path("missing.conf")}).exitCode);
-    EXPECT_EQ(2, agent({"config", "sideways", "x"}).exitCode);
+    EXPECT_EQ(2, json({"config", "virtual", host.path("missing.conf")}).exitCode);
+    EXPECT_EQ(2, json({"config", "sideways", "x"}).exitCode);
 }
+
+class RegistryRaceE2ETest : public kqtest::SimulatedE2ETest {};
 
 // Agents that see new containers for the first time at the same moment
 // must still give each container one EID, the one its record names.
-TEST(RegistryRaceE2ETest, AgentsRacingOverNewContainersGiveEachOneEid)
+TEST_F(RegistryRaceE2ETest, AgentsRacingOverNewContainersGiveEachOneEid)
 {
-    kqtest::TempHost host;
-    ASSERT_EQ(0, host.simulated());
     const int agents = 8;
     for (int round = 0; round < 3; ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
@@ -137,7 +126,7 @@ TEST(RegistryRaceE2ETest, AgentsRacingOverNewContainersGiveEachOneEid)
         EXPECT_EQ(1u, answered.size());
 
         // One agent file per container, and each container's record agrees.
-        kqtest::RunResult list = kqtest::agent(host.root(), {"--json", "list"});
+        kqtest::RunResult list = json({"list"});
         ASSERT_EQ(0, list.exitCode) << list.err;
         auto envs = list.json().at("envs").as_array();
         std::string files = kqtest::commandOutput("ls '" + host.path("etc/kqagent/configs") + "' | grep -c '^{'");
@@ -156,10 +145,8 @@ TEST(RegistryRaceE2ETest, AgentsRacingOverNewContainersGiveEachOneEid)
 
 // Left over from agents that raced before: two agent files for one
 // container, its record naming the one that sorts last.
-TEST(RegistryRaceE2ETest, SyncKeepsOneEnvironmentPerContainerAndTheRecordAgrees)
+TEST_F(RegistryRaceE2ETest, SyncKeepsOneEnvironmentPerContainerAndTheRecordAgrees)
 {
-    kqtest::TempHost host;
-    ASSERT_EQ(0, host.simulated());
     ASSERT_EQ(0, host.kqsim("add 101"));
     ASSERT_EQ(0, kqtest::run("mkdir -p '" + host.path("etc/kqagent/configs") + "'"));
     std::vector<KQC::KQCEID> eids(2);
@@ -175,7 +162,7 @@ TEST(RegistryRaceE2ETest, SyncKeepsOneEnvironmentPerContainerAndTheRecordAgrees)
     std::sort(eids.begin(), eids.end(), KQC::KQCEnvIDComparator());
     host.write("kq/private/101/.kqs/eid.conf", eids.back().toString());
 
-    kqtest::RunResult sync = kqtest::agent(host.root(), {"--json", "sync"});
+    kqtest::RunResult sync = json({"sync"});
     ASSERT_EQ(0, sync.exitCode) << sync.err;
     auto envs = sync.json().at("envs").as_array();
     ASSERT_EQ(1u, envs.size());

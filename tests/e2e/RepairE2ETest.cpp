@@ -1,8 +1,7 @@
 // Repair, stop-repair, move and clone through the console on simulated
 // hosts: what lands on the host, what the tools were asked, and what the
 // listing says afterwards.
-#include "AgentRun.h"
-#include "TempHost.h"
+#include "E2EFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -12,32 +11,10 @@
 
 namespace {
 
-class RepairE2ETest : public ::testing::Test {
+class RepairE2ETest : public kqtest::SimulatedE2ETest {
 protected:
-    void SetUp() override { ASSERT_EQ(0, host.simulated()); }
-
-    kqtest::RunResult json(std::vector<std::string> args)
-    {
-        args.insert(args.begin(), "--json");
-        return kqtest::agent(host.root(), args);
-    }
-
-    std::map<int, boost::json::object> listing()
-    {
-        kqtest::RunResult run = json({"list"});
-        EXPECT_EQ(0, run.exitCode) << run.err;
-        std::map<int, boost::json::object> envs;
-        const boost::json::object result = run.json();
-        for (const auto& value : result.at("envs").as_array())
-            envs[static_cast<int>(value.as_object().at("veid").as_int64())] = value.as_object();
-        return envs;
-    }
-
-    std::string conf(int veid) const { return host.path("etc/sysconfig/kq-scripts/" + std::to_string(veid) + ".conf"); }
     std::string area(int veid) const { return host.path("kq/private/" + std::to_string(veid)); }
-    std::string value(int veid, const std::string& key) const { return kqtest::bashValue(conf(veid), key); }
-
-    kqtest::TempHost host;
+    std::string value(int veid, const std::string& key) const { return kqtest::bashValue(confPath(veid), key); }
 };
 
 struct Layout {
@@ -92,7 +69,7 @@ TEST_F(RepairE2ETest, RepairAndStopRepairRoundTripInBothLayouts)
         EXPECT_EQ(6, envs[101].at("state").as_int64());
         EXPECT_EQ("0", value(101, "VE_TYPE"));
         EXPECT_EQ("yes", value(101, "OFFLINE_MANAGEMENT"));  // as before the repair
-        EXPECT_FALSE(kqtest::exists(conf(repairVeid)));
+        EXPECT_FALSE(kqtest::exists(confPath(repairVeid)));
         EXPECT_FALSE(kqtest::exists(area(repairVeid)));
         EXPECT_FALSE(kqtest::exists(area(101) + "/scripts/mount"));
         EXPECT_NE(std::string::npos, host.calls().find("[\"kqctl\",\"--skiplock\",\"destroy\",\"10000000\"]"));
@@ -199,7 +176,7 @@ TEST_F(RepairE2ETest, BadRepairInputChangesNothing)
         }
     }
     EXPECT_EQ("", host.calls());
-    EXPECT_FALSE(kqtest::exists(conf(10000000)));
+    EXPECT_FALSE(kqtest::exists(confPath(10000000)));
 }
 
 TEST_F(RepairE2ETest, StopRepairTakesDownWhatServesTheContainerAndNothingElse)
@@ -219,14 +196,14 @@ TEST_F(RepairE2ETest, StopRepairTakesDownWhatServesTheContainerAndNothingElse)
     for (const Case& c : cases) {
         ASSERT_EQ(0, host.kqsim("add " + std::to_string(c.veid) + " --type 4 --state running"));
         host.write("etc/sysconfig/kq-scripts/" + std::to_string(c.veid) + ".conf",
-                   kqtest::readFile(conf(c.veid)) + c.record);
+                   kqtest::readFile(confPath(c.veid)) + c.record);
     }
     host.write("kq/lock/10000003.lck", std::to_string(::getpid()) + "\ncreating");
 
     kqtest::RunResult stop = json({"stop-repair", "101"});
     ASSERT_EQ(0, stop.exitCode) << stop.out;
     for (const Case& c : cases)
-        EXPECT_EQ(c.stays, kqtest::exists(conf(c.veid))) << c.veid;
+        EXPECT_EQ(c.stays, kqtest::exists(confPath(c.veid))) << c.veid;
     auto envs = listing();
     EXPECT_EQ(3, envs[101].at("state").as_int64());
     EXPECT_EQ(7, envs[102].at("state").as_int64());

@@ -1,19 +1,14 @@
 // Statistics of a running container through kqagent: the simulated
 // kernel's values come out with the collector's conversions.
-#include "AgentRun.h"
-#include "TempHost.h"
+#include "E2EFixture.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-class StatsE2ETest : public ::testing::Test {
+class StatsE2ETest : public kqtest::SimulatedE2ETest {
 protected:
-    void SetUp() override
-    {
-        ASSERT_EQ(0, host.simulated());
-        ASSERT_EQ(0, host.kqsim("add 101 --state running"));
-    }
+    StatsE2ETest() : SimulatedE2ETest({"101 --state running"}) {}
     void set(const std::string& key, const std::string& value, const std::string& veid = "101")
     {
         ASSERT_EQ(0, kqtest::run(std::string(KQ_BIN_DIR) + "/kqsim set '" + host.root() + "' " + veid + " " + key +
@@ -21,14 +16,12 @@ protected:
     }
     boost::json::object stat(const std::string& what, int expectedRc = 0)
     {
-        kqtest::RunResult run = kqtest::agent(host.root(), {"--json", "stat", what, "101"});
+        kqtest::RunResult run = json({"stat", what, "101"});
         boost::json::object result = run.json();
         EXPECT_EQ(result["rc"].as_int64(), expectedRc) << what << ": " << run.out << run.err;
         return result;
     }
     static uint64_t number(const boost::json::value& value) { return boost::json::value_to<uint64_t>(value); }
-
-    kqtest::TempHost host;
 };
 
 TEST_F(StatsE2ETest, KernelValuesComeOutConverted)
@@ -101,10 +94,12 @@ TEST_F(StatsE2ETest, QuotaNotLoadedInTheKernelIsReadByTheToolWhoseExitTenCounts)
     }
 }
 
-TEST_F(StatsE2ETest, TrafficToolFailureSaysTheQuotaMessage)
+TEST_F(StatsE2ETest, TrafficToolFailureSaysTheQuotaMessageAndUnknownContainersAreRefused)
 {
     kqtest::writeFile(host.path("etc/kqsim/faults"), "kqnetstat * 1 no counters\n");
     EXPECT_EQ(stat("net", -1)["error"].as_string(), "quota might not be properly initialized in Container 101");
+    // An unknown container is the registry's answer.
+    EXPECT_EQ(json({"stat", "cpu", "555"}).json()["rc"].as_int64(), 3804);
 }
 
 TEST_F(StatsE2ETest, ResourceNamesFollowTheKernelsCount)
@@ -125,15 +120,9 @@ TEST_F(StatsE2ETest, ResourceNamesFollowTheKernelsCount)
     }
     // More parameters than the kernel can have: the names cannot be trusted.
     set("ubc.count", "33", "0");
-    kqtest::RunResult run = kqtest::agent(host.root(), {"--json", "stat", "ubc", "101"});
+    kqtest::RunResult run = json({"stat", "ubc", "101"});
     EXPECT_NE(run.exitCode, 0);
     EXPECT_NE(run.err.find("Assertion"), std::string::npos) << run.err;
-}
-
-TEST_F(StatsE2ETest, UnknownContainerIsTheRegistrysAnswer)
-{
-    kqtest::RunResult run = kqtest::agent(host.root(), {"--json", "stat", "cpu", "555"});
-    EXPECT_EQ(run.json()["rc"].as_int64(), 3804);
 }
 
 } // namespace

@@ -1,24 +1,14 @@
 // Templates through the console on a simulated host: what the host and a
 // container hold, installing and removing, and the results of refusals.
-#include "AgentRun.h"
-#include "TempHost.h"
+#include "E2EFixture.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-class TemplateE2ETest : public ::testing::Test {
+class TemplateE2ETest : public kqtest::SimulatedE2ETest {
 protected:
-    void SetUp() override
-    {
-        ASSERT_EQ(0, host.simulated());
-        ASSERT_EQ(0, host.kqsim("add 101"));
-    }
-    kqtest::RunResult json(std::vector<std::string> args)
-    {
-        args.insert(args.begin(), "--json");
-        return kqtest::agent(host.root(), args);
-    }
+    TemplateE2ETest() : SimulatedE2ETest({"101"}) {}
     // The listing as "name 'display name' type mark[b][c]..." lines.
     std::vector<std::string> listing(std::vector<std::string> args)
     {
@@ -36,8 +26,6 @@ protected:
         }
         return lines;
     }
-
-    kqtest::TempHost host;
 };
 
 const std::string kOs = "simos-9-x86_64 'Simulated OS 9 (x86_64)' os 20260101bc";

@@ -17,7 +17,7 @@ protected:
     KQC::KQCSystemInfo info;
 };
 
-TEST_F(ComputerTest, ReadsTheReleaseFileAndTheMachine)
+TEST_F(ComputerTest, ReadsTheReleaseFileAndTheMachineLeavingMissingIdsUnspecified)
 {
     host.write("etc/os-release", "# comment\nNAME=\"Debian GNU/Linux\"\nID=debian\nVERSION_ID=\"12\"\n"
                                  "PRETTY_NAME='Debian 12'\n");
@@ -29,10 +29,9 @@ TEST_F(ComputerTest, ReadsTheReleaseFileAndTheMachine)
     EXPECT_EQ("12", info.os.version.get());
     EXPECT_EQ(names.release, info.os.kernel.get());
     EXPECT_EQ(names.machine, info.architecture);
-}
 
-TEST_F(ComputerTest, ValuesWithoutAnIdStayUnspecified)
-{
+    // Values without an id stay unspecified.
+    info = KQC::KQCSystemInfo();
     host.write("etc/os-release", "NAME=\"Some \\\"quoted\\\" Linux\"\nVERSION_ID=\n");
     ASSERT_EQ(0, getSystem());
     EXPECT_FALSE(info.os.distribution.isSpecified());

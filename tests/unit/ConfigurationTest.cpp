@@ -44,18 +44,6 @@ protected:
     kqtest::TempHost m_host;
 };
 
-TEST_F(ConfigurationTest, TheShippedConfigurationHasAnEidAndNoVeidBounds)
-{
-    installShipped();
-    boost::shared_ptr<KQCConfiguration> config = KQCConfiguration::getLocalConfig();
-    ASSERT_TRUE(config) << KQC::getErrorMessage();
-    KQC::KQCMessageIterator it = config->getMessage()->getIterator();
-    EXPECT_EQ(it.moveTo("data/kqsenvm/configuration"), -1);
-    std::string eid;
-    ASSERT_EQ(KQCConfiguration::getLocalEID(eid), 0);
-    EXPECT_EQ(eid.size(), 36u);
-}
-
 TEST_F(ConfigurationTest, BoundsAreReadAndTheFileIsReloadedWhenItChanges)
 {
     writeBounds(200, 300, 1000000);
@@ -95,10 +83,18 @@ TEST_F(ConfigurationTest, AMissingOrCorruptFileGivesNoConfiguration)
     EXPECT_FALSE(config);
 }
 
-TEST_F(ConfigurationTest, AChildAgentsCopyCarriesMasterAndMappings)
+TEST_F(ConfigurationTest, TheShippedConfigurationHasAnEidAndAChildAgentsCopyCarriesMasterAndMappings)
 {
     installShipped();
-    boost::shared_ptr<KQCConfiguration> config;
+    boost::shared_ptr<KQCConfiguration> config = KQCConfiguration::getLocalConfig();
+    ASSERT_TRUE(config) << KQC::getErrorMessage();
+    KQC::KQCMessageIterator it = config->getMessage()->getIterator();
+    EXPECT_EQ(it.moveTo("data/kqsenvm/configuration"), -1) << "no VEID bounds";
+    std::string eid;
+    ASSERT_EQ(KQCConfiguration::getLocalEID(eid), 0);
+    EXPECT_EQ(eid.size(), 36u);
+
+    config.reset();
     ASSERT_EQ(KQCConfiguration::readFromFile(configPath(), config), 0);
     config->setMaster("aaaaaaaa-0000-4000-8000-000000000001");
     config->setMapping("aaaaaaaa-0000-4000-8000-000000000001", "pipe");

@@ -105,7 +105,7 @@ KQSEnvConfig throughMessage(const KQSEnvConfig& config)
     return back;
 }
 
-TEST(EnvConfigTest, EveryPropertyRoundTripsThroughAMessage)
+TEST(EnvConfigTest, EveryPropertyRoundTripsThroughAMessageKeepingUnspecifiedAndEmptyApart)
 {
     KQSEnvConfig original = everything();
     KQSEnvConfig back = throughMessage(original);
@@ -117,14 +117,12 @@ TEST(EnvConfigTest, EveryPropertyRoundTripsThroughAMessage)
     KQCOptionalProperty<std::string> description;
     back.getDescription(description);
     EXPECT_EQ(description.get(), "line one\nline two");
-}
 
-TEST(EnvConfigTest, UnspecifiedAndEmptyStayApartThroughAMessage)
-{
+    // Unspecified and empty stay apart.
     KQSEnvConfig config;
     config.setNameservers(KQC::KQCStringList());
     config.setName("");
-    KQSEnvConfig back = throughMessage(config);
+    back = throughMessage(config);
     KQCOptionalProperty<KQC::KQCStringList> nameservers;
     back.getNameservers(nameservers);
     EXPECT_TRUE(nameservers.isSpecified());
@@ -218,17 +216,14 @@ TEST(EnvConfigTest, CopiesAreDeepAndComparisonsSeeEveryProperty)
     EXPECT_FALSE(base.equals(original)) << "different types are never equal";
 }
 
-TEST(EnvConfigTest, TypeIsCutToSixteenCharacters)
+TEST(EnvConfigTest, TypeIsCutToSixteenCharactersAndQoSEntriesAreOnePerResource)
 {
     KQSEnvConfig config;
     config.setType("a-very-long-type-name");
     KQCOptionalProperty<KQC::KQCEnvType> type;
     config.getType(type);
     EXPECT_EQ(type.get().str(), "a-very-long-type");
-}
 
-TEST(EnvConfigTest, QoSEntriesAreOnePerResource)
-{
     KQC::KQCQoSSet set;
     set.insert(KQC::KQCQoS("diskspace", 1, 2));
     set.insert(KQC::KQCQoS("diskspace", 3, 4));

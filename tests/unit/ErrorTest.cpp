@@ -5,12 +5,15 @@
 #include <string>
 #include <thread>
 
-TEST(ErrorTest, FormatsPrintfStyleWithTheSystemErrorText)
+TEST(ErrorTest, FormatsPrintfStyleWithTheSystemErrorTextOrFiltered)
 {
     errno = ENOENT;
     KQC::setErrorMessage("open '%s' : %m", "/x");
     EXPECT_STREQ("open '/x' : No such file or directory", KQC::getErrorMessage());
     EXPECT_EQ(ENOENT, errno) << "setting the message must not disturb errno";
+
+    KQC::setErrorMessageFiltered("tool said: %s", "bad\x1b[2Jtext\nnext\tcol\x7f");
+    EXPECT_STREQ("tool said: bad?[2Jtext\nnext\tcol?", KQC::getErrorMessage()) << "control characters hidden";
 }
 
 TEST(ErrorTest, MessageMayQuoteItselfAndBeLong)
@@ -34,10 +37,4 @@ TEST(ErrorTest, EachThreadHasItsOwnMessage)
     other.join();
     EXPECT_EQ("", seen);
     EXPECT_STREQ("main", KQC::getErrorMessage());
-}
-
-TEST(ErrorTest, FilteredMessageHidesControlCharacters)
-{
-    KQC::setErrorMessageFiltered("tool said: %s", "bad\x1b[2Jtext\nnext\tcol\x7f");
-    EXPECT_STREQ("tool said: bad?[2Jtext\nnext\tcol?", KQC::getErrorMessage());
 }

@@ -54,7 +54,7 @@ std::vector<std::string> linesOf(const std::string& text)
     return lines;
 }
 
-TEST(ExecutionArgsTest, BuildsNullTerminatedVector)
+TEST(ExecutionArgsTest, BuildsNullTerminatedVectorsThatOwnTheirTexts)
 {
     KQC::ExecutionArgs args;
     static const char kStatic[] = "kqctl";
@@ -71,16 +71,14 @@ TEST(ExecutionArgsTest, BuildsNullTerminatedVector)
     EXPECT_STREQ(argv[2], "--fast");
     EXPECT_EQ(argv[3], nullptr);
     EXPECT_EQ(args.toString(), "kqctl 101 --fast");
-}
 
-TEST(ExecutionArgsTest, CopiesOwnTheirTexts)
-{
+    // Copies own their texts.
     std::unique_ptr<KQC::ExecutionArgs> original(new KQC::ExecutionArgs);
     original->push_back("start", false);
     original->push_back(std::string("101"));
     KQC::ExecutionArgs copy(*original);
     original.reset();
-    const char* const* argv = copy.toArgs();
+    argv = copy.toArgs();
     EXPECT_STREQ(argv[0], "start");
     EXPECT_STREQ(argv[1], "101");
     EXPECT_EQ(argv[2], nullptr);
@@ -110,7 +108,7 @@ TEST(ExecTest, ExitStatusAndErrorText)
     for (const Case& c : cases) {
         SCOPED_TRACE(c.script);
         GenExec exec;
-        const char* argv[] = {"/bin/sh", "-c", c.script, nullptr};
+        const char* argv[] = {"sh", "-c", c.script, nullptr};  // found on PATH
         int status = c.outputError ? exec.execWithOutputError(argv, 0, 0) : exec.execWithError(argv, 0, 0);
         if (c.signal) {
             ASSERT_TRUE(WIFSIGNALED(status));
@@ -137,13 +135,16 @@ TEST(ExecTest, ExitStatusAndErrorText)
     EXPECT_EQ(exec.wait(), exec.execWithError(fail, 0, 0));
 }
 
-TEST(ExecTest, StatusTexts)
+TEST(ExecTest, StatusTextsAndWaitWithoutRun)
 {
     GenExec exec;
     EXPECT_EQ(exec.statusText(0), "exited with code 0");
     EXPECT_EQ(exec.statusText(3 << 8), "exited with code 3");
     EXPECT_EQ(exec.statusText(SIGTERM), "killed by signal 15 (Terminated)");
     EXPECT_EQ(exec.statusText(-1), "could not be started");
+    KQC::setErrorMessage("%s", "");
+    EXPECT_EQ(exec.wait(), -1) << "nothing was run";
+    EXPECT_NE(std::string(KQC::getErrorMessage()), "");
 }
 
 TEST(ExecTest, ProgramThatDoesNotExist)
@@ -170,14 +171,6 @@ TEST(ExecTest, ProgramThatDoesNotExist)
     EXPECT_EQ(exec.execComplexBegin(argv, 0), -1);
     std::string line;
     EXPECT_EQ(exec.gets(line), -1);
-}
-
-TEST(ExecTest, FindsProgramsOnPath)
-{
-    GenExec exec;
-    const char* argv[] = {"sh", "-c", "echo found", nullptr};
-    EXPECT_EQ(exec.execWithError(argv, 0, 0), 0);
-    EXPECT_EQ(exec.getOutput(GenExec::OUT), "found\n");
 }
 
 TEST(ExecTest, LargeOutputOnBothStreamsAtOnce)
@@ -230,11 +223,8 @@ TEST(ExecTest, ProgressLinesArriveInOrder)
     for (size_t i = 0; i < lines.size(); ++i)
         inOrder = inOrder && lines[i] == std::to_string(i + 1);
     EXPECT_TRUE(inOrder);
-}
 
-TEST(ExecTest, ThrowingHandlerDoesNotAbortTheRun)
-{
-    GenExec exec;
+    // A throwing handler does not abort the run.
     int calls = 0;
     exec.setOutputHandler([&calls](const std::string&) {
         ++calls;
@@ -332,7 +322,7 @@ TEST(ExecTest, EnvironmentPassing)
     ::unsetenv("KQ_INHERITED");
 }
 
-TEST(ExecTest, NoDescriptorLeaksIntoTheChild)
+TEST(ExecTest, ChildStartsWithoutLeakedDescriptorsWithDefaultSignalsAndEmptyMask)
 {
     int leaky = ::open("/dev/null", O_RDONLY);  // deliberately without O_CLOEXEC
     ASSERT_GE(leaky, 0);
@@ -344,10 +334,8 @@ TEST(ExecTest, NoDescriptorLeaksIntoTheChild)
     EXPECT_EQ(linesOf(exec.getOutput(GenExec::OUT)), (std::vector<std::string>{"0", "1", "2", "3"}));
     ::close(leaky);
     ::close(high);
-}
 
-TEST(ExecTest, ChildStartsWithDefaultSignalsAndEmptyMask)
-{
+    // Signals are back to their defaults and the mask is empty.
     struct sigaction ignore = {}, oldAction = {};
     ignore.sa_handler = SIG_IGN;
     ::sigaction(SIGUSR1, &ignore, &oldAction);
@@ -356,9 +344,8 @@ TEST(ExecTest, ChildStartsWithDefaultSignalsAndEmptyMask)
     sigaddset(&blocked, SIGUSR2);
     pthread_sigmask(SIG_BLOCK, &blocked, &oldMask);
 
-    GenExec exec;
-    const char* argv[] = {"grep", "-E", "^Sig(Ign|Blk)", "/proc/self/status", nullptr};
-    int status = exec.execWithError(argv, 0, 0);
+    const char* grep[] = {"grep", "-E", "^Sig(Ign|Blk)", "/proc/self/status", nullptr};
+    int status = exec.execWithError(grep, 0, 0);
 
     pthread_sigmask(SIG_SETMASK, &oldMask, nullptr);
     ::sigaction(SIGUSR1, &oldAction, nullptr);
@@ -375,7 +362,7 @@ TEST(ExecTest, ChildStartsWithDefaultSignalsAndEmptyMask)
     EXPECT_EQ(ignoredBits & ~libcSignals, 0u) << output;
 }
 
-TEST(ExecTest, InteractiveConversation)
+TEST(ExecTest, InteractiveConversationAndLargeWriteWithoutReading)
 {
     GenExec exec;
     const char* cat[] = {"/bin/cat", nullptr};
@@ -393,13 +380,8 @@ TEST(ExecTest, InteractiveConversation)
     EXPECT_EQ(exec.gets(line), 1);
     EXPECT_EQ(exec.execComplexEnd(), 0);
     EXPECT_EQ(exec.execComplexEnd(), -1);  // nothing left to end
-}
 
-TEST(ExecTest, InteractiveLargeWriteWithoutReading)
-{
     // cat answers while we still write: our write must keep reading.
-    GenExec exec;
-    const char* cat[] = {"/bin/cat", nullptr};
     ASSERT_EQ(exec.execComplexBegin(cat, 0), 0);
     std::string big(5 * 1024 * 1024, 'z');
     ASSERT_EQ(exec.puts(big), 0);
@@ -437,13 +419,6 @@ TEST(ExecTest, AbandonedInteractiveRunIsCleanedUp)
     }
     // Reaped: the pid names no child of ours any more.
     EXPECT_EQ(::waitpid(before, nullptr, WNOHANG), -1);
-}
-
-TEST(ExecTest, WaitWithoutRun)
-{
-    GenExec exec;
-    EXPECT_EQ(exec.wait(), -1);
-    EXPECT_NE(std::string(KQC::getErrorMessage()), "");
 }
 
 TEST(ExecTest, SeparateObjectsRunConcurrently)

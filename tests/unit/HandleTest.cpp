@@ -105,16 +105,7 @@ TEST_F(HandleTest, ExcludesSecondOpenFileInSameProcess)
     EXPECT_EQ(holder.lock(false), 0);
 }
 
-TEST_F(HandleTest, HoldsAgainstTheSystemFlockTool)
-{
-    KQC::KQCHandle holder = openLockFile();
-    ASSERT_EQ(holder.lock(true), 0);
-    EXPECT_EQ(kqtest::run("flock -n '" + m_file + "' true"), 1);
-    ASSERT_EQ(holder.unlock(), 0);
-    EXPECT_EQ(kqtest::run("flock -n '" + m_file + "' true"), 0);
-}
-
-TEST_F(HandleTest, WaitsForTheSystemFlockTool)
+TEST_F(HandleTest, WaitsForAndHoldsAgainstTheSystemFlockTool)
 {
     // The tool holds the lock until we close its standard input.
     KQC::GenExec tool;
@@ -131,6 +122,10 @@ TEST_F(HandleTest, WaitsForTheSystemFlockTool)
     ASSERT_EQ(tool.execComplexGet(rest), 0);
     EXPECT_EQ(tool.execComplexEnd(), 0);
     EXPECT_EQ(waiter.lock(true), 0);
+
+    EXPECT_EQ(kqtest::run("flock -n '" + m_file + "' true"), 1);
+    ASSERT_EQ(waiter.unlock(), 0);
+    EXPECT_EQ(kqtest::run("flock -n '" + m_file + "' true"), 0);
 }
 
 // The second process: started by the test below as a copy of this program.

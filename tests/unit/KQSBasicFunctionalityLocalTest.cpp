@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <string>
 
 namespace {
@@ -57,7 +58,7 @@ protected:
 
 } // namespace
 
-TEST_F(PluginFrameTest, OnlyTheFirstInitAndTheLastFiniDoAnything)
+TEST_F(PluginFrameTest, OnlyTheFirstInitAndTheLastFiniDoAnythingAndTheManagersAreThePluginsOwn)
 {
     ASSERT_EQ(0, registrations());
     EXPECT_EQ(0, m_init());
@@ -80,16 +81,9 @@ TEST_F(PluginFrameTest, OnlyTheFirstInitAndTheLastFiniDoAnything)
     EXPECT_EQ(0, serverGroupLocalUsers());
     EXPECT_EQ(-1, KQC::KQCAuthMBaseLocalFactory::getInstance()->findRealm("Corvantis Container", realm));
 
-    // A later client registers everything again.
-    EXPECT_EQ(0, m_init());
-    EXPECT_EQ(5, registrations());
-    EXPECT_EQ(0, m_fini());
-    EXPECT_EQ(0, registrations());
-}
-
-TEST_F(PluginFrameTest, RegisteredManagersAreThePluginsOwn)
-{
+    // A later client registers everything again: the plug-in's own managers.
     ASSERT_EQ(0, m_init());
+    EXPECT_EQ(5, registrations());
     boost::shared_ptr<KQS::KQSEnvM> envM;
     auto& mux = KQC::KQCFunctionality<KQS::KQSLibFunctionality>::kit().getKQSEnvMMultiplexer();
     ASSERT_EQ(0, mux.create("corvantis", KQC::KQCAccessProvider(), envM));
@@ -97,6 +91,7 @@ TEST_F(PluginFrameTest, RegisteredManagersAreThePluginsOwn)
     EXPECT_EQ(3804, envM->findByVeid(101, eid));
     envM.reset();
     EXPECT_EQ(0, m_fini());
+    EXPECT_EQ(0, registrations());
 }
 
 TEST_F(PluginFrameTest, UnbalancedFiniAborts)
@@ -114,15 +109,9 @@ std::vector<std::string> logLinesOfInit(int (*init)(), const std::string& logPat
     init();
     KQC::LogSettings::setFile("");
     std::vector<std::string> lines;
-    std::string text = kqtest::readFile(logPath), line;
-    for (char c : text) {
-        if (c == '\n') {
-            lines.push_back(line);
-            line.clear();
-        } else {
-            line += c;
-        }
-    }
+    std::istringstream text(kqtest::readFile(logPath));
+    for (std::string line; std::getline(text, line);)
+        lines.push_back(line);
     return lines;
 }
 

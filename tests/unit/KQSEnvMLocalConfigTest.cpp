@@ -44,9 +44,16 @@ TEST(MergeConfigsTest, TheTargetKeepsWhatItHasAndTakesWhatItLacks)
     target.getDescription(description);
     EXPECT_EQ("from the source", description.get());
 
-    KQSEnvConfig empty;
-    KQSEnvMLocal::mergeConfigs(source, empty);
-    EXPECT_EQ("b", nameOf(empty));
+    // An empty hostname neither fills nor clears.
+    source.setHostname("");
+    KQSEnvMLocal::mergeConfigs(source, target);
+    KQC::KQCOptionalProperty<std::string> hostname;
+    target.getHostname(hostname);
+    EXPECT_FALSE(hostname.isSpecified());
+    source.setHostname("web.example");
+    KQSEnvMLocal::mergeConfigs(source, target);
+    target.getHostname(hostname);
+    EXPECT_EQ("web.example", hostname.get());
 }
 
 TEST(MergeConfigsTest, ListsAreKeptOrReplacedWholeNeverJoined)
@@ -63,21 +70,6 @@ TEST(MergeConfigsTest, ListsAreKeptOrReplacedWholeNeverJoined)
     KQC::KQCOptionalProperty<KQC::KQCStringList> nameservers;
     target.getNameservers(nameservers);
     EXPECT_EQ((KQC::KQCStringList{"1.1.1.1", "8.8.8.8"}), nameservers.get());
-}
-
-TEST(MergeConfigsTest, AnEmptyHostnameNeitherFillsNorClears)
-{
-    KQSEnvConfig source, target;
-    source.setHostname("");
-    KQSEnvMLocal::mergeConfigs(source, target);
-    KQC::KQCOptionalProperty<std::string> hostname;
-    target.getHostname(hostname);
-    EXPECT_FALSE(hostname.isSpecified());
-
-    source.setHostname("web.example");
-    KQSEnvMLocal::mergeConfigs(source, target);
-    target.getHostname(hostname);
-    EXPECT_EQ("web.example", hostname.get());
 }
 
 TEST(MergeConfigsTest, TheOsIsCompletedFieldByField)

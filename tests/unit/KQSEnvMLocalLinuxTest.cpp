@@ -138,7 +138,7 @@ TEST_F(EntryPointTest, AnExceptionBecomesTheOperationsResultAndMessage)
     EXPECT_STREQ("start: out of memory", KQC::getErrorMessage());
 }
 
-TEST_F(EntryPointTest, AnUnknownEnvironmentRunsNothing)
+TEST_F(EntryPointTest, AnUnknownEnvironmentRunsNothingAndAFailedActionTellsNobody)
 {
     KQC::KQCEID unknown;
     unknown.generate();
@@ -154,10 +154,8 @@ TEST_F(EntryPointTest, AnUnknownEnvironmentRunsNothing)
 
     EXPECT_EQ("", host.calls());
     EXPECT_TRUE(client->notifications.empty());
-}
 
-TEST_F(EntryPointTest, AFailedActionKeepsItsResultAndTellsNobody)
-{
+    // A failed action keeps its result and tells nobody either.
     ASSERT_EQ(0, host.kqsim("fault kqctl start 32 'Container is locked'"));
     EXPECT_EQ(-103, envm.start(eid));
     EXPECT_STREQ("kqctl start 101 failed: Container is locked", KQC::getErrorMessage());

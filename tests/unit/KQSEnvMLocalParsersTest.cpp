@@ -57,7 +57,7 @@ protected:
     KQS::KQSEnvMLocal envm{KQC::KQCAccessProvider()};
 };
 
-TEST_F(ParsersTest, MatchesPlatformAndArchitectureIgnoringCase)
+TEST_F(ParsersTest, MatchesPlatformAndArchitectureIgnoringCaseUntilAVocabularyIsSilent)
 {
     auto map = mapOf(
         {vocabulary("vocabulary a\nparameter platform value=Linux\nparameter architecture value=x86_64\n")});
@@ -66,10 +66,8 @@ TEST_F(ParsersTest, MatchesPlatformAndArchitectureIgnoringCase)
     EXPECT_FALSE(KQS::KQSEnvMLocal::createParserIfMatchedArchitectureAndPlatform(map, "x86_64", "linu"));
     EXPECT_FALSE(KQS::KQSEnvMLocal::createParserIfMatchedArchitectureAndPlatform(
         boost::shared_ptr<KQC::KQCVocMap>(), "x86_64", "linux"));
-}
 
-TEST_F(ParsersTest, AVocabularyThatDoesNotSayWhatItIsEndsTheWalk)
-{
+    // A vocabulary that does not say what it is ends the walk.
     auto other = vocabulary("vocabulary other\nparameter platform value=plan9\nparameter architecture value=mips\n");
     auto silent = vocabulary("vocabulary silent\nparameter diskspace group=qos category=qos\n");
     auto target = vocabulary("vocabulary target\nparameter platform value=linux\nparameter architecture value=arm\n");

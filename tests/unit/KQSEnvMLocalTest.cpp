@@ -113,7 +113,7 @@ TEST_F(RegistryTest, AMissingFolderIsAReadErrorUntilItAppears)
     EXPECT_EQ(KQC::KQCEIDSet{eid}, eids);
 }
 
-TEST_F(RegistryTest, WritesAPacketAndReadsItBack)
+TEST_F(RegistryTest, WritesAPacketAndReadsItBackAgainWhenItChanges)
 {
     KQC::KQCEID eid = registered(101, "web");
     EXPECT_NE(std::string::npos, kqtest::readFile(fileOf(eid)).find("<message name=\"packet\">"));
@@ -125,12 +125,8 @@ TEST_F(RegistryTest, WritesAPacketAndReadsItBack)
     // What a caller gets is its own: changing it changes nothing cached.
     config->setName("changed");
     EXPECT_EQ("web", nameOf(*envm.getEnvConfig(eid)));
-}
 
-TEST_F(RegistryTest, ReadsAFileAgainWhenItChanged)
-{
-    KQC::KQCEID eid = registered(101, "web");
-    ASSERT_TRUE(envm.getEnvConfig(eid));
+    // A file changed in place is read again.
     overwriteInPlace(eid, configOf(101, "db"));
     EXPECT_EQ("db", nameOf(*envm.getEnvConfig(eid)));
 }
@@ -199,15 +195,11 @@ TEST_F(RegistryTest, FindsVeidsAndEids)
     ASSERT_EQ(0, envm.findByVeid(7, found, given));
     EXPECT_EQ(elsewhere, found);
     EXPECT_EQ(KQC::KQC_ERR_NO_ENV_FOR_VEID, envm.findByVeid(101, found, given));
-}
 
-TEST_F(RegistryTest, OfTwoEnvironmentsWithOneVeidTheLastEidWins)
-{
-    KQC::KQCEID a = registered(101);
-    KQC::KQCEID b = registered(101);
-    std::map<int, KQC::KQCEID> map;
+    // Of two environments with one VEID, the last EID wins.
+    KQC::KQCEID twin = registered(101);
     ASSERT_EQ(0, envm.getVEIDMap(map));
-    EXPECT_EQ(std::max(a, b, KQC::KQCEnvIDComparator()), map.at(101));
+    EXPECT_EQ(std::max(web, twin, KQC::KQCEnvIDComparator()), map.at(101));
 }
 
 TEST_F(RegistryTest, TheVeidMapIsReadAgainOnlyWhenTheFolderChangesOrWeWrite)
@@ -296,7 +288,7 @@ TEST_F(RegistryTest, TheContainerRecordsItsEid)
     EXPECT_EQ(other, found);
 }
 
-TEST_F(RegistryTest, WithoutARecordOrAPrivateAreaThereIsNoEid)
+TEST_F(RegistryTest, WithoutAGoodRecordOrAPrivateAreaThereIsNoEid)
 {
     KQC::KQCEID found;
     EXPECT_FALSE(envm.findByVe(configOf(101), found));
@@ -308,14 +300,9 @@ TEST_F(RegistryTest, WithoutARecordOrAPrivateAreaThereIsNoEid)
     EXPECT_EQ(-1, envm.updateEnvEID(newEid(), host.path("kq/private/101")));
     EXPECT_EQ(-1, envm.updateEnvEID(newEid(), boost::shared_ptr<KQS::KQSEnvConfig>()));
     EXPECT_EQ(-1, envm.updateEnvEID(newEid(), boost::make_shared<KQS::KQSEnvConfig>(configOf(101))));
-}
 
-TEST_F(RegistryTest, ARecordThatIsNoGuidLeavesTheEidAsItWas)
-{
+    // A record that is no GUID leaves the EID as it was.
     host.write("kq/private/101/.kqs/eid.conf", "garbage\n");
-    KQS::KQSEnvConfig config = configOf(101);
-    config.setVEPrivateVar(host.path("kq/private/101"));
-    KQC::KQCEID found;
     EXPECT_TRUE(envm.findByVe(config, found));
     EXPECT_FALSE(found.isValid());
 }
@@ -340,18 +327,6 @@ TEST_F(RegistryTest, NewEnvironmentsAreRegisteredWithTheirType)
     EXPECT_EQ(fresh, found);
 }
 
-TEST_F(RegistryTest, AFailedWriteLeavesNothingBehind)
-{
-    ASSERT_EQ(0, kqtest::run("rm -rf '" + host.path("etc/kqagent/configs") + "'"));
-    host.write("etc/kqagent/configs", "a file where the folder should be");
-    KQC::KQCEID eid;
-    EXPECT_EQ(-9, envm.addNewEnv(101, eid));
-    EXPECT_EQ(0u, std::string(KQC::getErrorMessage()).find("can't create tmp file for '"));
-    EXPECT_EQ("a file where the folder should be", host.read("etc/kqagent/configs"));
-}
-
-namespace {
-
 // The registry's log lines while `work` runs, each as its level, a blank and
 // its text; the source must be the registry's unit.
 std::vector<std::string> registryLogLines(const std::string& logPath, const std::function<void()>& work)
@@ -375,8 +350,6 @@ std::vector<std::string> registryLogLines(const std::string& logPath, const std:
     }
     return lines;
 }
-
-} // namespace
 
 TEST_F(RegistryTest, LogsWhatItForgetsSkipsAndReads)
 {
@@ -403,7 +376,7 @@ TEST_F(RegistryTest, LogsWhatItForgetsSkipsAndReads)
               lines[2]);
 }
 
-TEST_F(RegistryTest, LogsFailuresToRecordAndRegister)
+TEST_F(RegistryTest, FailuresToRecordAndRegisterAreLoggedAndLeaveNothingBehind)
 {
     std::vector<std::string> lines = registryLogLines(host.path("agent.log"), [&] {
         // No private area: its ".kqs" folder cannot be made.
@@ -412,7 +385,10 @@ TEST_F(RegistryTest, LogsFailuresToRecordAndRegister)
         host.write("etc/kqagent/configs", "a file where the folder should be");
         KQC::KQCEID eid = newEid();
         EXPECT_EQ(-9, envm.addNewEnv(101, eid));
+        EXPECT_EQ(0u, std::string(KQC::getErrorMessage()).find("can't create tmp file for '"));
     });
+    // The failed write leaves nothing behind.
+    EXPECT_EQ("a file where the folder should be", host.read("etc/kqagent/configs"));
     ASSERT_EQ(2u, lines.size());
     EXPECT_EQ(0u, lines[0].find("1 failed to create folder " + host.path("kq/private/101/.kqs") + ": ")) << lines[0];
     EXPECT_EQ(0u, lines[1].find("1 [addNewEnv] putEnvConfig failed : can't create tmp file for '")) << lines[1];

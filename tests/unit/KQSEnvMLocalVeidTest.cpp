@@ -84,13 +84,6 @@ TEST_F(VeidTest, BoundsComeFromTheAgentConfiguration)
     }
 }
 
-TEST_F(VeidTest, OnlyCachedEnvironmentsMakeAVeidBusy)
-{
-    cached(101);
-    EXPECT_EQ(-1, envm.checkVeid(101));
-    EXPECT_EQ(0, envm.checkVeid(102));
-}
-
 TEST_F(VeidTest, DrawsFromTheDefaultRange)
 {
     std::srand(7);
@@ -103,6 +96,11 @@ TEST_F(VeidTest, DrawsFromTheDefaultRange)
 
 TEST_F(VeidTest, ATakenCandidateMovesUp)
 {
+    // Only cached environments make a VEID busy.
+    cached(101);
+    EXPECT_EQ(-1, envm.checkVeid(101));
+    EXPECT_EQ(0, envm.checkVeid(102));
+
     bounds("<int key=\"minVeid\">500</int><int key=\"maxVeid\">500</int>");
     int veid = 0;
     ASSERT_EQ(0, envm.allocateVeid(veid));
@@ -151,13 +149,17 @@ TEST_F(VeidTest, FromMasterTakesTheFirstCandidateWhenNoAreaIsInTheWay)
     }
 }
 
-TEST_F(VeidTest, FromMasterGivesUpWhenEveryAreaIsTaken)
+TEST_F(VeidTest, FromMasterNeedsTheHostSettingsAndGivesUpWhenEveryAreaIsTaken)
 {
+    int veid = 0;
+    EXPECT_EQ(-1, envm.allocateVeidFromMaster(veid, nullptr));
+    EXPECT_EQ("open '" + host.path("etc/sysconfig/kq") + "' : No such file or directory",
+              std::string(KQC::getErrorMessage()));
+
     hostSettings();
     bounds("<int key=\"minVeid\">700</int><int key=\"maxVeid\">703</int>");
     for (int veid = 700; veid <= 703; ++veid)
         makeDir("private/" + std::to_string(veid));
-    int veid = 0;
     EXPECT_EQ(-1, envm.allocateVeidFromMaster(veid, nullptr));
     EXPECT_STREQ("can't allocate ctid - no free resources.", KQC::getErrorMessage());
 
@@ -180,14 +182,6 @@ TEST_F(VeidTest, FromMasterPrefersTheConfigurationsOwnTemplates)
     ASSERT_EQ(0, envm.allocateVeidFromMaster(veid, &config)) << KQC::getErrorMessage();
     EXPECT_GE(veid, 700);
     EXPECT_LE(veid, 703);
-}
-
-TEST_F(VeidTest, FromMasterNeedsTheHostSettings)
-{
-    int veid = 0;
-    EXPECT_EQ(-1, envm.allocateVeidFromMaster(veid, nullptr));
-    EXPECT_EQ("open '" + host.path("etc/sysconfig/kq") + "' : No such file or directory",
-              std::string(KQC::getErrorMessage()));
 }
 
 TEST_F(VeidTest, InitVeidFindsTheFirstGap)

@@ -105,8 +105,11 @@ TEST_F(SampleTest, TheOsNameStartsWithACapitalAndTheTemplateIsTheDistribution)
     EXPECT_EQ("simos-9-x86_64", os.get().distribution.get());
 }
 
-TEST_F(SampleTest, AddNamesAnonymousSamplesAndKeepsNamesUnique)
+TEST_F(SampleTest, AddNamesAnonymousSamplesKeepsNamesUniqueAndInsideTheFolder)
 {
+    EXPECT_EQ(-1, KQSSampleMLocal::saveSample(named("../../escape")));
+    EXPECT_TRUE(byName().empty());
+
     KQC::KQCGUID first, second, third;
     ASSERT_EQ(0, manager.add(named(""), &first));
     ASSERT_EQ(0, manager.add(named(""), &second));
@@ -149,12 +152,6 @@ TEST_F(SampleTest, SetReplacesCloneCopiesUnderANewName)
     KQC::KQCEnvSample missing;
     EXPECT_EQ(-1, manager.get(&missing, KQC::KQCGUID(KQC::generateID())));
     EXPECT_STREQ("Can't find specified template", KQC::getErrorMessage());
-}
-
-TEST_F(SampleTest, ANameThatWouldLeaveTheFolderIsRefused)
-{
-    EXPECT_EQ(-1, KQSSampleMLocal::saveSample(named("../../escape")));
-    EXPECT_TRUE(byName().empty());
 }
 
 // A client whose rights are listed as denied; it keeps its progress lines.

@@ -156,12 +156,17 @@ TEST_F(KQSVEActionSystemLinuxListTest, LocksGiveTransitionsWhileTheHolderLives)
 
 TEST_F(KQSVEActionSystemLinuxListTest, OnlyWholeVeidConfNamesAreContainers)
 {
+    // A missing folder fails every time, not only the first.
+    std::set<int> veids;
+    EXPECT_EQ(VE::getVeidList(veids), -1);
+    EXPECT_EQ(VE::getVeidList(veids), -1);
     m_host.settings();
+    ASSERT_EQ(VE::getVeidList(veids), 0);
+    EXPECT_TRUE(veids.empty());
     for (const char* name : {"101.conf", "1.conf", "0.conf", "101.conf.orig", "102.conf~", "103.conf.bak", "abc.conf",
                              "-5.conf", "+7.conf", " 8.conf", "99999999999.conf", ".conf", "ve-basic.conf-sample",
                              "104.mount"})
         m_host.write(std::string("etc/sysconfig/kq-scripts/") + name, "");
-    std::set<int> veids;
     ASSERT_EQ(VE::getVeidList(veids), 0) << KQC::getErrorMessage();
     EXPECT_EQ(veids, (std::set<int>{1, 101}));
 
@@ -174,33 +179,19 @@ TEST_F(KQSVEActionSystemLinuxListTest, OnlyWholeVeidConfNamesAreContainers)
     EXPECT_EQ(veids, (std::set<int>{1, 101, 105}));
 }
 
-TEST_F(KQSVEActionSystemLinuxListTest, MissingConfigurationFolderFailsEveryTime)
-{
-    std::set<int> veids;
-    EXPECT_EQ(VE::getVeidList(veids), -1);
-    EXPECT_EQ(VE::getVeidList(veids), -1);
-    m_host.mkdir("etc/sysconfig/kq-scripts");
-    EXPECT_EQ(VE::getVeidList(veids), 0);
-    EXPECT_TRUE(veids.empty());
-}
-
 TEST_F(KQSVEActionSystemLinuxListTest, MountPointsOfKnownRootsAreMounted)
 {
+    std::set<int> veids;
+    EXPECT_EQ(VE::getMountedVPSList(veids), -1);
+    EXPECT_STREQ(KQC::getErrorMessage(), "Cannot open file /proc/mounts");
+
     VE::m_vpsRoots[m_host.path("kq/root/101")] = 101;
     VE::m_vpsRoots[m_host.path("kq/root/102")] = 102;
     m_host.write("proc/mounts", "garbage\n\n/dev/simfs " + m_host.path("kq/root/101") +
                                     " simfs rw 0 0\n/dev/simfs " + m_host.path("kq/root/1020") + " simfs rw 0 0\n" +
                                     "/dev/simfs " + m_host.path("kq/root") + " simfs rw 0 0\n");
-    std::set<int> veids;
     ASSERT_EQ(VE::getMountedVPSList(veids), 0);
     EXPECT_EQ(veids, std::set<int>{101});
-}
-
-TEST_F(KQSVEActionSystemLinuxListTest, UnreadableMountTableFails)
-{
-    std::set<int> veids;
-    EXPECT_EQ(VE::getMountedVPSList(veids), -1);
-    EXPECT_STREQ(KQC::getErrorMessage(), "Cannot open file /proc/mounts");
 }
 
 TEST_F(KQSVEActionSystemLinuxListTest, TypePredicatesNeedAConfigurationWithTheType)
@@ -231,7 +222,7 @@ TEST_F(KQSVEActionSystemLinuxListTest, TypePredicatesNeedAConfigurationWithTheTy
     EXPECT_TRUE(VE::isVPSExist(config));
 }
 
-TEST_F(KQSVEActionSystemLinuxListTest, PrivateAndRootDirectoriesComeFromTheConfigurationFile)
+TEST_F(KQSVEActionSystemLinuxListTest, PrivateAndRootDirectoriesComeFromTheConfigurationFileTheLayoutFromTheArea)
 {
     m_host.settings();
     m_host.container(101);
@@ -247,11 +238,8 @@ TEST_F(KQSVEActionSystemLinuxListTest, PrivateAndRootDirectoriesComeFromTheConfi
     EXPECT_EQ(VE::getRootDir(102, &dir), -1);
     EXPECT_EQ(VE::getPrivateDir(103, &dir), -1);
     EXPECT_EQ(VE::getPrivateDir(101, nullptr), -1);
-}
 
-TEST_F(KQSVEActionSystemLinuxListTest, LayoutVersionIsAskedOfTheControlLibrary)
-{
-    m_host.mkdir("kq/private/101");
+    // The layout version is asked of the control library.
     EXPECT_EQ(VE::getVEPrivateLayoutVersion(m_host.path("kq/private/101")), 3);
     m_host.write("kq/private/101/.ve.layout", "4\n");
     EXPECT_EQ(VE::getVEPrivateLayoutVersion(m_host.path("kq/private/101")), 4);
@@ -266,7 +254,7 @@ protected:
     Host m_host{kqtest::hostRoot()};
 };
 
-TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningListLeavesTheHostOut)
+TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningListLeavesTheHostOutAndGrowsItsRoom)
 {
     if (kqtest::ranInPreloadedChild())
         return;
@@ -277,17 +265,12 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningListLeavesTheHostOut)
     m_host.running("");
     ASSERT_EQ(VE::getRunVPSList(veids), 0);
     EXPECT_TRUE(veids.empty());
-}
 
-TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningListGrowsItsRoom)
-{
-    if (kqtest::ranInPreloadedChild())
-        return;
+    // More than the first buffer holds: it grows its room.
     std::string running;
     for (int veid = 1000; veid < 4000; ++veid)
         running += std::to_string(veid) + "\n";
     m_host.running(running);
-    std::set<int> veids;
     ASSERT_EQ(VE::getRunVPSList(veids), 0) << KQC::getErrorMessage();
     EXPECT_EQ(veids.size(), 3000u);
     EXPECT_EQ(*veids.begin(), 1000);
@@ -542,7 +525,7 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, ConfigurationIsReadAndCompleted)
     EXPECT_EQ(adapters.get()[1].getAddresses().size(), 1u);
 }
 
-TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningContainersShowTheirLiveAdapters)
+TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningContainersShowTheirLiveAdaptersAndHostRoutedAddresses)
 {
     if (kqtest::ranInPreloadedChild())
         return;
@@ -550,7 +533,9 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningContainersShowTheirLiveAdapt
     m_host.container(101, "NETIF=\"name=venet0,host_routed=yes,ip=10.1.1.1;name=eth0,ip=10.0.0.2/24;"
                           "name=eth1,dhcp=yes\"\n");
     m_host.container(102, "NETIF=\"name=venet0,host_routed=yes,ip=10.1.1.2;name=eth0,ip=10.0.0.3/24\"\n");
-    m_host.running("101\n");
+    m_host.container(103, "IP_ADDRESS=\"10.0.0.5 10.0.0.6\"\nNETIF=\"name=eth0,ip=10.1.0.2/24\"\n");
+    m_host.running("101\n103\n");
+    m_host.kernel(103, "veth.eth0.state", "up");
     m_host.kernel(101, "veth.eth0.state", "down");
     m_host.kernel(101, "veth.eth1.state", "up");
     m_host.kernel(101, "veth.eth1.addresses", "192.168.5.7/24");
@@ -573,36 +558,24 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningContainersShowTheirLiveAdapt
     list[102].config->getNetVEths(adapters);
     EXPECT_EQ(adapters.get()[0].getStatus(), KQSNetVEth::STATUS_UNKNOWN);
 
+    // Host-routed addresses are listed beside the adapters' own, on the
+    // default adapter that comes last.
+    list[103].config->getAddresses(addresses);
+    std::vector<std::string> texts;
+    for (const KQC::KQCIPAddress& address : addresses.get())
+        texts.push_back(address.toString());
+    EXPECT_EQ(texts, (std::vector<std::string>{"10.1.0.2/24", "10.0.0.5", "10.0.0.6"}));
+    list[103].config->getNetVEths(adapters);
+    ASSERT_EQ(adapters.get().size(), 2u);
+    EXPECT_EQ(adapters.get()[1].getName(), "venet0");
+    EXPECT_EQ(adapters.get()[1].getStatus(), KQSNetVEth::STATUS_UP);
+
     // It stops: the state it had while running does not stay.
     m_host.running("");
     ASSERT_EQ(VE::getVPSList(list, false, false), 0);
     list[101].config->getNetVEths(adapters);
     EXPECT_EQ(adapters.get()[0].getStatus(), KQSNetVEth::STATUS_UNKNOWN);
     EXPECT_EQ(adapters.get()[1].getStatus(), KQSNetVEth::STATUS_UNKNOWN);
-}
-
-TEST_F(KQSVEActionSystemLinuxListKernelTest, HostRoutedAddressesAreListedBesideTheAdapters)
-{
-    if (kqtest::ranInPreloadedChild())
-        return;
-    m_host.settings();
-    m_host.container(101, "IP_ADDRESS=\"10.0.0.5 10.0.0.6\"\nNETIF=\"name=eth0,ip=10.1.0.2/24\"\n");
-    m_host.running("101\n");
-    m_host.kernel(101, "veth.eth0.state", "up");
-    KQSVPSList list;
-    ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
-
-    KQC::KQCOptionalProperty<KQC::KQCIPAddressList> addresses;
-    list[101].config->getAddresses(addresses);
-    std::vector<std::string> texts;
-    for (const KQC::KQCIPAddress& address : addresses.get())
-        texts.push_back(address.toString());
-    EXPECT_EQ(texts, (std::vector<std::string>{"10.1.0.2/24", "10.0.0.5", "10.0.0.6"}));
-    KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
-    list[101].config->getNetVEths(adapters);
-    ASSERT_EQ(adapters.get().size(), 2u);
-    EXPECT_EQ(adapters.get()[1].getName(), "venet0");
-    EXPECT_EQ(adapters.get()[1].getStatus(), KQSNetVEth::STATUS_UP);
 }
 
 TEST_F(KQSVEActionSystemLinuxListKernelTest, AdapterBothUpAndDownIsLoggedAndTheContainerStays)

@@ -14,29 +14,19 @@ protected:
     KQS::KQSVeidStorage storage{host.path("current_veid")};
 };
 
-TEST_F(VeidStorageTest, AMissingFileGivesTheMinimum)
+TEST_F(VeidStorageTest, GivesTheStoredDecimalButNeverLessThanTheMinimum)
 {
-    int veid = 0;
-    ASSERT_EQ(0, storage.getVeid(veid, 100));
-    EXPECT_EQ(100, veid);
-}
-
-TEST_F(VeidStorageTest, NeverGivesLessThanTheMinimum)
-{
-    int veid = 0;
-    host.write("current_veid", "42");
-    ASSERT_EQ(0, storage.getVeid(veid, 100));
-    EXPECT_EQ(100, veid);
-    host.write("current_veid", "not a number");
-    ASSERT_EQ(0, storage.getVeid(veid, 100));
-    EXPECT_EQ(100, veid);
-    host.write("current_veid", "250\n");
-    ASSERT_EQ(0, storage.getVeid(veid, 100));
-    EXPECT_EQ(250, veid);
-}
-
-TEST_F(VeidStorageTest, StoresTheDecimalTextOnly)
-{
+    const struct {
+        const char* file;  // nullptr: no file
+        int veid;
+    } cases[] = {{nullptr, 100}, {"42", 100}, {"not a number", 100}, {"250\n", 250}};
+    for (const auto& c : cases) {
+        if (c.file)
+            host.write("current_veid", c.file);
+        int veid = 0;
+        ASSERT_EQ(0, storage.getVeid(veid, 100)) << (c.file ? c.file : "no file");
+        EXPECT_EQ(c.veid, veid) << (c.file ? c.file : "no file");
+    }
     ASSERT_EQ(0, storage.setVeid(1234));
     EXPECT_EQ("1234", host.read("current_veid"));
     int veid = 0;

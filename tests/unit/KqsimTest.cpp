@@ -29,7 +29,7 @@ protected:
     bool isRegular(const std::string& relative) const { return fs::is_regular_file(at(relative)); }
 };
 
-TEST_F(KqsimTest, InitMakesTheHostTree)
+TEST_F(KqsimTest, InitMakesTheHostTreeWithTemplatesAndRelease)
 {
     initHost();
     std::string settings = kqtest::readFile(at("etc/sysconfig/kq"));
@@ -53,11 +53,8 @@ TEST_F(KqsimTest, InitMakesTheHostTree)
     for (const char* file : {"repairve.conf", "motd.sample", "mount-repair.sample", "umount-repair.sample"})
         EXPECT_TRUE(isRegular(std::string("etc/kqagent/repair/") + file)) << file;
     EXPECT_TRUE(isRegular("etc/kqagent/mount-action.sample"));
-}
 
-TEST_F(KqsimTest, InitInstallsTemplatesWithConfigurationFiles)
-{
-    initHost();
+    // Templates come with their configuration files.
     std::string osConf = kqtest::readFile(at("kq/template/simos-9-x86_64/conf/simos-9-x86_64.conf.20260101"));
     EXPECT_NE(osConf.find("%cached\nyes\n"), std::string::npos);
     EXPECT_NE(osConf.find("%basedir\nsimos-9-x86_64\n"), std::string::npos);
@@ -67,6 +64,14 @@ TEST_F(KqsimTest, InitInstallsTemplatesWithConfigurationFiles)
     EXPECT_NE(appConf.find("%cached\nno\n"), std::string::npos);
     EXPECT_NE(appConf.find("%version 20260101\nhttpd\n"), std::string::npos);
     EXPECT_FALSE(isRegular("kq/template/webstack-20260101.tar.gz"));
+
+    // Without --ipv6 the release has no IPv6.
+    EXPECT_EQ(kqtest::readFile(at("usr/share/corvantis-release/packing.lst")), "corvantis-release-4.6.0-120\n");
+    EXPECT_FALSE(fs::exists(at("proc/net/if_inet6")));
+    fs::remove_all(root());
+    initHost({"--ipv6"});
+    EXPECT_EQ(kqtest::readFile(at("usr/share/corvantis-release/packing.lst")), "corvantis-release-4.7.0-310\n");
+    EXPECT_TRUE(isRegular("proc/net/if_inet6"));
 }
 
 TEST_F(KqsimTest, InitWritesTheEnvironmentFileAndEnvPrintsExports)
@@ -86,18 +91,6 @@ TEST_F(KqsimTest, InitWritesTheEnvironmentFileAndEnvPrintsExports)
     if (exports.size() > 3) {
         EXPECT_EQ(exports[3], "export ASAN_OPTIONS=verify_asan_link_order=0") << "sanitized builds only";
     }
-}
-
-TEST_F(KqsimTest, InitIpv6ReleaseFiles)
-{
-    initHost();
-    EXPECT_EQ(kqtest::readFile(at("usr/share/corvantis-release/packing.lst")), "corvantis-release-4.6.0-120\n");
-    EXPECT_FALSE(fs::exists(at("proc/net/if_inet6")));
-
-    fs::remove_all(root());
-    initHost({"--ipv6"});
-    EXPECT_EQ(kqtest::readFile(at("usr/share/corvantis-release/packing.lst")), "corvantis-release-4.7.0-310\n");
-    EXPECT_TRUE(isRegular("proc/net/if_inet6"));
 }
 
 TEST_F(KqsimTest, InitRefusesExistingContent)
@@ -125,8 +118,12 @@ TEST_F(KqsimTest, AddMakesEachState)
     addContainer({"102", "--state", "mounted"});
     addContainer({"103", "--state", "suspended"});
     addContainer({"104", "--state", "running"});
-    EXPECT_EQ(mounts(), mountLine(102) + mountLine(104));
-    EXPECT_EQ(runningList(), std::vector<std::string>{"104"});
+    // Odd VEIDs are accepted too.
+    addContainer({"0"});
+    addContainer({"1", "--state", "running"});
+    EXPECT_TRUE(fs::exists(at("etc/sysconfig/kq-scripts/0.conf")));
+    EXPECT_EQ(mounts(), mountLine(102) + mountLine(104) + mountLine(1));
+    EXPECT_EQ(runningList(), (std::vector<std::string>{"1", "104"}));
     EXPECT_TRUE(isRegular("kq/dump/Dump.103"));
     EXPECT_FALSE(fs::exists(at("kq/dump/Dump.101")));
     for (int veid : {101, 102, 103, 104}) {
@@ -188,15 +185,12 @@ TEST_F(KqsimTest, AddOptionsReadBackExactlyThroughBash)
     EXPECT_EQ(sourced(file, "OSTEMPLATE"), "other-os");
     EXPECT_EQ(sourced(file, "VE_TYPE"), "5");
     EXPECT_EQ(sourced(file, "OFFLINE_MANAGEMENT"), "yes");
-}
 
-TEST_F(KqsimTest, AddNetifIsStoredAsOneLine)
-{
-    initHost();
-    addContainer({"101", "--netif", "name=eth0,ip=10.0.0.2/24,ip=10.0.0.3/24,dhcp=no,gw=10.0.0.1,ns=10.0.0.53",
+    // Adapters are stored as one line.
+    addContainer({"102", "--netif", "name=eth0,ip=10.0.0.2/24,ip=10.0.0.3/24,dhcp=no,gw=10.0.0.1,ns=10.0.0.53",
                   "--netif", "host_routed=yes,name=venet0", "--netif", "name=eth1,mac=02:00:00:00:00:09,dhcp=yes"});
-    EXPECT_EQ(sourced(at("etc/sysconfig/kq-scripts/101.conf"), "NETIF"),
-              "name=eth0,ip=10.0.0.2/24,ip=10.0.0.3/24,dhcp=no,gw=10.0.0.1,ns=10.0.0.53,mac=02:4b:00:00:65:00;"
+    EXPECT_EQ(sourced(at("etc/sysconfig/kq-scripts/102.conf"), "NETIF"),
+              "name=eth0,ip=10.0.0.2/24,ip=10.0.0.3/24,dhcp=no,gw=10.0.0.1,ns=10.0.0.53,mac=02:4b:00:00:66:00;"
               "name=venet0,host_routed=yes;"
               "name=eth1,mac=02:00:00:00:00:09,dhcp=yes");
 }
@@ -204,12 +198,14 @@ TEST_F(KqsimTest, AddNetifIsStoredAsOneLine)
 TEST_F(KqsimTest, AddRefusesBadRequests)
 {
     initHost();
-    EXPECT_EQ(kqsim({"add", root(), "101", "--netif", "ip=10.0.0.2/24"}).exitCode, 2);
-    EXPECT_EQ(kqsim({"add", root(), "101", "--netif", "name=eth0,colour=red"}).exitCode, 2);
-    EXPECT_EQ(kqsim({"add", root(), "101", "--netif", "name=eth0,dhcp=maybe"}).exitCode, 2);
-    EXPECT_EQ(kqsim({"add", root(), "101", "--state", "sleeping"}).exitCode, 2);
-    EXPECT_EQ(kqsim({"add", root(), "101", "--layout", "5"}).exitCode, 2);
-    EXPECT_EQ(kqsim({"add", root(), "abc"}).exitCode, 2);
+    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+             {"101", "--netif", "ip=10.0.0.2/24"}, {"101", "--netif", "name=eth0,colour=red"},
+             {"101", "--netif", "name=eth0,dhcp=maybe"}, {"101", "--state", "sleeping"}, {"101", "--layout", "5"},
+             {"abc"}}) {
+        std::vector<std::string> all = {"add", root()};
+        all.insert(all.end(), args.begin(), args.end());
+        EXPECT_EQ(kqsim(all).exitCode, 2) << args.back();
+    }
     EXPECT_FALSE(fs::exists(at("etc/sysconfig/kq-scripts/101.conf")));
     EXPECT_EQ(kqsim({"add", dir(), "101"}).exitCode, 1);
 
@@ -217,15 +213,6 @@ TEST_F(KqsimTest, AddRefusesBadRequests)
     RunResult again = kqsim({"add", root(), "101"});
     EXPECT_EQ(again.exitCode, 1);
     EXPECT_NE(again.err.find("already exists"), std::string::npos) << again.err;
-}
-
-TEST_F(KqsimTest, AddAcceptsOddVeids)
-{
-    initHost();
-    addContainer({"0"});
-    addContainer({"1", "--state", "running"});
-    EXPECT_TRUE(fs::exists(at("etc/sysconfig/kq-scripts/0.conf")));
-    EXPECT_EQ(runningList(), std::vector<std::string>{"1"});
 }
 
 TEST_F(KqsimTest, SetStoresKernelValues)
@@ -301,17 +288,14 @@ TEST_F(KqsimTest, FaultRulesAreCheckedAndCleared)
     EXPECT_EQ(kqtest::readFile(at("etc/kqsim/faults")), "");
 }
 
-TEST_F(KqsimTest, CallsPrintsTheLog)
+TEST_F(KqsimTest, CallsPrintsTheLogAndUnknownCommandsAreUsageErrors)
 {
     initHost();
     kqtest::writeFile(at("var/log/kqsim/calls.log"), "[\"kqctl\",\"start\",\"101\"]\n");
     RunResult result = kqsim({"calls", root()});
     ASSERT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.out, "[\"kqctl\",\"start\",\"101\"]\n");
-}
-
-TEST_F(KqsimTest, UnknownCommandIsAUsageError)
-{
+    // An unknown command is a usage error.
     EXPECT_EQ(kqsim({"frobnicate"}).exitCode, 2);
     EXPECT_EQ(kqsim({}).exitCode, 2);
 }

@@ -103,7 +103,7 @@ TEST_F(LibkqctlTest, UnescapeUndoesTheToolsEscaping)
     EXPECT_EQ(kqctl_unescapestr_eq(nullptr), nullptr);
 }
 
-TEST_F(LibkqctlTest, ExecRunsInTheContainersRoot)
+TEST_F(LibkqctlTest, ExecRunsInTheRootOfARunningContainerOnly)
 {
     m_host.write("var/lib/kqsim/running", "101\n102\n");
     m_host.write("etc/sysconfig/kq", "VE_ROOT=\"" + m_host.root() + "/kq/root/$VEID\"\n");
@@ -113,6 +113,13 @@ TEST_F(LibkqctlTest, ExecRunsInTheContainersRoot)
     EXPECT_EQ(directoryOf(101), m_host.path("kq/own/101"));
     EXPECT_EQ(directoryOf(102), m_host.path("kq/root/102"));
     EXPECT_EQ(directoryOf(0), m_host.root());
+
+    // Containers that do not run, and a missing function, are refused.
+    int error = 0;
+    EXPECT_EQ(kqctl_env_exec_fn_async(103, "", reportDirectory, nullptr, -1, -1, 0, 0, &error), -1);
+    EXPECT_EQ(error, ESRCH);
+    EXPECT_EQ(kqctl_env_exec_fn_async(101, "", nullptr, nullptr, -1, -1, 0, 0, &error), -1);
+    EXPECT_EQ(error, EINVAL);
 }
 
 TEST_F(LibkqctlTest, ExecGivesTheDescriptorsAsStandardInput)
@@ -139,16 +146,6 @@ TEST_F(LibkqctlTest, ExecGivesTheDescriptorsAsStandardInput)
     int status = -1;
     ASSERT_EQ(::waitpid(pid, &status, 0), pid);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-}
-
-TEST_F(LibkqctlTest, ExecRefusesContainersThatDoNotRun)
-{
-    m_host.write("var/lib/kqsim/running", "101\n");
-    int error = 0;
-    EXPECT_EQ(kqctl_env_exec_fn_async(102, "", reportDirectory, nullptr, -1, -1, 0, 0, &error), -1);
-    EXPECT_EQ(error, ESRCH);
-    EXPECT_EQ(kqctl_env_exec_fn_async(101, "", nullptr, nullptr, -1, -1, 0, 0, &error), -1);
-    EXPECT_EQ(error, EINVAL);
 }
 
 } // namespace

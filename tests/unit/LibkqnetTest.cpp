@@ -47,7 +47,7 @@ protected:
     kqtest::TempHost m_host;
 };
 
-TEST_F(LibkqnetTest, StateOfRunningContainersAdapters)
+TEST_F(LibkqnetTest, OnlyRunningContainersHaveAdaptersWithState)
 {
     kqnet_info* down = info("eth0", 101);
     ASSERT_NE(down, nullptr);
@@ -60,6 +60,11 @@ TEST_F(LibkqnetTest, StateOfRunningContainersAdapters)
     ASSERT_NE(up, nullptr);
     EXPECT_EQ(up->flags, KQNET_FLAG_UP);
     EXPECT_EQ(addresses(up), std::vector<std::string>{"10.0.0.5/24"});
+    kqnet_release_info(up);
+    // IPv6 addresses only when asked for.
+    up = info("eth1", 101, KQNET_INFO_ADDRESSES | KQNET_INFO_STATE | KQNET_INFO_IPV6);
+    ASSERT_NE(up, nullptr);
+    EXPECT_EQ(addresses(up), (std::vector<std::string>{"10.0.0.5/24", "fe80::1/64"}));
     kqnet_release_info(up);
 
     // A state a broken kernel could report: both flags, for callers to refuse.
@@ -74,18 +79,8 @@ TEST_F(LibkqnetTest, StateOfRunningContainersAdapters)
     ASSERT_NE(unknown, nullptr);
     EXPECT_EQ(unknown->flags, KQNET_FLAG_UP);
     kqnet_release_info(unknown);
-}
 
-TEST_F(LibkqnetTest, Ipv6AddressesOnlyWhenAskedFor)
-{
-    kqnet_info* record = info("eth1", 101, KQNET_INFO_ADDRESSES | KQNET_INFO_STATE | KQNET_INFO_IPV6);
-    ASSERT_NE(record, nullptr);
-    EXPECT_EQ(addresses(record), (std::vector<std::string>{"10.0.0.5/24", "fe80::1/64"}));
-    kqnet_release_info(record);
-}
-
-TEST_F(LibkqnetTest, ContainersThatDoNotRunHaveNoAdapters)
-{
+    // Containers that do not run have no adapters.
     errno = 0;
     EXPECT_EQ(info("eth0", 102), nullptr);
     EXPECT_EQ(errno, ENOENT);

@@ -223,16 +223,7 @@ TEST_F(ShellSyntaxTest, ValuesBashQuotesItselfReadBack)
     }
 }
 
-TEST_F(ShellSyntaxTest, VariablesAreKeptLiterallyWhereBashWouldExpandThem)
-{
-    KQSShellFile file;
-    ASSERT_EQ(file.parse("VE_ROOT=\"/kq/root/$VEID\"\n"), 0);
-    std::string value;
-    file.get("VE_ROOT", value);
-    EXPECT_EQ(value, "/kq/root/$VEID");
-}
-
-TEST_F(ShellSyntaxTest, CommentsBlankLinesAndLineNumbersAreKept)
+TEST_F(ShellSyntaxTest, CommentsBlankLinesLineNumbersAndVariablesAreKept)
 {
     KQSShellFile file;
     ASSERT_EQ(file.parse("# head\n\nA=\"x\ny\"\nB=1 # tail\n   \nlast=z"), 0);
@@ -247,6 +238,12 @@ TEST_F(ShellSyntaxTest, CommentsBlankLinesAndLineNumbersAreKept)
     EXPECT_EQ(lines[3].value, "1");
     EXPECT_EQ(lines[5].key, "last");
     EXPECT_EQ(lines[5].lineNumber, 7);
+
+    // Variables are kept literally where bash would expand them.
+    ASSERT_EQ(file.parse("VE_ROOT=\"/kq/root/$VEID\"\n"), 0);
+    std::string value;
+    file.get("VE_ROOT", value);
+    EXPECT_EQ(value, "/kq/root/$VEID");
 }
 
 TEST_F(ShellSyntaxTest, BadInputIsAnErrorNamingTheLine)

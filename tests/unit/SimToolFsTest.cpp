@@ -44,17 +44,14 @@ TEST_F(SimToolFsTest, FailedAtomicWriteLeavesNothingBehind)
     EXPECT_EQ(KQSim::writeFileAtomic(dir() + "/missing/file", "text"), -1);
 }
 
-TEST_F(SimToolFsTest, AppendCreatesAndAppends)
+TEST_F(SimToolFsTest, AppendReadAndTreeHelpers)
 {
     std::string path = dir() + "/log";
     ASSERT_EQ(KQSim::appendOnce(path, "one\n"), 0);
     ASSERT_EQ(KQSim::appendOnce(path, "two\n"), 0);
     EXPECT_EQ(kqtest::readFile(path), "one\ntwo\n");
     EXPECT_EQ(KQSim::appendOnce(dir() + "/missing/log", "x"), -1);
-}
 
-TEST_F(SimToolFsTest, ReadAndTreeHelpers)
-{
     std::string content;
     EXPECT_EQ(KQSim::readFile(dir() + "/none", content), -1);
     fs::create_directories(dir() + "/a/b");

@@ -34,7 +34,7 @@ TEST_F(SimToolKqauthTest, ChecksThePasswordOfTheContainer)
     EXPECT_EQ(auth({"root"}, "secret").exitCode, 2);
 }
 
-TEST_F(SimToolKqauthTest, GroupZeroMembership)
+TEST_F(SimToolKqauthTest, GroupZeroMembershipAndAccountsOfAnotherType)
 {
     ASSERT_EQ(tool("kqctl", {"set", "101", "--save", "--userpasswd", "alice:pw"}).exitCode, 0);
     EXPECT_EQ(auth({"101", "alice"}, "pw").exitCode, 0);
@@ -43,10 +43,8 @@ TEST_F(SimToolKqauthTest, GroupZeroMembership)
     std::string group = at("kq/private/101/root/etc/group");
     kqtest::writeFile(group, "root:x:0:alice,bob\ndaemon:x:1:\nalice:x:1000:\n");
     EXPECT_EQ(auth({"-g", "0", "101", "alice"}, "pw").exitCode, 0);
-}
 
-TEST_F(SimToolKqauthTest, AccountOfAnotherTypeThatIsMissingMeansNoControlPanel)
-{
+    // A missing account of another type means no control panel.
     EXPECT_EQ(auth({"-t", "morvoadmin", "101", "morvoadmin"}, "x").exitCode, 7);
     EXPECT_EQ(auth({"-t", "morvoadmin", "101", "root"}, "wrong").exitCode, 3);
 }

@@ -38,7 +38,7 @@ protected:
     }
 };
 
-TEST_F(SimToolKqctlTest, StartAndStop)
+TEST_F(SimToolKqctlTest, StartStopAndRestart)
 {
     addContainer({"101"});
     expectDone({"start", "101"});
@@ -56,17 +56,15 @@ TEST_F(SimToolKqctlTest, StartAndStop)
     EXPECT_EQ(kqctl({"stop", "101"}).exitCode, 0) << "stopping a stopped container is fine";
     EXPECT_EQ(kqctl({"stop", "101", "--slow"}).exitCode, 2);
     EXPECT_FALSE(fs::exists(lockFile(101)));
-}
 
-TEST_F(SimToolKqctlTest, RestartKeepsItRunning)
-{
-    addContainer({"101", "--state", "running"});
-    addContainer({"102"});
-    expectDone({"restart", "101"});
+    // Restart leaves a running container running and starts a stopped one.
+    addContainer({"102", "--state", "running"});
+    addContainer({"103"});
     expectDone({"restart", "102"});
-    EXPECT_TRUE(isRunning(101));
+    expectDone({"restart", "103"});
     EXPECT_TRUE(isRunning(102));
-    EXPECT_EQ(mounts(), mountLine(101) + mountLine(102));
+    EXPECT_TRUE(isRunning(103));
+    EXPECT_EQ(mounts(), mountLine(102) + mountLine(103));
 }
 
 TEST_F(SimToolKqctlTest, MountAndUmount)
@@ -105,17 +103,15 @@ TEST_F(SimToolKqctlTest, SuspendAndResume)
     RunResult noDump = kqctl({"resume", "102"});
     EXPECT_EQ(noDump.exitCode, 1);
     EXPECT_FALSE(isRunning(102));
+
+    // Starting a suspended container drops its dump.
+    addContainer({"103", "--state", "suspended"});
+    expectDone({"start", "103"});
+    EXPECT_TRUE(isRunning(103));
+    EXPECT_FALSE(fs::exists(dumpFile(103)));
 }
 
-TEST_F(SimToolKqctlTest, StartOfASuspendedContainerDropsItsDump)
-{
-    addContainer({"101", "--state", "suspended"});
-    expectDone({"start", "101"});
-    EXPECT_TRUE(isRunning(101));
-    EXPECT_FALSE(fs::exists(dumpFile(101)));
-}
-
-TEST_F(SimToolKqctlTest, DestroyRemovesEverything)
+TEST_F(SimToolKqctlTest, DestroyRemovesEverythingOfAContainerThatDoesNotRun)
 {
     addContainer({"101", "--state", "mounted"});
     addContainer({"102", "--layout", "4", "--state", "suspended"});
@@ -129,15 +125,11 @@ TEST_F(SimToolKqctlTest, DestroyRemovesEverything)
     EXPECT_FALSE(fs::exists(dumpFile(102)));
     EXPECT_EQ(mounts(), "");
     EXPECT_EQ(kqctl({"destroy", "101"}).exitCode, 11);
-}
 
-TEST_F(SimToolKqctlTest, DestroyRefusesARunningContainer)
-{
-    addContainer({"101", "--state", "running"});
-    RunResult result = kqctl({"destroy", "101"});
-    EXPECT_EQ(result.exitCode, 32);
-    EXPECT_TRUE(fs::exists(at("etc/sysconfig/kq-scripts/101.conf")));
-    EXPECT_TRUE(fs::exists(at("kq/private/101/root/etc/passwd")));
+    addContainer({"103", "--state", "running"});
+    EXPECT_EQ(kqctl({"destroy", "103"}).exitCode, 32) << "a running container stays";
+    EXPECT_TRUE(fs::exists(at("etc/sysconfig/kq-scripts/103.conf")));
+    EXPECT_TRUE(fs::exists(at("kq/private/103/root/etc/passwd")));
 }
 
 TEST_F(SimToolKqctlTest, ExecNeverRunsAnything)
@@ -152,7 +144,7 @@ TEST_F(SimToolKqctlTest, ExecNeverRunsAnything)
     EXPECT_FALSE(fs::exists(marker));
 }
 
-TEST_F(SimToolKqctlTest, BadCommandLines)
+TEST_F(SimToolKqctlTest, BadCommandLinesAndQuietRuns)
 {
     addContainer({"101"});
     EXPECT_EQ(kqctl({}).exitCode, 2);
@@ -164,11 +156,7 @@ TEST_F(SimToolKqctlTest, BadCommandLines)
     EXPECT_EQ(missing.exitCode, 11);
     EXPECT_EQ(missing.err, "Container 999 does not exist\n");
     EXPECT_FALSE(isRunning(101));
-}
 
-TEST_F(SimToolKqctlTest, QuietPrintsNothing)
-{
-    addContainer({"101"});
     RunResult result = kqctl({"--quiet", "start", "101"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.out, "");
@@ -191,25 +179,20 @@ TEST_F(SimToolKqctlTest, LockHeldByALiveProcessRefuses)
     EXPECT_EQ(kqtest::readFile(lockFile(101)), held);
 }
 
-TEST_F(SimToolKqctlTest, LockOfADeadProcessIsTakenOver)
+TEST_F(SimToolKqctlTest, LockOfADeadProcessOrGarbageIsTakenOver)
 {
     addContainer({"101"});
+    addContainer({"102"});
     kqtest::writeFile(lockFile(101), std::to_string(deadPid()) + "\nstopping");
+    kqtest::writeFile(lockFile(102), "");
     expectDone({"start", "101"});
+    expectDone({"mount", "102"});
     EXPECT_TRUE(isRunning(101));
-    EXPECT_FALSE(fs::exists(lockFile(101)));
+    EXPECT_EQ(mounts(), mountLine(101) + mountLine(102));
     std::vector<std::string> leftovers;
     for (const auto& entry : fs::directory_iterator(at("kq/lock")))
         leftovers.push_back(entry.path().string());
     EXPECT_TRUE(leftovers.empty()) << leftovers.front();
-}
-
-TEST_F(SimToolKqctlTest, GarbageLockIsTakenOver)
-{
-    addContainer({"101"});
-    kqtest::writeFile(lockFile(101), "");
-    expectDone({"mount", "101"});
-    EXPECT_FALSE(fs::exists(lockFile(101)));
 }
 
 TEST_F(SimToolKqctlTest, ConcurrentActionsOnDifferentContainersKeepEveryChange)

@@ -13,7 +13,7 @@ protected:
     std::string privateArea(int veid) const { return at("kq/private/" + std::to_string(veid)); }
 };
 
-TEST_F(SimToolKqmlocalTest, MoveCarriesAreasAndState)
+TEST_F(SimToolKqmlocalTest, MoveCarriesAreasAndStateOfEitherLayout)
 {
     addContainer({"101", "--state", "running", "--name", "web"});
     RunResult result = tool("kqmlocal", {"-s", "101:301:a:b"});
@@ -27,16 +27,14 @@ TEST_F(SimToolKqmlocalTest, MoveCarriesAreasAndState)
     EXPECT_NE(config.find("NAME=\"web\"\n"), std::string::npos);
     EXPECT_EQ(runningList(), std::vector<std::string>{"301"});
     EXPECT_EQ(mounts(), mountLine(301));
-}
 
-TEST_F(SimToolKqmlocalTest, MoveOfLayoutFourKeepsTheConfigurationInsideTheArea)
-{
+    // Layout 4 keeps the configuration inside the area.
     addContainer({"102", "--layout", "4", "--name", "db"});
-    RunResult result = tool("kqmlocal", {"-s", "102:302::"});
+    result = tool("kqmlocal", {"-s", "102:302::"});
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_FALSE(fs::exists(fs::symlink_status(configName(102))));
     EXPECT_EQ(fs::read_symlink(configName(302)).string(), privateArea(302) + "/ve.conf");
-    std::string config = kqtest::readFile(configName(302));
+    config = kqtest::readFile(configName(302));
     EXPECT_NE(config.find("VE_PRIVATE=\"" + privateArea(302) + "\"\n"), std::string::npos) << config;
     EXPECT_NE(config.find("NAME=\"db\"\n"), std::string::npos);
 }

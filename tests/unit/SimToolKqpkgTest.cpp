@@ -63,12 +63,9 @@ TEST_F(SimToolKqpkgTest, AddRefusals)
     EXPECT_EQ(incompatible.exitCode, 1);
     EXPECT_NE(incompatible.err.find("failed dependencies"), std::string::npos);
     EXPECT_EQ(tool("kqpkgadd", {"--force", "-q", "102", "webstack"}).exitCode, 0);
-}
 
-TEST_F(SimToolKqpkgTest, LockedContainerIsRefused)
-{
     kqtest::writeFile(at("kq/lock/101.lck"), std::to_string(getpid()) + "\nstarting");
-    EXPECT_EQ(tool("kqpkgadd", {"-q", "101", "webstack"}).exitCode, 9);
+    EXPECT_EQ(tool("kqpkgadd", {"-q", "101", "webstack"}).exitCode, 9) << "a locked container";
 }
 
 TEST_F(SimToolKqpkgTest, InfoPrintsTechnologies)

@@ -66,7 +66,7 @@ TEST_F(SimToolPrologueTest, WithoutHostRootToolsRefuse)
     EXPECT_NE(result.err.find("KQ_HOST_ROOT"), std::string::npos) << result.err;
 }
 
-TEST_F(SimToolPrologueTest, ExitRuleWritesTextAndChangesNothing)
+TEST_F(SimToolPrologueTest, ExitRuleWritesTextAndChangesNothingSleepRuleThenWorks)
 {
     addContainer({"101"});
     fault({"kqctl", "start", "0", "faked start"});
@@ -76,9 +76,17 @@ TEST_F(SimToolPrologueTest, ExitRuleWritesTextAndChangesNothing)
     EXPECT_EQ(result.out, "");
     EXPECT_TRUE(runningList().empty());
     EXPECT_EQ(calls().size(), 1u) << "the call is logged before the rule fires";
+
+    // A sleep rule writes its text, then the tool works normally.
+    ASSERT_EQ(kqsim({"fault", root(), "--clear"}).exitCode, 0);
+    fault({"kqctl", "start", "sleep:0.1", "slow start"});
+    result = tool("kqctl", {"start", "101"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.err, "slow start\n");
+    EXPECT_EQ(runningList(), std::vector<std::string>{"101"});
 }
 
-TEST_F(SimToolPrologueTest, FirstMatchingRuleWins)
+TEST_F(SimToolPrologueTest, FirstMatchingRuleWinsWithItsCodeSignalAndText)
 {
     fault({"kqpkgls", "101", "5", "first"});
     fault({"kqpkgls", "*", "6", "second"});
@@ -90,6 +98,16 @@ TEST_F(SimToolPrologueTest, FirstMatchingRuleWins)
     EXPECT_EQ(any.exitCode, 6);
     RunResult noWord = tool("kqpkgls", {"-q"});
     EXPECT_EQ(noWord.exitCode, 6) << "* matches a run without any word";
+
+    // A signal rule kills the tool; rule text keeps newlines and backslashes.
+    fault({"kqps", "*", "signal:15", "dying"});
+    RunResult killed = tool("kqps", {"-E", "101"});
+    EXPECT_EQ(killed.signal, 15);
+    EXPECT_EQ(killed.err, "dying\n");
+    fault({"kqauth", "*", "3", "wrong\npassword \\n"});
+    RunResult text = tool("kqauth", {"101", "root"});
+    EXPECT_EQ(text.exitCode, 3);
+    EXPECT_EQ(text.err, "wrong\npassword \\n\n");
 }
 
 TEST_F(SimToolPrologueTest, WordIsTheFirstArgumentAfterOptions)
@@ -105,30 +123,6 @@ TEST_F(SimToolPrologueTest, WordIsTheFirstArgumentAfterOptions)
     EXPECT_EQ(otherTool.err, "kqsplit: not implemented in the simulator\n");
 }
 
-TEST_F(SimToolPrologueTest, SignalRuleKillsTheTool)
-{
-    fault({"kqps", "*", "signal:15", "dying"});
-    RunResult result = tool("kqps", {"-E", "101"});
-    EXPECT_EQ(result.signal, 15);
-    EXPECT_EQ(result.err, "dying\n");
-}
 
-TEST_F(SimToolPrologueTest, SleepRuleThenWorksNormally)
-{
-    addContainer({"101"});
-    fault({"kqctl", "start", "sleep:0.1", "slow start"});
-    RunResult result = tool("kqctl", {"start", "101"});
-    EXPECT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_EQ(result.err, "slow start\n");
-    EXPECT_EQ(runningList(), std::vector<std::string>{"101"});
-}
-
-TEST_F(SimToolPrologueTest, RuleTextKeepsNewlinesAndBackslashes)
-{
-    fault({"kqauth", "*", "3", "wrong\npassword \\n"});
-    RunResult result = tool("kqauth", {"101", "root"});
-    EXPECT_EQ(result.exitCode, 3);
-    EXPECT_EQ(result.err, "wrong\npassword \\n\n");
-}
 
 } // namespace

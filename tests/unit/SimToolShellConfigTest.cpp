@@ -17,7 +17,7 @@ ShellConfig parsed(const std::string& text)
     return config;
 }
 
-TEST(SimToolShellConfigTest, ReadsTheQuotingForms)
+TEST(SimToolShellConfigTest, ReadsTheQuotingFormsAndMultiLineValues)
 {
     ShellConfig config = parsed("# comment\n"
                                 "\n"
@@ -27,6 +27,8 @@ TEST(SimToolShellConfigTest, ReadsTheQuotingForms)
                                 "  export EXPORTED=\"yes\"   # trailing comment\n"
                                 "MIXED=ab\"c d\"'e f'\\ g\n"
                                 "EMPTY=\n"
+                                "DESCRIPTION=\"first\nsecond\"\n"
+                                "JOINED=\"one \\\ntwo\"\n"
                                 "HASH=a#b\n"
                                 "A=1 B=2; C=3\n"
                                 "VE_ROOT=\"/kq/root/$VEID\"\n");
@@ -37,6 +39,8 @@ TEST(SimToolShellConfigTest, ReadsTheQuotingForms)
     EXPECT_EQ(config.get("MIXED"), "abc de f g");
     EXPECT_TRUE(config.has("EMPTY"));
     EXPECT_EQ(config.get("EMPTY", "fallback"), "");
+    EXPECT_EQ(config.get("DESCRIPTION"), "first\nsecond");
+    EXPECT_EQ(config.get("JOINED"), "one two");
     EXPECT_EQ(config.get("HASH"), "a#b");
     EXPECT_EQ(config.get("A") + config.get("B") + config.get("C"), "123");
     EXPECT_EQ(config.get("VE_ROOT"), "/kq/root/$VEID") << "variables are not expanded";
@@ -44,26 +48,15 @@ TEST(SimToolShellConfigTest, ReadsTheQuotingForms)
     EXPECT_EQ(config.get("MISSING", "fallback"), "fallback");
 }
 
-TEST(SimToolShellConfigTest, MultiLineValuesAndContinuations)
-{
-    ShellConfig config = parsed("DESCRIPTION=\"first\nsecond\"\nJOINED=\"one \\\ntwo\"\nNEXT=x\n");
-    EXPECT_EQ(config.get("DESCRIPTION"), "first\nsecond");
-    EXPECT_EQ(config.get("JOINED"), "one two");
-    EXPECT_EQ(config.get("NEXT"), "x");
-}
-
-TEST(SimToolShellConfigTest, LastAssignmentWinsAndOtherLinesAreIgnored)
+TEST(SimToolShellConfigTest, LastAssignmentWinsOtherLinesAreIgnoredOpenQuotesAreErrors)
 {
     ShellConfig config = parsed("KEY=\"one\"\necho not an assignment\nKEY=two\n");
     EXPECT_EQ(config.get("KEY"), "two");
     auto values = config.values();
     ASSERT_EQ(values.size(), 1u);
     EXPECT_EQ(values[0].second, "two");
-}
 
-TEST(SimToolShellConfigTest, UnterminatedQuotesAreErrors)
-{
-    ShellConfig config;
+    // Unterminated quotes are errors naming the line.
     EXPECT_EQ(config.parse("A=1\nB=\"open\n"), -1);
     EXPECT_NE(std::string(KQC::getErrorMessage()).find("line 2"), std::string::npos) << KQC::getErrorMessage();
     EXPECT_EQ(config.parse("C='open\n"), -1);
