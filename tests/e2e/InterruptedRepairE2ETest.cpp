@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <sys/prctl.h>
+
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -29,6 +32,7 @@ public:
         std::vector<std::string> argv = {std::string(KQ_BIN_DIR) + "/kqagent", "--root", root};
         argv.insert(argv.end(), args.begin(), args.end());
         std::vector<char*> pointers = kqtest::cStringArray(argv);
+        ::prctl(PR_SET_CHILD_SUBREAPER, 1);
         m_pid = ::fork();
         if (m_pid == 0) {
             ::setpgid(0, 0);
@@ -47,8 +51,12 @@ public:
         if (m_pid <= 0)
             return;
         ::kill(-m_pid, SIGKILL);
+        // The tools it ran die orphaned; as their subreaper this process
+        // reaps them too. Until a dead tool is reaped its pid still shows in
+        // /proc, and a lock it held would look live to the next listing.
         int status = 0;
-        ::waitpid(m_pid, &status, 0);
+        while (::waitpid(-m_pid, &status, 0) > 0 || errno == EINTR) {
+        }
         m_pid = -1;
     }
 
