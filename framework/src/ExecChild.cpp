@@ -141,40 +141,14 @@ int makeStreams(bool stdinPipe, Child& child, ChildEnds& ends)
     return 0;
 }
 
-// What posix_spawn needs, freed on every path.
-struct SpawnSetup {
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-    SpawnSetup()
-    {
-        posix_spawn_file_actions_init(&actions);
-        posix_spawnattr_init(&attributes);
-    }
-    ~SpawnSetup()
-    {
-        posix_spawn_file_actions_destroy(&actions);
-        posix_spawnattr_destroy(&attributes);
-    }
-    SpawnSetup(const SpawnSetup&) = delete;
-    SpawnSetup& operator=(const SpawnSetup&) = delete;
-};
-
 // The child gets its three streams and nothing else of ours: every other
 // descriptor is closed, even one somebody opened without close-on-exec.
-// It starts with every signal at its default and none blocked, as from a
-// shell: ignored signals would otherwise stay ignored across exec.
 int prepare(SpawnSetup& setup, const ChildEnds& ends)
 {
-    sigset_t all, none;
-    sigfillset(&all);
-    sigemptyset(&none);
     if (posix_spawn_file_actions_adddup2(&setup.actions, ends.in.get(), 0) != 0
         || posix_spawn_file_actions_adddup2(&setup.actions, ends.out.get(), 1) != 0
         || posix_spawn_file_actions_adddup2(&setup.actions, ends.err.get(), 2) != 0
-        || posix_spawn_file_actions_addclosefrom_np(&setup.actions, 3) != 0
-        || posix_spawnattr_setsigdefault(&setup.attributes, &all) != 0
-        || posix_spawnattr_setsigmask(&setup.attributes, &none) != 0
-        || posix_spawnattr_setflags(&setup.attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK) != 0) {
+        || posix_spawn_file_actions_addclosefrom_np(&setup.actions, 3) != 0 || setup.defaultSignals() != 0) {
         setErrorMessage("can't prepare a process start: out of memory");
         return -1;
     }

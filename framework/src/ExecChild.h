@@ -4,12 +4,45 @@
 // face is KQC/Exec.h.
 #include "KQC/Handle.h"
 
+#include <csignal>
+#include <spawn.h>
 #include <sys/types.h>
 
 #include <string>
 
 namespace KQC {
 namespace execdetail {
+
+// What posix_spawn needs, freed on every path.
+struct SpawnSetup {
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+    SpawnSetup()
+    {
+        posix_spawn_file_actions_init(&actions);
+        posix_spawnattr_init(&attributes);
+    }
+    ~SpawnSetup()
+    {
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attributes);
+    }
+    SpawnSetup(const SpawnSetup&) = delete;
+    SpawnSetup& operator=(const SpawnSetup&) = delete;
+
+    // The child starts with every signal at its default and none blocked,
+    // as from a shell: the agent's handlers and masks are not its business,
+    // and ignored signals would otherwise stay ignored across exec. 0, or
+    // non-zero when the attributes cannot be set.
+    [[nodiscard]] int defaultSignals()
+    {
+        sigset_t all, none;
+        sigfillset(&all);
+        sigemptyset(&none);
+        return posix_spawnattr_setsigdefault(&attributes, &all) | posix_spawnattr_setsigmask(&attributes, &none)
+               | posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+    }
+};
 
 // A started child and the parent's ends of its pipes.
 struct Child {

@@ -1,5 +1,7 @@
 #include "KQC/ExternOp.h"
 
+#include "ExecChild.h"
+
 #include "KQC/Error.h"
 
 #include <cerrno>
@@ -24,35 +26,6 @@ std::vector<char*> cStrings(const std::vector<std::string>& words)
         out.push_back(const_cast<char*>(word.c_str()));
     out.push_back(nullptr);
     return out;
-}
-
-// What posix_spawn needs, freed on every path.
-struct SpawnSetup {
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-    SpawnSetup()
-    {
-        posix_spawn_file_actions_init(&actions);
-        posix_spawnattr_init(&attributes);
-    }
-    ~SpawnSetup()
-    {
-        posix_spawn_file_actions_destroy(&actions);
-        posix_spawnattr_destroy(&attributes);
-    }
-};
-
-// The child starts with every signal at its default and none blocked, as a
-// program started from a shell would: the agent's handlers and masks are
-// not its business.
-void defaultSignals(posix_spawnattr_t& attributes)
-{
-    sigset_t all, none;
-    sigfillset(&all);
-    sigemptyset(&none);
-    posix_spawnattr_setsigdefault(&attributes, &all);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
 }
 
 } // namespace
@@ -90,11 +63,14 @@ int KQCExternProgramExecuter::createProcess(boost::shared_ptr<KQCHandle>& input,
     if (moveAboveStandardStreams(*childIn) != 0 || moveAboveStandardStreams(*childOut) != 0)
         return -1;
 
-    SpawnSetup setup;
+    execdetail::SpawnSetup setup;
     posix_spawn_file_actions_adddup2(&setup.actions, childIn->get(), 0);
     posix_spawn_file_actions_adddup2(&setup.actions, childOut->get(), 1);
     posix_spawn_file_actions_addopen(&setup.actions, 2, "/dev/null", O_WRONLY, 0);
-    defaultSignals(setup.attributes);
+    if (setup.defaultSignals() != 0) {
+        setErrorMessage("can't prepare a process start: out of memory");
+        return -1;
+    }
 
     std::vector<char*> argv = cStrings(m_args);
     std::vector<char*> envp = cStrings(m_env);
