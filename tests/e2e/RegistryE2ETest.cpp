@@ -1,6 +1,7 @@
 // The registry through the console: VEIDs, the agent's private files in a
 // container, and configurations read from the control tool's text form.
 #include "E2EFixture.h"
+#include "AgentRecord.h"
 
 #include "KQC/GUID.h"
 #include "KQC/Message.h"
@@ -29,12 +30,7 @@ protected:
                                  host.path("var/lib/kqagent") + "' '" + host.path("kq/private/4242") + "' '" +
                                  host.path("kq/lock") + "'"));
         eid.generate();
-        KQS::KQSEnvConfig config;
-        config.setVeid(4242);
-        auto message = KQC::KQCMsgFactory::createNew();
-        message->setName("packet");
-        message->getIterator().putObj(KQC::TAG_ENV_CONFIG, config);
-        ASSERT_EQ(0, message->save(host.path("etc/kqagent/configs/" + eid.toString())));
+        host.write("etc/kqagent/configs/" + eid.toString(), kqtest::agentRecord(4242));
     }
 
     KQC::KQCEID eid;
@@ -152,12 +148,7 @@ TEST_F(RegistryRaceE2ETest, SyncKeepsOneEnvironmentPerContainerAndTheRecordAgree
     std::vector<KQC::KQCEID> eids(2);
     for (KQC::KQCEID& eid : eids) {
         eid.generate();
-        KQS::KQSEnvConfig config;
-        config.setVeid(101);
-        auto message = KQC::KQCMsgFactory::createNew();
-        message->setName("packet");
-        message->getIterator().putObj(KQC::TAG_ENV_CONFIG, config);
-        ASSERT_EQ(0, message->save(host.path("etc/kqagent/configs/" + eid.toString())));
+        host.write("etc/kqagent/configs/" + eid.toString(), kqtest::agentRecord(101));
     }
     std::sort(eids.begin(), eids.end(), KQC::KQCEnvIDComparator());
     host.write("kq/private/101/.kqs/eid.conf", eids.back().toString());

@@ -2,6 +2,7 @@
 // runs the platform's tool and is tested end to end (AuthE2ETest).
 #include "KQSAuthMVELocal.h"
 
+#include "AgentRecord.h"
 #include "TempHost.h"
 
 #include "KQC/Error.h"
@@ -23,12 +24,7 @@ protected:
         eid.generate();
         stranger.generate();
         // The registry knows the container 101 under `eid`.
-        KQS::KQSEnvConfig config;
-        config.setVeid(101);
-        auto message = KQC::KQCMsgFactory::createNew();
-        message->setName("packet");
-        message->getIterator().putObj(KQC::TAG_ENV_CONFIG, config);
-        ASSERT_EQ(0, message->save(host.path("etc/kqagent/configs/" + eid.toString())));
+        host.write("etc/kqagent/configs/" + eid.toString(), kqtest::agentRecord(101));
     }
 
     kqtest::TempHost host;

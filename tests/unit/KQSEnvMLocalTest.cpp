@@ -3,6 +3,7 @@
 #include "KQSEnvConfigLock.h"
 #include "KQSEnvMLocal.h"
 
+#include "AgentRecord.h"
 #include "TempHost.h"
 
 #include "KQC/Error.h"
@@ -64,11 +65,7 @@ protected:
     // Rewrites the file in place: its folder keeps its stamp.
     void overwriteInPlace(const KQC::KQCEID& eid, const KQS::KQSEnvConfig& config)
     {
-        auto message = KQC::KQCMsgFactory::createNew();
-        message->setName("packet");
-        message->getIterator().putObj(KQC::TAG_ENV_CONFIG, config);
-        std::string text;
-        ASSERT_EQ(0, message->saveToString(text));
+        const std::string text = kqtest::agentRecord(config);
         FILE* file = std::fopen(fileOf(eid).c_str(), "r+");
         ASSERT_NE(nullptr, file);
         ASSERT_EQ(0, ::ftruncate(fileno(file), 0));
