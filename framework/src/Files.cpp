@@ -34,11 +34,11 @@ private:
 
 // Opens a host file for reading without blocking: a FIFO with no writer
 // would otherwise hang the caller in open() itself.
-int openHostFile(const std::string& path, KQCHandle& fd)
+int openHostFile(int dirfd, const char* name, const std::string& path, KQCHandle& fd)
 {
     int raw;
     do {
-        raw = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        raw = ::openat(dirfd, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     } while (raw < 0 && errno == EINTR);
     fd.reset(raw);
     if (!fd.isValid()) {
@@ -183,9 +183,11 @@ int fentryExists(const std::string& path, int followLinks)
     return rc == 0 ? 1 : 0;
 }
 
-int readHostFd(int fd, const std::string& path, std::string& out, size_t limit)
+namespace {
+
+// What readHostFd does, with the file's status handed back.
+int readOpenHostFile(int fd, const std::string& path, std::string& out, size_t limit, struct stat& st)
 {
-    struct stat st;
     if (::fstat(fd, &st) != 0) {
         setErrorMessage("can't read '%s': %m", path.c_str());
         return -1;
@@ -233,12 +235,30 @@ int readHostFd(int fd, const std::string& path, std::string& out, size_t limit)
     return 0;
 }
 
+} // namespace
+
+int readHostFd(int fd, const std::string& path, std::string& out, size_t limit)
+{
+    struct stat st;
+    return readOpenHostFile(fd, path, out, limit, st);
+}
+
 int file2str(const std::string& path, std::string& out, int /*flags*/, size_t limit)
 {
+    return file2strAt(AT_FDCWD, path.c_str(), path, out, nullptr, limit);
+}
+
+int file2strAt(int dirfd, const char* name, const std::string& path, std::string& out, struct stat* st, size_t limit)
+{
     KQCHandle fd;
-    if (openHostFile(path, fd) != 0)
+    if (openHostFile(dirfd, name, path, fd) != 0)
         return -1;
-    return readHostFd(fd.get(), path, out, limit);
+    struct stat seen;
+    if (readOpenHostFile(fd.get(), path, out, limit, seen) != 0)
+        return -1;
+    if (st)
+        *st = seen;
+    return 0;
 }
 
 int writeFileAtomic(const std::string& path, const std::string& data, mode_t mode)
@@ -272,16 +292,9 @@ int str2file(const std::string& path, const std::string& data)
 
 int copyFile(const std::string& from, const std::string& to)
 {
-    KQCHandle source;
-    if (openHostFile(from, source) != 0)
-        return -1;
     struct stat st;
-    if (::fstat(source.get(), &st) != 0) {
-        setErrorMessage("can't stat '%s': %m", from.c_str());
-        return -1;
-    }
     std::string data;
-    if (readHostFd(source.get(), from, data) != 0)
+    if (file2strAt(AT_FDCWD, from.c_str(), from, data, &st) != 0)
         return -1;
     return writeFileAtomic(to, data, st.st_mode & 07777);
 }

@@ -15,29 +15,40 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
 
 namespace KQS {
 
+// getBashConfig for `name` within the open folder `dirfd` (AT_FDCWD: a
+// whole path), `path` naming it in messages; `st`, when given, receives the
+// status of the file that was read.
 template <class Parser, class T>
-int getBashConfig(const char* path, Parser& parser, T& out)
+int getBashConfigAt(int dirfd, const char* name, const std::string& path, Parser& parser, T& out,
+                    struct ::stat* st = nullptr)
 {
     // Read whole through a close-on-exec descriptor: a stream of the C++
     // library would leak its descriptor into tools that other threads start
     // meanwhile.
     std::string text;
-    if (KQC::file2str(path, text) != 0) {
-        KQC::setErrorMessage("open '%s' : %s", path, std::strerror(errno));
+    if (KQC::file2strAt(dirfd, name, path, text, st) != 0) {
+        KQC::setErrorMessage("open '%s' : %s", path.c_str(), std::strerror(errno));
         return KQS_ERR_GENERIC;
     }
     std::istringstream in(text);
     if (parser.getConfig(in, out) != 0) {
-        KQC::setErrorMessage("parse '%s' config", path);
+        KQC::setErrorMessage("parse '%s' config", path.c_str());
         return KQS_ERR_GENERIC;
     }
     return 0;
+}
+
+template <class Parser, class T>
+int getBashConfig(const char* path, Parser& parser, T& out)
+{
+    return getBashConfigAt(AT_FDCWD, path, path, parser, out);
 }
 
 template <class Parser, class T>

@@ -12,6 +12,7 @@
 #include "KQC/Boundary.h"
 #include "KQC/Error.h"
 #include "KQC/Files.h"
+#include "KQC/Handle.h"
 #include "KQC/HostPaths.h"
 #include "KQC/Lock.h"
 #include "KQC/Message.h"
@@ -22,6 +23,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <sstream>
 #include <sys/stat.h>
 
@@ -85,21 +87,42 @@ int readEnvListLocked(KQC::KQCEIDSet& out)
     return rc;
 }
 
+// Where one agent-side file is: its whole path (for messages, and for the
+// lookup when the folder is not open) and, when it is, the folder's
+// descriptor and the file's name in it, a lookup without a walk of the path.
+struct RecordFile {
+    std::string path;
+    std::string name;
+    int folderFd = -1;
+
+    RecordFile(const std::string& folder, const KQC::KQCEID& eid, int fd)
+        : path(folder + "/" + eid.toString()), name(eid.toString()), folderFd(fd)
+    {
+    }
+    int dirfd() const { return folderFd >= 0 ? folderFd : AT_FDCWD; }
+    const char* relative() const { return folderFd >= 0 ? name.c_str() : path.c_str(); }
+    // Whether the file differs from `stamp` (remembering it now).
+    bool changed(KQSPathModTime& stamp) const { return stamp.update(dirfd(), relative()); }
+};
+
 // Reads the file into the cache entry; empty (message set) when it cannot
 // be read or does not parse.
-boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std::string& path,
+boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const RecordFile& file,
                                               caches::CachedRecord& entry)
 {
     std::string text;
-    if (KQC::file2str(path, text) != 0) {
+    struct stat st;
+    if (KQC::file2strAt(file.dirfd(), file.relative(), file.path, text, &st) != 0) {
         // The reader's message names the real cause (a system error, a
         // size or kind of file refused); errno alone may be stale.
-        KQC::setErrorMessage("read '%s' : %s", path.c_str(), KQC::getErrorMessage());
+        KQC::setErrorMessage("read '%s' : %s", file.path.c_str(), KQC::getErrorMessage());
         // Read it again next time rather than answer from a file we lost.
         entry.stamp.reset();
         entry.read = false;
         return boost::shared_ptr<KQSEnvConfig>();
     }
+    // The stamp of what was read: a file replaced since is read again.
+    entry.stamp.update(st);
     // A file that was read but does not parse, whether it is no markup at
     // all or markup without a configuration, reads as an empty
     // configuration: the environment stays known, without properties, until
@@ -118,15 +141,16 @@ boost::shared_ptr<KQSEnvConfig> loadEnvConfig(const KQC::KQCEID& eid, const std:
 }
 
 // The VEID of the environment's file: as the registry last read it while
-// the file is unchanged, else read now (one look at the file either way).
+// the file is unchanged, else read now (one look at the file either way: a
+// file never read is read at once, its stamp taken from the read).
 // 0, -7 (no VEID), or another failure of reading it (message set).
-int recordVeid(const std::string& folder, const KQC::KQCEID& eid, const std::string& path, int& veid)
+int recordVeid(const std::string& folder, const KQC::KQCEID& eid, const RecordFile& file, int& veid)
 {
     KQC::KQCGuard guard(shared().configLock);
     caches::CachedRecord& entry = shared().recordOf(folder, eid);
-    if (entry.stamp.update(path) || !entry.read) {
+    if (!entry.read || file.changed(entry.stamp)) {
         entry.read = false;
-        boost::shared_ptr<KQSEnvConfig> config = loadEnvConfig(eid, path, entry);
+        boost::shared_ptr<KQSEnvConfig> config = loadEnvConfig(eid, file, entry);
         if (!config)
             return KQS_ERR_NO_ENV;
         return config->getVeid(veid) == 0 ? KQS_OK : KQS_ERR_NO_VEID;
@@ -183,11 +207,12 @@ int refreshVeidMapLocked(KQSEnvMLocal& envm)
     if (!shared().veidMapStamp.changed(agentConfigFolder()) && !shared().isModifiedForGetVEIDMap)
         return KQS_OK;
     shared().veidMap.clear();
+    const KQC::KQCHandle folder(::open(agentConfigFolder().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     // In EID order, so that of two environments claiming one VEID the one
     // whose EID sorts last is kept.
     for (const KQC::KQCEID& eid : shared().envList) {
         int veid = 0;
-        if (envm.findByEid(eid, &veid) == KQS_OK)
+        if (envm.findByEid(eid, &veid, folder.get()) == KQS_OK)
             shared().veidMap[veid] = eid;
     }
     shared().isModifiedForGetVEIDMap = false;
@@ -267,17 +292,18 @@ int KQSEnvMLocal::getEnvList(KQC::KQCEIDSet& out)
 
 boost::shared_ptr<const KQSEnvConfig> KQSEnvMLocal::sharedEnvConfig(const KQC::KQCEID& eid)
 {
-    const std::string path = getVPSAgentConfigPathByEid(eid);
+    const std::string folder = agentConfigFolder();
+    const RecordFile file(folder, eid, -1);
     KQC::KQCGuard guard(shared().configLock);
-    caches::CachedRecord& entry = shared().recordOf(agentConfigFolder(), eid);
-    if (entry.stamp.update(path) || !entry.read)
-        return loadEnvConfig(eid, path, entry);
+    caches::CachedRecord& entry = shared().recordOf(folder, eid);
+    if (!entry.read || file.changed(entry.stamp))
+        return loadEnvConfig(eid, file, entry);
     if (entry.unparsable)
         return boost::make_shared<KQSEnvConfig>();
     if (boost::shared_ptr<KQSEnvConfig> held = entry.config.lock())
         return held;
     // Unchanged, but nobody held the whole record: it is read again.
-    return loadEnvConfig(eid, path, entry);
+    return loadEnvConfig(eid, file, entry);
 }
 
 boost::shared_ptr<KQSEnvConfig> KQSEnvMLocal::getEnvConfig(const KQC::KQCEID& eid)
@@ -298,12 +324,14 @@ int KQSEnvMLocal::putEnvConfig(const KQC::KQCEID& eid, const KQSEnvConfig& confi
     return KQS_OK;
 }
 
-int KQSEnvMLocal::findByEid(const KQC::KQCEID& eid, int* veid)
+int KQSEnvMLocal::findByEid(const KQC::KQCEID& eid, int* veid) { return findByEid(eid, veid, -1); }
+
+int KQSEnvMLocal::findByEid(const KQC::KQCEID& eid, int* veid, int folderFd)
 {
     // Only the VEID is needed: the registry keeps it for unchanged files.
     const std::string folder = agentConfigFolder();
     int found = 0;
-    int rc = recordVeid(folder, eid, folder + "/" + eid.toString(), found);
+    int rc = recordVeid(folder, eid, RecordFile(folder, eid, folderFd), found);
     if (rc == KQS_ERR_NO_ENV)
         return rc;
     if (rc != KQS_OK) {
@@ -441,6 +469,11 @@ int KQSEnvMLocal::registerContainer(int veid, const boost::shared_ptr<KQSEnvConf
 
 int KQSEnvMLocal::registerContainers(const Unregistered& containers, std::vector<KQC::KQCEID>& eids)
 {
+    // Every listing that synchronises ends here, almost always with nothing
+    // new: the section's lock and look at every agent-side file are for
+    // when there is something to register.
+    if (containers.empty())
+        return KQS_OK;
     RegistrationSection section;
     int rc = section.enter();
     if (rc != KQS_OK)

@@ -107,6 +107,9 @@ public:
     // 0 with the VEID; -8 when the environment has no readable file, -7
     // with "can't find ctid in env '%s' config" when it holds no VEID.
     int findByEid(const KQC::KQCEID& eid, int* veid);
+    // The same, with the agent-side folder open as `folderFd` (-1: not
+    // open): the file is looked at from it, for callers that look up many.
+    int findByEid(const KQC::KQCEID& eid, int* veid, int folderFd);
     // Looks the VEID up in `map`, or in a fresh map when it is empty. 0, or
     // 3804 with "eid for ctid#%d not found".
     int findByVeid(int veid, KQC::KQCEID& eid, const boost::shared_ptr<std::map<int, KQC::KQCEID>>& map);

@@ -85,44 +85,22 @@ struct Registered {
     bool found;  // whether the registry knows its VEID
 };
 
-// The VEIDs of many environments at once. An agent-side file that has not
-// changed since the registry read it is looked at from its open folder (one
-// stat, no path walk); any other goes through the registry's own lookup.
+// The VEIDs of many environments at once, each agent-side file looked at
+// from the folder held open for the whole call rather than by its path.
 class RegistryVeids {
 public:
     explicit RegistryVeids(KQSEnvMLocal& envm)
-        : m_envm(envm), m_folder(KQC::KQCInstanceFolders::etc().leaf("configs").string())
+        : m_envm(envm),
+          m_fd(::open(KQC::KQCInstanceFolders::etc().leaf("configs").string().c_str(),
+                      O_PATH | O_DIRECTORY | O_CLOEXEC))
     {
-        m_fd.reset(::open(m_folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     }
 
     // 0 with the VEID, else findByEid's failure.
-    int find(const KQC::KQCEID& eid, int& veid)
-    {
-        if (m_fd.isValid() && unchangedVeid(eid, veid))
-            return 0;
-        return m_envm.findByEid(eid, &veid);
-    }
+    int find(const KQC::KQCEID& eid, int& veid) { return m_envm.findByEid(eid, &veid, m_fd.get()); }
 
 private:
-    bool unchangedVeid(const KQC::KQCEID& eid, int& veid)
-    {
-        caches::Registry& registry = caches::registry();
-        KQC::KQCGuard guard(registry.configLock);
-        if (registry.recordsFolder != m_folder)
-            return false;
-        auto it = registry.records.find(eid);
-        if (it == registry.records.end() || !it->second.read || !it->second.hasVeid)
-            return false;
-        KQSPathModTime stamp = it->second.stamp;
-        if (stamp.update(m_fd.get(), eid.toString().c_str()))
-            return false;
-        veid = it->second.veid;
-        return true;
-    }
-
     KQSEnvMLocal& m_envm;
-    std::string m_folder;
     KQC::KQCHandle m_fd;
 };
 

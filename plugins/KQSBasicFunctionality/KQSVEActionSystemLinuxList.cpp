@@ -252,6 +252,17 @@ public:
             return stamp.update(m_fd.get(), name);
         return stamp.update(m_path + name);
     }
+    // The container's file parsed into `config`, with the status of what
+    // was read in `st`: 0, or -1 with the message set.
+    int parse(int veid, KQSEnvConfigBashParser& parser, KQSEnvConfig& config, struct stat& st) const
+    {
+        char name[32];
+        std::snprintf(name, sizeof name, "%d.conf", veid);
+        const std::string path = m_path + name;
+        if (m_fd.isValid())
+            return getBashConfigAt(m_fd.get(), name, path, parser, config, &st);
+        return getBashConfigAt(AT_FDCWD, path.c_str(), path, parser, config, &st);
+    }
     // Whether the folder has an entry for `veid`, whatever it is; a link is
     // not followed, so a dangling one is there too.
     bool has(int veid) const
@@ -272,11 +283,13 @@ private:
 // Parses the file and finishes it as every listing shows a container that
 // does not run; empty, with `failure` saying why, when the file cannot be
 // read.
-boost::shared_ptr<KQSEnvConfig> parseContainer(int veid, const std::string& path, KQSEnvConfigBashParser& parser,
-                                               const KQSEnvConfig& defaults, std::string& failure)
+boost::shared_ptr<KQSEnvConfig> parseContainer(int veid, const ConfigFolder& folder, KQSEnvConfigBashParser& parser,
+                                               const KQSEnvConfig& defaults, KQSPathModTime& stamp,
+                                               std::string& failure)
 {
     boost::shared_ptr<KQSEnvConfig> config(new KQSEnvConfig());
-    if (getBashConfig(path.c_str(), parser, *config) != 0) {
+    struct stat st;
+    if (folder.parse(veid, parser, *config, st) != 0) {
         // One broken file is that container's problem: it is left out of
         // this listing, said so in the log, and the others are listed.
         char text[64];
@@ -291,6 +304,9 @@ boost::shared_ptr<KQSEnvConfig> parseContainer(int veid, const std::string& path
     unescapeText(text, &KQSEnvConfig::setName, *config);
     config->getDescription(text);
     unescapeText(text, &KQSEnvConfig::setDescription, *config);
+    // The stamp of what was read, not of a look before or after: a file
+    // replaced meanwhile is read again next time.
+    stamp.update(st);
     config->setVeid(veid);
     config->setType(KQC::KQCEnvType(KQSEnv::type));
     KQSEnvMLocal::mergeConfigsKQDefaultToVE(defaults, *config);
@@ -310,10 +326,12 @@ void readEntryConfig(int veid, KQSVPSEntry& entry, KQSEnvConfigBashParser& parse
 {
     caches::Listing& cache = caches::listing();
     caches::ParsedContainer& parsed = cache.parsed[veid];
-    bool changed = folder.changed(veid, parsed.stamp);
-    if (changed || !parsed.config || parsed.settingsGeneration != cache.settingsGeneration) {
-        std::string path = folder.path() + std::to_string(veid) + ".conf";
-        parsed.config = parseContainer(veid, path, parser, cache.defaults, failure);
+    // A container never parsed is read straight away: its stamp comes from
+    // the read itself, one look at the file fewer.
+    bool kept = parsed.config && parsed.settingsGeneration == cache.settingsGeneration &&
+                !folder.changed(veid, parsed.stamp);
+    if (!kept) {
+        parsed.config = parseContainer(veid, folder, parser, cache.defaults, parsed.stamp, failure);
         parsed.settingsGeneration = cache.settingsGeneration;
     }
     entry.modTime = parsed.stamp;

@@ -12,6 +12,7 @@
 // Thread safety: free functions may be called from any thread; an object is
 // used by one thread at a time.
 #include <dirent.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <iosfwd>
@@ -49,6 +50,14 @@ constexpr size_t kHostFileLimit = 8u << 20;
 // goes through this (or readHostFd for a descriptor it opened itself).
 [[nodiscard]] int file2str(const std::string& path, std::string& out, int flags = 0,
                            size_t limit = kHostFileLimit);
+
+// file2str for `name` within the open folder `dirfd`: one lookup from the
+// folder rather than a walk of the whole path, for callers that read many
+// files of one folder. `path` names the file in messages. When `st` is
+// given it receives the status of the file that was read, so that a cache
+// can stamp it without looking at it again.
+[[nodiscard]] int file2strAt(int dirfd, const char* name, const std::string& path, std::string& out,
+                             struct ::stat* st = nullptr, size_t limit = kHostFileLimit);
 
 // The same checks for a descriptor the caller opened (with O_NONBLOCK):
 // regular file, at most `limit` bytes; `path` only names it in messages.
