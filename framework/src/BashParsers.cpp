@@ -6,6 +6,7 @@
 #include "TextHelpers.h"
 
 #include <algorithm>
+#include <unordered_map>
 #include <utility>
 
 namespace KQS {
@@ -23,21 +24,49 @@ int parseFile(std::istream& input, KQSShellFile& file)
     return -1;
 }
 
-int readQoSes(const KQSShellFile& file, const std::vector<std::string>& ids, KQSEnvConfig& config)
+// Which entry of the key table each key of a file is: a file is looked up
+// key by key, not the table key by key through the whole file.
+const std::unordered_map<std::string, size_t>& codecSlots()
+{
+    static const std::unordered_map<std::string, size_t> slots = [] {
+        std::unordered_map<std::string, size_t> made;
+        const std::vector<EnvConfigKeys::KeyCodec>& codecs = EnvConfigKeys::table();
+        for (size_t slot = 0; slot < codecs.size(); ++slot)
+            made.emplace(codecs[slot].key, slot);
+        return made;
+    }();
+    return slots;
+}
+
+// The last value the file gives each key of `slots` (as bash would leave
+// it), by slot; null where the file does not give the key.
+std::vector<const std::string*> lastValues(const KQSShellFile& file,
+                                           const std::unordered_map<std::string, size_t>& slots, size_t count)
+{
+    std::vector<const std::string*> values(count, nullptr);
+    for (const KQSShellLine& line : file.lines()) {
+        if (!line.isAssignment)
+            continue;
+        auto slot = slots.find(line.key);
+        if (slot != slots.end())
+            values[slot->second] = &line.value;
+    }
+    return values;
+}
+
+int readQoSes(const std::vector<const std::string*>& values, const std::vector<std::string>& ids,
+              KQSEnvConfig& config)
 {
     KQC::KQCQoSSet qoses;
-    bool any = false;
-    for (const std::string& id : ids) {
-        std::string text;
-        if (!file.get(upperCase(id), text))
+    for (size_t slot = 0; slot < ids.size(); ++slot) {
+        if (!values[slot])
             continue;
         KQC::KQCQoS qos;
-        if (EnvConfigKeys::parseQoS(id, text, qos) != 0)
+        if (EnvConfigKeys::parseQoS(ids[slot], *values[slot], qos) != 0)
             return -1;
         qoses.insert(qos);
-        any = true;
     }
-    if (any)
+    if (!qoses.empty())
         config.setQoSes(qoses);
     return 0;
 }
@@ -54,6 +83,9 @@ KQSEnvConfigBashParser::KQSEnvConfigBashParser(const KQC::KQCVocMap& vocabularie
     for (const KQC::KQCVocParameter& parameter : limits)
         if (std::find(m_qosIds.begin(), m_qosIds.end(), lowerCase(parameter.getId())) == m_qosIds.end())
             m_qosIds.push_back(lowerCase(parameter.getId()));
+    // A file names a limit by its identifier in upper case.
+    for (size_t slot = 0; slot < m_qosIds.size(); ++slot)
+        m_qosSlots.emplace(upperCase(m_qosIds[slot]), slot);
     vocabularies.getValue("platform", m_platform);
     vocabularies.getValue("architecture", m_architecture);
 }
@@ -69,12 +101,13 @@ int KQSEnvConfigBashParser::getConfig(std::istream& input, KQSEnvConfig& config)
     if (parseFile(input, file) != 0)
         return -1;
     KQSEnvConfig parsed;
-    for (const EnvConfigKeys::KeyCodec& codec : EnvConfigKeys::table()) {
-        std::string text;
-        if (file.get(codec.key, text) && codec.read(text, parsed) != 0)
+    // In the table's order, whatever the file's: some keys build on others.
+    const std::vector<EnvConfigKeys::KeyCodec>& codecs = EnvConfigKeys::table();
+    const std::vector<const std::string*> values = lastValues(file, codecSlots(), codecs.size());
+    for (size_t slot = 0; slot < codecs.size(); ++slot)
+        if (values[slot] && codecs[slot].read(*values[slot], parsed) != 0)
             return -1;
-    }
-    if (readQoSes(file, m_qosIds, parsed) != 0)
+    if (readQoSes(lastValues(file, m_qosSlots, m_qosIds.size()), m_qosIds, parsed) != 0)
         return -1;
     EnvConfigKeys::addDefaultHostRouted(parsed);
     // The file is of the vocabulary's platform; say so where it does not.

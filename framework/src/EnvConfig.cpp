@@ -142,12 +142,12 @@ int KQCEnvConfig::readFrom(KQCMessageIterator& it)
 {
     KQCOptionalProperty<std::string> type;
     if (readString(it, TAG_NAME, m_name) != 0 || readString(it, TAG_HOSTNAME, m_hostname) != 0 ||
-        readString(it, TAG_DOMAIN, m_domain) != 0 || readString(it, TAG_DESCRIPTION, m_description) != 0 ||
+        readSparse(m_domain, readString, it, TAG_DOMAIN) != 0 || readString(it, TAG_DESCRIPTION, m_description) != 0 ||
         readAddresses(it, TAG_ADDRESSES, m_addresses) != 0 ||
         readStrings(it, TAG_NAMESERVERS, m_nameservers) != 0 ||
-        readStringSet(it, TAG_SEARCH_DOMAINS, m_searchDomains) != 0 ||
+        readSparse(m_searchDomains, readStringSet, it, TAG_SEARCH_DOMAINS) != 0 ||
         readString(it, TAG_ARCHITECTURE, m_architecture) != 0 ||
-        readString(it, TAG_BASE_SAMPLE_ID, m_baseSampleId) != 0 || readObject(it, TAG_OS, m_os) != 0 ||
+        readSparse(m_baseSampleId, readString, it, TAG_BASE_SAMPLE_ID) != 0 || readObject(it, TAG_OS, m_os) != 0 ||
         readString(it, TAG_TYPE, type) != 0)
         return -1;
     if (type.isSpecified())

@@ -129,20 +129,20 @@ int KQSEnvConfig::readContainerProperties(KQCMessageIterator& it)
         readBool(it, KQC::TAG_OFFLINE_MANAGEMENT, m_offlineManagement) != 0 ||
         readBool(it, KQC::TAG_ON_BOOT, m_onBoot) != 0 || readString(it, KQC::TAG_VE_ROOT, m_veRootVar) != 0 ||
         readString(it, KQC::TAG_VE_PRIVATE, m_vePrivateVar) != 0 ||
-        readObject(it, KQC::TAG_DISTRIBUTION, m_distribution) != 0 ||
-        readStringSet(it, KQC::TAG_OFFLINE_SERVICES, m_offlineServices) != 0 ||
-        readStringSet(it, KQC::TAG_SERVER_ROLES, m_serverRoles) != 0 ||
-        readObjects(it, KQC::TAG_CAPABILITIES, KQC::TAG_CAPABILITY, m_capabilities) != 0 ||
-        readString(it, KQC::TAG_SLM_MODE, m_slmMode) != 0 ||
-        readStringSet(it, KQC::TAG_IPTABLES, m_iptables) != 0 ||
-        readAddresses(it, KQC::TAG_WINS_SERVERS, m_winsServers) != 0 ||
-        readStringSet(it, KQC::TAG_TS_LICENSE_SERVERS, m_tsLicenseServers) != 0 ||
-        readInt(it, KQC::TAG_TS_MODE, m_tsMode) != 0 ||
-        readObjects(it, KQC::TAG_RATES, KQC::TAG_RATE, m_ratesList) != 0 ||
-        readBool(it, KQC::TAG_RATE_BOUND, m_rateBound) != 0 ||
-        readBool(it, KQC::TAG_ALLOW_REBOOT, m_allowReboot) != 0 ||
+        readSparse(m_distribution, readObject<KQSDistribution>, it, KQC::TAG_DISTRIBUTION) != 0 ||
+        readSparse(m_offlineServices, readStringSet, it, KQC::TAG_OFFLINE_SERVICES) != 0 ||
+        readSparse(m_serverRoles, readStringSet, it, KQC::TAG_SERVER_ROLES) != 0 ||
+        readSparse(m_capabilities, readObjects<KQSEnvCapabilitySet>, it, KQC::TAG_CAPABILITIES, KQC::TAG_CAPABILITY) != 0 ||
+        readSparse(m_slmMode, readString, it, KQC::TAG_SLM_MODE) != 0 ||
+        readSparse(m_iptables, readStringSet, it, KQC::TAG_IPTABLES) != 0 ||
+        readSparse(m_winsServers, readAddresses, it, KQC::TAG_WINS_SERVERS) != 0 ||
+        readSparse(m_tsLicenseServers, readStringSet, it, KQC::TAG_TS_LICENSE_SERVERS) != 0 ||
+        readSparse(m_tsMode, readInt, it, KQC::TAG_TS_MODE) != 0 ||
+        readSparse(m_ratesList, readObjects<KQC::KQCInterfaceRateList>, it, KQC::TAG_RATES, KQC::TAG_RATE) != 0 ||
+        readSparse(m_rateBound, readBool, it, KQC::TAG_RATE_BOUND) != 0 ||
+        readSparse(m_allowReboot, readBool, it, KQC::TAG_ALLOW_REBOOT) != 0 ||
         readObjects(it, KQC::TAG_NET_VETHS, KQC::TAG_NET_VETH, m_netVEths) != 0 ||
-        readString(it, KQC::TAG_UUID, m_uuid) != 0 || readString(it, KQC::TAG_ORIGIN_SAMPLE, m_originSample) != 0 ||
+        readSparse(m_uuid, readString, it, KQC::TAG_UUID) != 0 || readSparse(m_originSample, readString, it, KQC::TAG_ORIGIN_SAMPLE) != 0 ||
         readInt(it, KQC::TAG_VE_TYPE, m_veType) != 0)
         return -1;
     return 0;
@@ -154,7 +154,7 @@ int KQSEnvConfig::readFrom(KQCMessageIterator& it)
     KQSEnvConfig fresh;
     if (fresh.KQCVEnvConfig::readFrom(it) != 0 || fresh.readContainerProperties(it) != 0)
         return -1;
-    *this = fresh;
+    *this = std::move(fresh);
     return 0;
 }
 
@@ -168,16 +168,16 @@ int KQSEnvConfig::writeTo(KQCMessageIterator& it) const
     writeBool(it, KQC::TAG_ON_BOOT, m_onBoot);
     writeString(it, KQC::TAG_VE_ROOT, m_veRootVar);
     writeString(it, KQC::TAG_VE_PRIVATE, m_vePrivateVar);
-    writeObject(it, KQC::TAG_DISTRIBUTION, m_distribution);
+    writeObject(it, KQC::TAG_DISTRIBUTION, m_distribution.optional());
     writeStringSet(it, KQC::TAG_OFFLINE_SERVICES, m_offlineServices);
     writeStringSet(it, KQC::TAG_SERVER_ROLES, m_serverRoles);
-    writeObjects(it, KQC::TAG_CAPABILITIES, KQC::TAG_CAPABILITY, m_capabilities);
+    writeObjects(it, KQC::TAG_CAPABILITIES, KQC::TAG_CAPABILITY, m_capabilities.optional());
     writeString(it, KQC::TAG_SLM_MODE, m_slmMode);
     writeStringSet(it, KQC::TAG_IPTABLES, m_iptables);
     writeAddresses(it, KQC::TAG_WINS_SERVERS, m_winsServers);
     writeStringSet(it, KQC::TAG_TS_LICENSE_SERVERS, m_tsLicenseServers);
     writeInt(it, KQC::TAG_TS_MODE, m_tsMode);
-    writeObjects(it, KQC::TAG_RATES, KQC::TAG_RATE, m_ratesList);
+    writeObjects(it, KQC::TAG_RATES, KQC::TAG_RATE, m_ratesList.optional());
     writeBool(it, KQC::TAG_RATE_BOUND, m_rateBound);
     writeBool(it, KQC::TAG_ALLOW_REBOOT, m_allowReboot);
     writeObjects(it, KQC::TAG_NET_VETHS, KQC::TAG_NET_VETH, m_netVEths);

@@ -8,6 +8,7 @@
 
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace KQC {
@@ -30,6 +31,18 @@ void writeStringSet(KQCMessageIterator& it, int tag, const KQCOptionalProperty<K
 int readStringSet(KQCMessageIterator& it, int tag, KQCOptionalProperty<KQCStringSet>& value);
 void writeAddresses(KQCMessageIterator& it, int tag, const KQCOptionalProperty<KQCIPAddressList>& value);
 int readAddresses(KQCMessageIterator& it, int tag, KQCOptionalProperty<KQCIPAddressList>& value);
+
+// Reads a sparse property through `reader`, any of the readers here, given
+// its arguments before the property: readSparse(m_x, readString, it, TAG_X).
+template <class T, class Reader, class... Args>
+int readSparse(KQCSparseProperty<T>& property, Reader reader, Args&&... args)
+{
+    KQCOptionalProperty<T> value;
+    if (reader(std::forward<Args>(args)..., value) != 0)
+        return -1;
+    property = value;
+    return 0;
+}
 
 // Plain (always present) list of addresses in the current node.
 void writeAddressItems(KQCMessageIterator& it, int tag, const KQCIPAddressList& addresses);

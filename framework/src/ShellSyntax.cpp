@@ -4,6 +4,7 @@
 
 #include "KQC/Error.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <sstream>
@@ -140,6 +141,11 @@ public:
     {
         startLine();
         while (m_pos < m_in.size()) {
+            if (size_t length = plainRun()) {
+                if (takeRun(length) != 0)
+                    return -1;
+                continue;
+            }
             char c = m_in[m_pos];
             if (c == '\0')
                 return fail("NUL byte");
@@ -148,7 +154,7 @@ public:
             if (c == '\n')
                 newPhysicalLine();
             else if (++m_lineLength > kMaxShellLineLength)
-                return fail("line longer than " + std::to_string(kMaxShellLineLength) + " bytes");
+                return tooLong();
             ++m_pos;
         }
         return finish();
@@ -156,6 +162,32 @@ public:
 
 private:
     enum State { LINE_START, COMMENT, EXPORT_GAP, KEY, VALUE, SINGLE, DOUBLE, ANSI, AFTER_VALUE, TAIL_COMMENT };
+
+    // How many bytes from here on the state would only append, one step
+    // each, to the key or the quoted value: most of any file, taken whole.
+    size_t plainRun() const
+    {
+        size_t end = m_pos;
+        if (m_state == KEY) {
+            while (end < m_in.size() && isKeyChar(m_in[end]))
+                ++end;
+        } else if (m_state == DOUBLE) {
+            while (end < m_in.size() && m_in[end] != '"' && m_in[end] != '\\' && m_in[end] != '\n' &&
+                   m_in[end] != '\0')
+                ++end;
+        }
+        return end - m_pos;
+    }
+
+    int takeRun(size_t length)
+    {
+        (m_state == KEY ? m_key : m_value).append(m_in, m_pos, length);
+        m_pos += length;
+        m_lineLength += length;
+        if (m_lineLength > kMaxShellLineLength)
+            return tooLong();
+        return 0;
+    }
 
     int step(char c)
     {
@@ -393,16 +425,17 @@ private:
 
     int emit(bool assignment)
     {
-        KQSShellLine line;
+        m_lines.emplace_back();
+        KQSShellLine& line = m_lines.back();
         size_t end = m_pos;
-        line.text = m_in.substr(m_lineStart, end - m_lineStart);
+        line.text.assign(m_in, m_lineStart, end - m_lineStart);
         line.lineNumber = m_firstLine;
         line.isAssignment = assignment;
         if (assignment) {
-            line.key = m_key;
-            line.value = m_value;
+            // Handed over: startLine() empties them anyway.
+            line.key.swap(m_key);
+            line.value.swap(m_value);
         }
-        m_lines.push_back(line);
         m_lineStart = end + 1;
         m_firstLine = m_physicalLine + (m_pos < m_in.size() ? 1 : 0);
         startLine();
@@ -434,6 +467,8 @@ private:
     }
 
     int fail(const std::string& problem) { return failAt(m_physicalLine, problem); }
+
+    int tooLong() { return fail("line longer than " + std::to_string(kMaxShellLineLength) + " bytes"); }
 
     int failAt(int line, const std::string& problem)
     {
@@ -569,6 +604,7 @@ private:
 int KQSShellFile::parse(const std::string& text)
 {
     std::vector<KQSShellLine> lines;
+    lines.reserve(static_cast<size_t>(std::count(text.begin(), text.end(), '\n')) + 1);
     ShellFileParser parser(text, lines);
     if (parser.run() != 0)
         return -1;
@@ -578,7 +614,12 @@ int KQSShellFile::parse(const std::string& text)
 
 int KQSShellFile::parse(std::istream& input)
 {
-    std::string text((std::istreambuf_iterator<char>(input)), std::istreambuf_iterator<char>());
+    // In blocks: a byte at a time through the stream costs more than the
+    // parse itself.
+    std::string text;
+    char block[8192];
+    while (input.read(block, sizeof block) || input.gcount() > 0)
+        text.append(block, static_cast<size_t>(input.gcount()));
     if (input.bad()) {
         KQC::setErrorMessage("can't read the configuration text");
         return -1;

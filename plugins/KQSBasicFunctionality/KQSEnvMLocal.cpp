@@ -96,8 +96,9 @@ struct RecordFile {
     int folderFd = -1;
 
     RecordFile(const std::string& folder, const KQC::KQCEID& eid, int fd)
-        : path(folder + "/" + eid.toString()), name(eid.toString()), folderFd(fd)
+        : path(folder + "/"), name(eid.toString()), folderFd(fd)
     {
+        path += name;
     }
     int dirfd() const { return folderFd >= 0 ? folderFd : AT_FDCWD; }
     const char* relative() const { return folderFd >= 0 ? name.c_str() : path.c_str(); }

@@ -25,8 +25,10 @@
 #include <string>
 #include <vector>
 
-// Declares the getter, the two setters and the member of one property.
-#define KQC_CONFIG_PROPERTY(Type, Stem, member)                                   \
+// Declares the getter, the two setters and the member of one property,
+// held in a Holder<Type>: KQCOptionalProperty, or KQCSparseProperty for one
+// that most configurations leave unspecified.
+#define KQC_CONFIG_PROPERTY_IN(Holder, Type, Stem, member)                        \
 public:                                                                           \
     int get##Stem(KQC::KQCOptionalProperty<Type>& value) const                    \
     {                                                                             \
@@ -37,7 +39,11 @@ public:                                                                         
     void set##Stem(const Type& value) { member.set(value); }                      \
                                                                                   \
 protected:                                                                        \
-    KQC::KQCOptionalProperty<Type> member;
+    Holder<Type> member;
+
+#define KQC_CONFIG_PROPERTY(Type, Stem, member) KQC_CONFIG_PROPERTY_IN(KQC::KQCOptionalProperty, Type, Stem, member)
+#define KQC_SPARSE_CONFIG_PROPERTY(Type, Stem, member) \
+    KQC_CONFIG_PROPERTY_IN(KQC::KQCSparseProperty, Type, Stem, member)
 
 namespace KQC {
 
@@ -109,14 +115,14 @@ typedef std::vector<KQCInterfaceRate> KQCInterfaceRateList;
 class KQCEnvConfig {
     KQC_CONFIG_PROPERTY(std::string, Name, m_name)
     KQC_CONFIG_PROPERTY(std::string, Hostname, m_hostname)
-    KQC_CONFIG_PROPERTY(std::string, Domain, m_domain)
+    KQC_SPARSE_CONFIG_PROPERTY(std::string, Domain, m_domain)
     KQC_CONFIG_PROPERTY(std::string, Description, m_description)
     KQC_CONFIG_PROPERTY(KQCIPAddressList, Addresses, m_addresses)
     KQC_CONFIG_PROPERTY(KQCStringList, Nameservers, m_nameservers)
-    KQC_CONFIG_PROPERTY(KQCStringSet, SearchDomains, m_searchDomains)
+    KQC_SPARSE_CONFIG_PROPERTY(KQCStringSet, SearchDomains, m_searchDomains)
     KQC_CONFIG_PROPERTY(std::string, Architecture, m_architecture)
     // The GUID text of the sample the environment is to be made from.
-    KQC_CONFIG_PROPERTY(std::string, BaseSampleId, m_baseSampleId)
+    KQC_SPARSE_CONFIG_PROPERTY(std::string, BaseSampleId, m_baseSampleId)
     KQC_CONFIG_PROPERTY(KQCOS, OS, m_os)
     KQC_CONFIG_PROPERTY(KQCEnvType, Type, m_type)
 

@@ -6,6 +6,7 @@
 // apart. Plain value types: copying copies the value and the mark.
 // Thread safety: none of their own; share them like any value.
 #include <cstddef>
+#include <memory>
 #include <ostream>
 #include <string>
 
@@ -44,6 +45,48 @@ public:
 private:
     T m_value;
     bool m_specified;
+};
+
+// An optional property that most records never have: while unspecified it
+// costs one pointer rather than a whole T, which counts when a host's
+// thousands of configurations stay in memory. It reads as the optional
+// property it holds (an unspecified one when it holds none) and is set from
+// one; copies copy the value.
+template <class T>
+class KQCSparseProperty {
+public:
+    KQCSparseProperty() = default;
+    KQCSparseProperty(const KQCSparseProperty& other) { *this = other.optional(); }
+    KQCSparseProperty(KQCSparseProperty&&) noexcept = default;
+    KQCSparseProperty& operator=(const KQCSparseProperty& other)
+    {
+        if (this != &other)
+            *this = other.optional();
+        return *this;
+    }
+    KQCSparseProperty& operator=(KQCSparseProperty&&) noexcept = default;
+    KQCSparseProperty& operator=(const KQCOptionalProperty<T>& value)
+    {
+        m_value.reset(value.isSpecified() ? new KQCOptionalProperty<T>(value) : nullptr);
+        return *this;
+    }
+
+    const KQCOptionalProperty<T>& optional() const
+    {
+        static const KQCOptionalProperty<T> unspecified;
+        return m_value ? *m_value : unspecified;
+    }
+    operator const KQCOptionalProperty<T>&() const { return optional(); }
+    bool isSpecified() const { return m_value != nullptr; }
+    const T& get() const { return optional().get(); }
+    void set(const T& value) { *this = KQCOptionalProperty<T>(value); }
+    void unset() { m_value.reset(); }
+
+    bool operator==(const KQCSparseProperty& other) const { return optional() == other.optional(); }
+    bool operator!=(const KQCSparseProperty& other) const { return !(*this == other); }
+
+private:
+    std::unique_ptr<KQCOptionalProperty<T>> m_value;
 };
 
 // A string cut to at most N bytes: the environment type is one, and a longer

@@ -58,6 +58,7 @@
 #include <map>
 #include <ostream>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -86,6 +87,8 @@ private:
     KQSConfigDiff toPairs(const KQSEnvConfig& config) const;
 
     std::vector<std::string> m_qosIds;
+    // The key of each identifier in a file (upper case) -> its index.
+    std::unordered_map<std::string, size_t> m_qosSlots;
     std::string m_platform;
     std::string m_architecture;
 };
