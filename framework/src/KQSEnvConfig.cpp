@@ -125,7 +125,7 @@ bool KQSEnvConfig::equals(const KQC::KQCEnvConfig& other) const
 int KQSEnvConfig::readContainerProperties(KQCMessageIterator& it)
 {
     if (readInt(it, KQC::TAG_VEID, m_veid) != 0 || readObject(it, KQC::TAG_OS_TEMPLATE, m_osTemplate) != 0 ||
-        readObjects(it, KQC::TAG_TEMPLATES, KQC::TAG_TEMPLATE, m_templates) != 0 ||
+        readSparse(m_templates, readObjects<KQSTemplateList>, it, KQC::TAG_TEMPLATES, KQC::TAG_TEMPLATE) != 0 ||
         readBool(it, KQC::TAG_OFFLINE_MANAGEMENT, m_offlineManagement) != 0 ||
         readBool(it, KQC::TAG_ON_BOOT, m_onBoot) != 0 || readString(it, KQC::TAG_VE_ROOT, m_veRootVar) != 0 ||
         readString(it, KQC::TAG_VE_PRIVATE, m_vePrivateVar) != 0 ||
@@ -163,7 +163,7 @@ int KQSEnvConfig::writeTo(KQCMessageIterator& it) const
     KQCVEnvConfig::writeTo(it);
     writeInt(it, KQC::TAG_VEID, m_veid);
     writeObject(it, KQC::TAG_OS_TEMPLATE, m_osTemplate);
-    writeObjects(it, KQC::TAG_TEMPLATES, KQC::TAG_TEMPLATE, m_templates);
+    writeObjects(it, KQC::TAG_TEMPLATES, KQC::TAG_TEMPLATE, m_templates.optional());
     writeBool(it, KQC::TAG_OFFLINE_MANAGEMENT, m_offlineManagement);
     writeBool(it, KQC::TAG_ON_BOOT, m_onBoot);
     writeString(it, KQC::TAG_VE_ROOT, m_veRootVar);

@@ -7,24 +7,28 @@ namespace KQS {
 
 bool KQSPathModTime::Stamp::operator==(const Stamp& o) const
 {
-    return exists == o.exists && mtimeSec == o.mtimeSec && mtimeNsec == o.mtimeNsec && ctimeSec == o.ctimeSec &&
-           ctimeNsec == o.ctimeNsec && size == o.size && inode == o.inode;
+    return seen == o.seen && mtime == o.mtime && ctime == o.ctime && size == o.size && inode == o.inode;
 }
 
 namespace {
+
+int64_t nanoseconds(const struct timespec& time)
+{
+    return static_cast<int64_t>(time.tv_sec) * 1000000000 + time.tv_nsec;
+}
 
 // The fields of a stat result that tell one version of a file from another.
 template <class Stamp>
 Stamp stampFrom(int rc, const struct stat& st)
 {
+    using Seen = decltype(Stamp::seen);
     Stamp stamp;
+    stamp.seen = Seen::MISSING;
     if (rc != 0)
         return stamp;
-    stamp.exists = true;
-    stamp.mtimeSec = st.st_mtim.tv_sec;
-    stamp.mtimeNsec = st.st_mtim.tv_nsec;
-    stamp.ctimeSec = st.st_ctim.tv_sec;
-    stamp.ctimeNsec = st.st_ctim.tv_nsec;
+    stamp.seen = Seen::PRESENT;
+    stamp.mtime = nanoseconds(st.st_mtim);
+    stamp.ctime = nanoseconds(st.st_ctim);
     stamp.size = st.st_size;
     stamp.inode = st.st_ino;
     return stamp;
@@ -54,17 +58,17 @@ bool KQSPathModTime::update(const struct ::stat& st) { return remember(stampFrom
 
 bool KQSPathModTime::remember(const Stamp& now)
 {
-    bool changed = !m_known || !(now == m_stamp);
+    // A stamp just taken is never NOTHING, so a first one always differs.
+    bool changed = !(now == m_stamp);
     m_stamp = now;
-    m_known = true;
     return changed;
 }
 
-bool KQSPathModTime::isChanged(const std::string& path) const { return !m_known || !(stampOf(path) == m_stamp); }
+bool KQSPathModTime::isChanged(const std::string& path) const { return !(stampOf(path) == m_stamp); }
 
 bool KQSPathModTime::operator==(const KQSPathModTime& o) const
 {
-    return m_known == o.m_known && m_stamp == o.m_stamp;
+    return m_stamp == o.m_stamp;
 }
 
 } // namespace KQS

@@ -19,6 +19,7 @@
 #include "kqctl/kqctl.h"
 #include "kqnet/kqnet.h"
 
+#include <boost/make_shared.hpp>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
@@ -287,7 +288,8 @@ boost::shared_ptr<KQSEnvConfig> parseContainer(int veid, const ConfigFolder& fol
                                                const KQSEnvConfig& defaults, KQSPathModTime& stamp,
                                                std::string& failure)
 {
-    boost::shared_ptr<KQSEnvConfig> config(new KQSEnvConfig());
+    // With its counts in one allocation: the cache keeps one per container.
+    boost::shared_ptr<KQSEnvConfig> config = boost::make_shared<KQSEnvConfig>();
     struct stat st;
     if (folder.parse(veid, parser, *config, st) != 0) {
         // One broken file is that container's problem: it is left out of

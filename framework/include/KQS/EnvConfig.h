@@ -53,7 +53,7 @@ typedef std::set<KQSEnvCapability> KQSEnvCapabilitySet;
 
 class KQSEnvConfig : public KQC::KQCVEnvConfig {
     KQC_CONFIG_PROPERTY(KQSTemplate, OsTemplate, m_osTemplate)
-    KQC_CONFIG_PROPERTY(KQSTemplateList, Templates, m_templates)
+    KQC_SPARSE_CONFIG_PROPERTY(KQSTemplateList, Templates, m_templates)
     KQC_CONFIG_PROPERTY(bool, OfflineManagement, m_offlineManagement)
     KQC_CONFIG_PROPERTY(bool, OnBoot, m_onBoot)
     KQC_CONFIG_PROPERTY(std::string, VERootVar, m_veRootVar)

@@ -7,6 +7,7 @@
 // an entry, always differs, even when the clock tick did not move. A path
 // that cannot be stat'ed has the empty stamp. Not thread safe: the owner
 // locks.
+#include <cstdint>
 #include <string>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -29,25 +30,28 @@ public:
     // The same test without remembering.
     bool isChanged(const std::string& path) const;
     // Forget the stamp: the next update reports a change.
-    void reset() { m_known = false; }
+    void reset() { m_stamp.seen = Seen::NOTHING; }
     // Whether a stamp is remembered.
-    bool known() const { return m_known; }
+    bool known() const { return m_stamp.seen != Seen::NOTHING; }
 
     bool operator==(const KQSPathModTime& o) const;
 
 private:
+    // Nothing remembered yet; a path that could not be stat'ed; one that was.
+    enum class Seen : unsigned char { NOTHING, MISSING, PRESENT };
+    // Times in nanoseconds since the epoch. Kept small: a host's caches
+    // hold a few of these for every container.
     struct Stamp {
-        bool exists = false;
-        long mtimeSec = 0, mtimeNsec = 0, ctimeSec = 0, ctimeNsec = 0;
+        int64_t mtime = 0, ctime = 0;
         off_t size = 0;
         ino_t inode = 0;
+        Seen seen = Seen::NOTHING;
         bool operator==(const Stamp& o) const;
     };
     static Stamp stampOf(const std::string& path);
     static Stamp stampAt(int dirfd, const char* name);
     bool remember(const Stamp& now);
 
-    bool m_known = false;
     Stamp m_stamp;
 };
 
