@@ -45,15 +45,6 @@ int runShellOnceReady(GenExec& exec, const std::string& script, unsigned int lim
     return status;
 }
 
-std::vector<std::string> linesOf(const std::string& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
-}
-
 TEST(ExecutionArgsTest, BuildsNullTerminatedVectorsThatOwnTheirTexts)
 {
     KQC::ExecutionArgs args;
@@ -331,7 +322,7 @@ TEST(ExecTest, ChildStartsWithoutLeakedDescriptorsWithDefaultSignalsAndEmptyMask
     // ls holds one descriptor of its own (3) for the directory it lists.
     const char* argv[] = {"/bin/ls", "/proc/self/fd", nullptr};
     ASSERT_EQ(exec.execWithError(argv, 0, 0), 0);
-    EXPECT_EQ(linesOf(exec.getOutput(GenExec::OUT)), (std::vector<std::string>{"0", "1", "2", "3"}));
+    EXPECT_EQ(kqtest::lines(exec.getOutput(GenExec::OUT)), (std::vector<std::string>{"0", "1", "2", "3"}));
     ::close(leaky);
     ::close(high);
 

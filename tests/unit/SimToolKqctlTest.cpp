@@ -26,16 +26,6 @@ protected:
         std::vector<std::string> list = runningList();
         return std::find(list.begin(), list.end(), std::to_string(veid)) != list.end();
     }
-
-    // A pid that no process holds any more.
-    static int deadPid()
-    {
-        pid_t pid = fork();
-        if (pid == 0)
-            _exit(127);
-        waitpid(pid, nullptr, 0);
-        return pid;
-    }
 };
 
 TEST_F(SimToolKqctlTest, StartStopAndRestart)
@@ -183,7 +173,7 @@ TEST_F(SimToolKqctlTest, LockOfADeadProcessOrGarbageIsTakenOver)
 {
     addContainer({"101"});
     addContainer({"102"});
-    kqtest::writeFile(lockFile(101), std::to_string(deadPid()) + "\nstopping");
+    kqtest::writeFile(lockFile(101), std::to_string(kqtest::deadPid()) + "\nstopping");
     kqtest::writeFile(lockFile(102), "");
     expectDone({"start", "101"});
     expectDone({"mount", "102"});
@@ -200,11 +190,11 @@ TEST_F(SimToolKqctlTest, ConcurrentActionsOnDifferentContainersKeepEveryChange)
     const int count = 6;
     for (int i = 0; i < count; ++i)
         addContainer({std::to_string(200 + i)});
-    std::vector<simtest::Child> children;
+    std::vector<std::vector<std::string>> runs;
     for (int i = 0; i < count; ++i)
-        children.push_back(startTool("kqctl", {"start", std::to_string(200 + i)}));
-    for (simtest::Child& child : children)
-        EXPECT_EQ(simtest::finish(child).exitCode, 0);
+        runs.push_back({"start", std::to_string(200 + i)});
+    for (const RunResult& result : toolsAtOnce("kqctl", runs))
+        EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(runningList().size(), static_cast<size_t>(count));
     EXPECT_EQ(simtest::lines(mounts()).size(), static_cast<size_t>(count));
 }
