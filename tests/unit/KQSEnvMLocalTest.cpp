@@ -4,6 +4,7 @@
 #include "KQSEnvMLocal.h"
 
 #include "AgentRecord.h"
+#include "PropertyOf.h"
 #include "TempHost.h"
 
 #include "KQC/Error.h"
@@ -40,9 +41,7 @@ KQC::KQCEID newEid()
 
 std::string nameOf(const KQS::KQSEnvConfig& config)
 {
-    KQC::KQCOptionalProperty<std::string> name;
-    config.getName(name);
-    return name.get();
+    return kqtest::valueOf(config, &KQS::KQSEnvConfig::getName);
 }
 
 KQC::KQCAccessProvider clientDenied(std::set<int> rights)
@@ -312,9 +311,7 @@ TEST_F(RegistryTest, NewEnvironmentsAreRegisteredWithTheirType)
     EXPECT_EQ(given, eid);
     auto config = envm.getEnvConfig(eid);
     ASSERT_TRUE(config);
-    KQC::KQCOptionalProperty<KQC::KQCEnvType> type;
-    config->getType(type);
-    EXPECT_EQ("corvantis", type.get().str());
+    EXPECT_EQ("corvantis", kqtest::valueOf(*config, &KQS::KQSEnvConfig::getType).str());
 
     KQC::KQCEID fresh;
     ASSERT_EQ(0, envm.addNewEnv(102, fresh));
