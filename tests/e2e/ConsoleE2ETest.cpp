@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <map>
-#include <sstream>
 
 namespace {
 
@@ -35,15 +34,6 @@ std::string replaceAll(std::string text, const std::string& from, const std::str
     for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
         text.replace(at, from.size(), to);
     return text;
-}
-
-std::vector<std::string> lines(const std::string& text)
-{
-    std::vector<std::string> result;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        result.push_back(line);
-    return result;
 }
 
 // One character per code point (enough for the two-byte ones used here).
@@ -91,7 +81,15 @@ TEST_F(ConsoleE2ETest, MalformedCommandsExitTwoAndRunNothing)
              {"veid", "free"}, {"batch", "now"}, {"start", "99999999999"}, {"list", "--state"},
              {"list", "--state", "6", "7"}, {"list", "--json"}, {"private", "get", "101"},
              {"private", "put"}, {"config"}, {"config", "native"}, {"config", "virtual", "/nonexistent"},
-             {"mount"}, {"sync", "now"}, {"--root"}, {"start", "{nonsense}"}, {"li\nst"}, {"start", "1\n2"}}) {
+             {"mount"}, {"sync", "now"}, {"--root"}, {"start", "{nonsense}"}, {"li\nst"}, {"start", "1\n2"},
+             // Settings that cannot be, and automatic addresses anywhere but
+             // on an adapter of a new container.
+             {"create", "--ip", "10.0.0.300/24"}, {"create", "--netif", "name=eth0", "--netif", "name=eth0"},
+             {"create", "--netif", "mac=00:11:22:33:44:55"}, {"create", "--sample", "basic"},
+             {"set", "101", "--category", "net"}, {"sample", "show", "not-a-guid"}, {"password", "x", "root"},
+             {"set", "101", "--ip", "auto"}, {"set", "101", "--netif", "name=eth0,ip=auto"},
+             {"create", "--ostemplate", "simos-9-x86_64", "--ip", "auto", "--netif", "name=eth0"},
+             {"create", "--ostemplate", "simos-9-x86_64", "--ip", "automatic"}}) {
         kqtest::RunResult run = kqtest::agent(host.root(), args);
         std::string line = args.empty() ? "" : args.back();
         EXPECT_EQ(2, run.exitCode) << line;
@@ -206,7 +204,7 @@ TEST_F(ConsoleE2ETest, ReadableTableInVeidOrderWithWords)
     host.write("proc/" + pid + "/status", "");
     kqtest::RunResult run = kqtest::agent(host.root(), {"list"});
     ASSERT_EQ(0, run.exitCode) << run.err;
-    auto rows = lines(run.out);
+    auto rows = kqtest::lines(run.out);
     ASSERT_EQ(6u, rows.size()) << run.out;
     const std::vector<std::vector<std::string>> want = {
         {"VEID", "STATE", "TRANSITION", "NAME", "HOSTNAME", "ADDRESS", "EID"},
