@@ -72,11 +72,8 @@ TEST_F(KqsimTest, InitMakesTheHostTreeWithTemplatesAndRelease)
     initHost({"--ipv6"});
     EXPECT_EQ(kqtest::readFile(at("usr/share/corvantis-release/packing.lst")), "corvantis-release-4.7.0-310\n");
     EXPECT_TRUE(isRegular("proc/net/if_inet6"));
-}
 
-TEST_F(KqsimTest, InitWritesTheEnvironmentFileAndEnvPrintsExports)
-{
-    initHost();
+    // The environment file, and the exports "env" prints from it.
     std::vector<std::string> env = lines(kqtest::readFile(at("etc/kqsim/env")));
     std::string preload = std::string(KQ_LIB_DIR) + "/libkqsimkernel.so";
     EXPECT_EQ(env, (std::vector<std::string>{"KQ_HOST_ROOT=" + root(), "KQSIM_BIN=" + simtest::toolsDir(),
