@@ -3,7 +3,6 @@
 #include "E2EFixture.h"
 
 #include <gtest/gtest.h>
-#include <map>
 #include <sys/wait.h>
 #include <unistd.h>
 

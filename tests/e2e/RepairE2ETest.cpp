@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
+#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -2,7 +2,6 @@
 #include "SimToolTestSupport.h"
 
 #include <dlfcn.h>
-#include <sys/stat.h>
 
 namespace {
 

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <set>
-#include <sstream>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
