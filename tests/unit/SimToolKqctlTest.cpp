@@ -153,7 +153,7 @@ TEST_F(SimToolKqctlTest, BadCommandLinesAndQuietRuns)
     EXPECT_TRUE(isRunning(101));
 }
 
-TEST_F(SimToolKqctlTest, LockHeldByALiveProcessRefuses)
+TEST_F(SimToolKqctlTest, LockHeldByALiveProcessRefusesOthersAreTakenOver)
 {
     addContainer({"101"});
     std::string held = std::to_string(getpid()) + "\nmounting";
@@ -167,18 +167,17 @@ TEST_F(SimToolKqctlTest, LockHeldByALiveProcessRefuses)
     expectDone({"--skiplock", "start", "101"});
     EXPECT_TRUE(isRunning(101));
     EXPECT_EQ(kqtest::readFile(lockFile(101)), held);
-}
 
-TEST_F(SimToolKqctlTest, LockOfADeadProcessOrGarbageIsTakenOver)
-{
-    addContainer({"101"});
+    // The lock of a dead process, or garbage, is taken over.
     addContainer({"102"});
-    kqtest::writeFile(lockFile(101), std::to_string(kqtest::deadPid()) + "\nstopping");
-    kqtest::writeFile(lockFile(102), "");
-    expectDone({"start", "101"});
-    expectDone({"mount", "102"});
-    EXPECT_TRUE(isRunning(101));
-    EXPECT_EQ(mounts(), mountLine(101) + mountLine(102));
+    addContainer({"103"});
+    kqtest::writeFile(lockFile(102), std::to_string(kqtest::deadPid()) + "\nstopping");
+    kqtest::writeFile(lockFile(103), "");
+    expectDone({"start", "102"});
+    expectDone({"mount", "103"});
+    EXPECT_TRUE(isRunning(102));
+    EXPECT_EQ(mounts(), mountLine(101) + mountLine(102) + mountLine(103));
+    ASSERT_EQ(0, ::unlink(lockFile(101).c_str()));
     std::vector<std::string> leftovers;
     for (const auto& entry : fs::directory_iterator(at("kq/lock")))
         leftovers.push_back(entry.path().string());
@@ -199,7 +198,7 @@ TEST_F(SimToolKqctlTest, ConcurrentActionsOnDifferentContainersKeepEveryChange)
     EXPECT_EQ(simtest::lines(mounts()).size(), static_cast<size_t>(count));
 }
 
-TEST_F(SimToolKqctlTest, CreateMakesALayout4ContainerFromASample)
+TEST_F(SimToolKqctlTest, CreateMakesALayout4ContainerFromASampleOrRefuses)
 {
     expectDone({"create", "200", "--config", "basic", "--name", "web", "--hostname", "web.sim.test"});
     std::string privateArea = at("kq/private/200");
@@ -213,10 +212,8 @@ TEST_F(SimToolKqctlTest, CreateMakesALayout4ContainerFromASample)
                                     std::string("OSTEMPLATE=\"simos-9-x86_64\"")})
         EXPECT_NE(config.find(line + "\n"), std::string::npos) << line << " in\n" << config;
     EXPECT_FALSE(fs::exists(lockFile(200)));
-}
 
-TEST_F(SimToolKqctlTest, CreateRefusals)
-{
+    // Refusals.
     addContainer({"101"});
     EXPECT_EQ(kqctl({"create", "101", "--config", "basic"}).exitCode, 44);
     EXPECT_EQ(kqctl({"create", "201", "--config", "missing"}).exitCode, 1);
