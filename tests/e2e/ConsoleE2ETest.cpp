@@ -6,27 +6,20 @@
 
 #include <algorithm>
 #include <map>
-#include <sstream>
 
 namespace {
 
 class ConsoleE2ETest : public kqtest::SimulatedE2ETest {
 protected:
-    std::string calls() const { return kqtest::readFile(host.path("var/log/kqsim/calls.log")); }
-    void add(std::vector<std::string> args)
-    {
-        args.insert(args.begin(), {"add", host.root()});
-        kqtest::RunResult run = kqtest::kqsim(args);
-        ASSERT_EQ(0, run.exitCode) << run.err;
-    }
+    void add(const std::string& args) { ASSERT_EQ(0, host.kqsim("add " + args)) << args; }
     // The four containers the expected JSON below was taken from.
     void addFixedContainers()
     {
-        add({"102", "--state", "running", "--name", "beta", "--hostname", "b.example", "--ip", "10.0.0.3/24"});
-        add({"101", "--state", "stopped", "--name", "alpha", "--ip", "10.0.0.2/24", "--netif",
-             "name=eth0,mac=00:11:22:33:44:55,ip=10.1.0.2/24,dhcp=no,gw=10.1.0.1,ns=8.8.8.8"});
-        add({"103", "--state", "mounted"});
-        add({"104", "--state", "suspended", "--layout", "4", "--name", "gamma"});
+        add("102 --state running --name beta --hostname b.example --ip 10.0.0.3/24");
+        add("101 --state stopped --name alpha --ip 10.0.0.2/24 "
+            "--netif name=eth0,mac=00:11:22:33:44:55,ip=10.1.0.2/24,dhcp=no,gw=10.1.0.1,ns=8.8.8.8");
+        add("103 --state mounted");
+        add("104 --state suspended --layout 4 --name gamma");
     }
 };
 
@@ -35,15 +28,6 @@ std::string replaceAll(std::string text, const std::string& from, const std::str
     for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
         text.replace(at, from.size(), to);
     return text;
-}
-
-std::vector<std::string> lines(const std::string& text)
-{
-    std::vector<std::string> result;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        result.push_back(line);
-    return result;
 }
 
 // One character per code point (enough for the two-byte ones used here).
@@ -91,7 +75,15 @@ TEST_F(ConsoleE2ETest, MalformedCommandsExitTwoAndRunNothing)
              {"veid", "free"}, {"batch", "now"}, {"start", "99999999999"}, {"list", "--state"},
              {"list", "--state", "6", "7"}, {"list", "--json"}, {"private", "get", "101"},
              {"private", "put"}, {"config"}, {"config", "native"}, {"config", "virtual", "/nonexistent"},
-             {"mount"}, {"sync", "now"}, {"--root"}, {"start", "{nonsense}"}, {"li\nst"}, {"start", "1\n2"}}) {
+             {"mount"}, {"sync", "now"}, {"--root"}, {"start", "{nonsense}"}, {"li\nst"}, {"start", "1\n2"},
+             // Settings that cannot be, and automatic addresses anywhere but
+             // on an adapter of a new container.
+             {"create", "--ip", "10.0.0.300/24"}, {"create", "--netif", "name=eth0", "--netif", "name=eth0"},
+             {"create", "--netif", "mac=00:11:22:33:44:55"}, {"create", "--sample", "basic"},
+             {"set", "101", "--category", "net"}, {"sample", "show", "not-a-guid"}, {"password", "x", "root"},
+             {"set", "101", "--ip", "auto"}, {"set", "101", "--netif", "name=eth0,ip=auto"},
+             {"create", "--ostemplate", "simos-9-x86_64", "--ip", "auto", "--netif", "name=eth0"},
+             {"create", "--ostemplate", "simos-9-x86_64", "--ip", "automatic"}}) {
         kqtest::RunResult run = kqtest::agent(host.root(), args);
         std::string line = args.empty() ? "" : args.back();
         EXPECT_EQ(2, run.exitCode) << line;
@@ -99,7 +91,7 @@ TEST_F(ConsoleE2ETest, MalformedCommandsExitTwoAndRunNothing)
         EXPECT_EQ(1u, std::count(run.err.begin(), run.err.end(), '\n')) << "one line: " << run.err;
         EXPECT_EQ("", run.out) << line;
     }
-    EXPECT_EQ("", calls()) << "no tool ran";
+    EXPECT_EQ("", host.calls()) << "no tool ran";
 }
 
 TEST_F(ConsoleE2ETest, HelpPrintsTheSynopsesAndRunsNothing)
@@ -120,7 +112,7 @@ TEST_F(ConsoleE2ETest, HelpPrintsTheSynopsesAndRunsNothing)
     }
     kqtest::RunResult info = kqtest::agent(host.root(), {"info", "--help"});
     EXPECT_EQ(std::string::npos, info.out.find("kqagent list")) << "only the command asked about";
-    EXPECT_EQ("", calls());
+    EXPECT_EQ("", host.calls());
 }
 
 TEST_F(ConsoleE2ETest, BatchRunsEveryLineInOneProcess)
@@ -178,7 +170,7 @@ TEST_F(ConsoleE2ETest, JsonStaysValidForAnyBytes)
 {
     // Bytes that are no UTF-8 come back as \u0080..\u00ff escapes of the
     // byte; the same characters written properly stay as they are.
-    add({"101", "--state", "running", "--name", "a\xff\xc3\xa9\xed\xa0\x80z"});
+    add("101 --state running --name a\xff\xc3\xa9\xed\xa0\x80z");
     kqtest::RunResult list = json({"list"});
     ASSERT_EQ(0, list.exitCode) << list.err;
     EXPECT_NE(std::string::npos, list.out.find(R"("name":"a\u00ffé\u00ed\u00a0\u0080z")")) << list.out;
@@ -199,14 +191,14 @@ TEST_F(ConsoleE2ETest, JsonStaysValidForAnyBytes)
 TEST_F(ConsoleE2ETest, ReadableTableInVeidOrderWithWords)
 {
     addFixedContainers();
-    add({"99", "--state", "running", "--name", "\xc3\xa9t\xc3\xa9-and-a-rather-long-name", "--hostname", "h"});
+    add("99 --state running --name \xc3\xa9t\xc3\xa9-and-a-rather-long-name --hostname h");
     // A live holder (this test) starting container 103.
     std::string pid = std::to_string(::getpid());
     host.write("kq/lock/103.lck", pid + "\nstarting");
     host.write("proc/" + pid + "/status", "");
     kqtest::RunResult run = kqtest::agent(host.root(), {"list"});
     ASSERT_EQ(0, run.exitCode) << run.err;
-    auto rows = lines(run.out);
+    auto rows = kqtest::lines(run.out);
     ASSERT_EQ(6u, rows.size()) << run.out;
     const std::vector<std::vector<std::string>> want = {
         {"VEID", "STATE", "TRANSITION", "NAME", "HOSTNAME", "ADDRESS", "EID"},

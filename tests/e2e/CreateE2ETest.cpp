@@ -90,24 +90,6 @@ TEST_F(CreateE2ETest, NamesAndDescriptionsComeBackByteForByte)
     EXPECT_EQ("Z#\\\",*", std::string(json({"info", "300"}).json().at("env").as_object().at("name").as_string()));
 }
 
-TEST_F(CreateE2ETest, BadInputIsAUsageErrorAndRunsNothing)
-{
-    const std::vector<std::vector<std::string>> lines = {
-        {"create", "--ip", "10.0.0.300/24"},
-        {"create", "--netif", "name=eth0", "--netif", "name=eth0"},
-        {"create", "--netif", "mac=00:11:22:33:44:55"},
-        {"create", "--sample", "basic"},
-        {"set", "101", "--category", "net"},
-        {"sample", "show", "not-a-guid"},
-        {"password", "x", "root"},
-    };
-    for (const auto& line : lines) {
-        kqtest::RunResult run = kqtest::agent(host.root(), line);
-        EXPECT_EQ(2, run.exitCode) << line[0] << " " << line[1] << ": " << run.err;
-    }
-    EXPECT_EQ("", host.read("var/log/kqsim/calls.log"));
-}
-
 TEST_F(CreateE2ETest, APasswordNeverShowsInMessages)
 {
     created({"--veid", "101"});

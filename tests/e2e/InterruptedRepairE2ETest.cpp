@@ -1,6 +1,7 @@
-// Repair and move killed part-way (SIGKILL to the console and the tool it
-// runs): the next listing describes the host as it is, no container's data
-// is lost, and stop-repair takes a half-done repair away.
+// Repair, stop-repair, move and clone killed part-way (SIGKILL to the
+// console and the tool it runs): the next listing describes the host as it
+// is, no container's data is lost, and stop-repair takes a half-done repair
+// away.
 #include "AgentRun.h"
 #include "TempHost.h"
 
@@ -13,6 +14,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <map>
+#include <set>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -136,21 +138,26 @@ protected:
 TEST_F(InterruptedRepairE2ETest, KilledWhileAToolHangsStopRepairTakesTheRestAway)
 {
     struct Case {
-        const char* fault;  // the tool run that hangs
-        const char* call;   // its call in the log
-        bool marked;        // whether the container is under repair by then
+        const char* command;  // killed; a stop-repair follows a finished repair
+        const char* fault;    // the tool run that hangs
+        const char* call;     // its call in the log
+        bool marked;          // whether the container is under repair by then
     } cases[] = {
-        {"kqctl create sleep:60", R"(["kqctl","--skiplock","create","10000000")", false},
-        {"kqctl start sleep:60", R"(["kqctl","--skiplock","start","10000000"])", true},
+        {"repair", "kqctl create sleep:60", R"(["kqctl","--skiplock","create","10000000")", false},
+        {"repair", "kqctl start sleep:60", R"(["kqctl","--skiplock","start","10000000"])", true},
+        // The repair container goes first, the mark last.
+        {"stop-repair", "kqctl destroy sleep:60", R"(["kqctl","--skiplock","destroy","10000000"])", true},
     };
     for (const char* layout : {"3", "4"}) {
         for (const Case& c : cases) {
-            SCOPED_TRACE(std::string(c.fault) + ", layout " + layout);
+            SCOPED_TRACE(std::string(c.command) + ", " + c.fault + ", layout " + layout);
             kqtest::TempHost host;
             prepare(host, layout);
+            if (std::string(c.command) == "stop-repair")
+                ASSERT_EQ(0, kqtest::agent(host.root(), {"repair", "101"}).exitCode);
             ASSERT_EQ(0, host.kqsim(std::string("fault ") + c.fault));
             {
-                AgentProcess agent(host.root(), {"repair", "101"});
+                AgentProcess agent(host.root(), {c.command, "101"});
                 waitForCall(host, c.call);
             }
             ASSERT_EQ(0, host.kqsim("fault --clear"));
@@ -210,20 +217,29 @@ TEST_F(InterruptedRepairE2ETest, KilledAtAnyMomentTheListingIsTruthful)
     }
 }
 
-TEST_F(InterruptedRepairE2ETest, AMoveKilledBeforeTheToolActedLeavesTheContainerWhereItWas)
+// Killed before the tool acted: the source is untouched and listed, and no
+// half-registered copy is.
+TEST_F(InterruptedRepairE2ETest, AMoveOrCloneKilledBeforeTheToolActedLeavesTheContainerWhereItWas)
 {
-    kqtest::TempHost host;
-    prepare(host, "4");
-    ASSERT_EQ(0, host.kqsim("fault kqmlocal '*' sleep:60"));
-    {
-        AgentProcess agent(host.root(), {"move", "101", "301"});
-        waitForCall(host, R"(["kqmlocal","-s","101:301::"])");
+    for (const char* command : {"move", "clone"}) {
+        SCOPED_TRACE(command);
+        kqtest::TempHost host;
+        prepare(host, "4");
+        ASSERT_EQ(0, host.kqsim("fault kqmlocal '*' sleep:60"));
+        {
+            AgentProcess agent(host.root(), {command, "101", "301"});
+            waitForCall(host, std::string(R"(["kqmlocal",")") + (command[0] == 'm' ? "-s" : "-C") + R"(","101:301::"])");
+        }
+        ASSERT_EQ(0, host.kqsim("fault --clear"));
+        auto listed = truthfulListing(host);
+        EXPECT_EQ(6, listed[101].state);
+        EXPECT_EQ(0u, listed.count(301));
+        // Nothing stands in the way of doing it again.
+        EXPECT_EQ(0, kqtest::agent(host.root(), {command, "101", "301"}).exitCode);
+        std::set<int64_t> veids;
+        const boost::json::object again = kqtest::agent(host.root(), {"--json", "list"}).json();
+        for (const auto& env : again.at("envs").as_array())
+            veids.insert(env.at("veid").as_int64());
+        EXPECT_EQ((command[0] == 'm' ? std::set<int64_t>{301} : std::set<int64_t>{101, 301}), veids);
     }
-    ASSERT_EQ(0, host.kqsim("fault --clear"));
-    auto listed = truthfulListing(host);
-    EXPECT_EQ(6, listed[101].state);
-    EXPECT_EQ(0u, listed.count(301));
-    // Nothing stands in the way of doing it again.
-    EXPECT_EQ(0, kqtest::agent(host.root(), {"move", "101", "301"}).exitCode);
-    EXPECT_EQ(6, truthfulListing(host)[301].state);
 }

@@ -1,85 +1,20 @@
-// The registry through the console: VEIDs, the agent's private files in a
-// container, and configurations read from the control tool's text form.
+// The registry through the console: configurations read from the control
+// tool's text form, and agents racing over new containers.
 #include "E2EFixture.h"
 #include "AgentRecord.h"
 
 #include "KQC/GUID.h"
-#include "KQC/Message.h"
-#include "KQS/EnvConfig.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <regex>
 #include <set>
 #include <string>
 #include <vector>
 
 namespace {
 
-class RegistryE2ETest : public kqtest::E2ETest {
-protected:
-    void SetUp() override
-    {
-        host.write("etc/sysconfig/kq", "LOCKDIR=\"" + host.path("kq/lock") + "\"\nVE_ROOT=\"" +
-                                           host.path("kq/root/$VEID") + "\"\nVE_PRIVATE=\"" +
-                                           host.path("kq/private/$VEID") + "\"\n");
-        host.write("etc/sysconfig/kq-scripts/4242.conf",
-                   "NAME=\"web\"\nVE_PRIVATE=\"" + host.path("kq/private/4242") + "\"\n");
-        ASSERT_EQ(0, kqtest::run("mkdir -p '" + host.path("etc/kqagent/configs") + "' '" +
-                                 host.path("var/lib/kqagent") + "' '" + host.path("kq/private/4242") + "' '" +
-                                 host.path("kq/lock") + "'"));
-        eid.generate();
-        host.write("etc/kqagent/configs/" + eid.toString(), kqtest::agentRecord(4242));
-    }
-
-    KQC::KQCEID eid;
-};
-
-TEST_F(RegistryE2ETest, AllocatesAVeidWithinTheConfiguredBounds)
-{
-    host.write("etc/kqagent/KQSVpsAgent.conf",
-               "<message name=\"configuration\"><node key=\"data\"><node key=\"kqsenvm\"><node key=\"configuration\">"
-               "<int key=\"minVeid\">300</int><int key=\"maxVeid\">310</int></node></node></node></message>\n");
-    kqtest::RunResult result = json({"veid", "allocate"});
-    ASSERT_EQ(0, result.exitCode) << result.out;
-    std::smatch match;
-    ASSERT_TRUE(std::regex_search(result.out, match, std::regex("\"veid\":([0-9]+)"))) << result.out;
-    int veid = std::stoi(match[1]);
-    EXPECT_GE(veid, 300);
-    EXPECT_LE(veid, 310);
-    EXPECT_NE(std::string::npos, result.out.find("\"rc\":0"));
-}
-
-TEST_F(RegistryE2ETest, PrivateFilesByVeidAndByEidAndTheirRefusals)
-{
-    kqtest::RunResult put = json({"private", "put", "4242", "notes"}, "hello");
-    ASSERT_EQ(0, put.exitCode) << put.out;
-    EXPECT_EQ("hello", host.read("kq/private/4242/kqagent/notes"));
-
-    kqtest::RunResult get = json({"private", "get", eid.toString(), "notes"});
-    ASSERT_EQ(0, get.exitCode) << get.out;
-    EXPECT_NE(std::string::npos, get.out.find("\"data\":\"hello\"")) << get.out;
-
-    kqtest::RunResult erase = json({"private", "put", "4242", "notes"});
-    ASSERT_EQ(0, erase.exitCode) << erase.out;
-    EXPECT_FALSE(kqtest::exists(host.path("kq/private/4242/kqagent/notes")));
-
-    kqtest::RunResult missing = json({"private", "get", "4242", "notes"});
-    EXPECT_EQ(1, missing.exitCode);
-    EXPECT_NE(std::string::npos, missing.out.find("\"rc\":-4")) << missing.out;
-
-    // Refused without the right, for unknown containers and for bad names.
-    kqtest::RunResult denied = json({"--deny", "38", "private", "get", "4242", "notes"});
-    EXPECT_EQ(1, denied.exitCode);
-    EXPECT_NE(std::string::npos, denied.out.find("\"rc\":414")) << denied.out;
-
-    kqtest::RunResult unknown = json({"private", "get", "999", "notes"});
-    EXPECT_EQ(1, unknown.exitCode);
-    EXPECT_NE(std::string::npos, unknown.out.find("\"error\":\"eid for ctid#999 not found\"")) << unknown.out;
-
-    EXPECT_EQ(2, json({"private", "get", "not-a-ct", "notes"}).exitCode);
-}
+class RegistryE2ETest : public kqtest::E2ETest {};
 
 TEST_F(RegistryE2ETest, ReadsANativeConfiguration)
 {

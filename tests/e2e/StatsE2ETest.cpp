@@ -11,8 +11,7 @@ protected:
     StatsE2ETest() : SimulatedE2ETest({"101 --state running"}) {}
     void set(const std::string& key, const std::string& value, const std::string& veid = "101")
     {
-        ASSERT_EQ(0, kqtest::run(std::string(KQ_BIN_DIR) + "/kqsim set '" + host.root() + "' " + veid + " " + key +
-                                 " '" + value + "'"));
+        ASSERT_EQ(0, host.kqsim("set " + veid + " " + key + " '" + value + "'"));
     }
     boost::json::object stat(const std::string& what, int expectedRc = 0)
     {

@@ -1,6 +1,5 @@
 #pragma once
-// Running the built console and the simulator's admin tool as a user
-// would, for end-to-end tests.
+// Running the built console as a user would, for end-to-end tests.
 #include "KQC/Exec.h"
 
 #include <boost/json.hpp>
@@ -58,13 +57,6 @@ inline RunResult agent(const std::string& root, std::vector<std::string> args, c
 {
     args.insert(args.begin(), {std::string(KQ_BIN_DIR) + "/kqagent", "--root", root});
     return runProgram(args, input);
-}
-
-// kqsim ARGS...
-inline RunResult kqsim(std::vector<std::string> args)
-{
-    args.insert(args.begin(), std::string(KQ_BIN_DIR) + "/kqsim");
-    return runProgram(args);
 }
 
 } // namespace kqtest

@@ -83,6 +83,28 @@ inline void setModificationTime(const std::string& path, long seconds)
     ::utimes(path.c_str(), times);
 }
 
+// The lines of a text, without their line ends.
+inline std::vector<std::string> lines(const std::string& text)
+{
+    std::vector<std::string> result;
+    for (size_t start = 0; start < text.size();) {
+        size_t end = text.find('\n', start);
+        result.push_back(text.substr(start, end == std::string::npos ? std::string::npos : end - start));
+        start = end == std::string::npos ? text.size() : end + 1;
+    }
+    return result;
+}
+
+// A pid that belonged to a process which has exited and been reaped.
+inline pid_t deadPid()
+{
+    pid_t pid = ::fork();
+    if (pid == 0)
+        _exit(0);
+    ::waitpid(pid, nullptr, 0);
+    return pid;
+}
+
 inline bool exists(const std::string& path)
 {
     struct stat st;

@@ -1,20 +1,20 @@
 #include "KQC/Error.h"
 #include "KQS/BashParsers.h"
+#include "PropertyOf.h"
 #include "TempHost.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <unistd.h>
 
 namespace {
 
-using KQC::KQCOptionalProperty;
 using KQS::KQSEnvConfig;
+using kqtest::propertyOf;
+using kqtest::valueOf;
 
 // A vocabulary like the shipped ones, small enough to read in the test.
 KQC::KQCVocMap testVocabularies()
@@ -151,18 +151,12 @@ TEST_F(BashParsersTest, ReadingFillsThePlatformFromTheVocabulary)
 {
     KQSEnvConfig config;
     ASSERT_EQ(get("# nothing but a comment\n", config), 0);
-    KQCOptionalProperty<KQC::KQCOS> os;
-    config.getOS(os);
-    EXPECT_EQ(os.get().platform.get(), "linux");
-    KQCOptionalProperty<std::string> architecture;
-    config.getArchitecture(architecture);
-    EXPECT_EQ(architecture.get(), "x86_64");
+    EXPECT_EQ(valueOf(config, &KQSEnvConfig::getOS).platform.get(), "linux");
+    EXPECT_EQ(valueOf(config, &KQSEnvConfig::getArchitecture), "x86_64");
+    config.setName("replaced");
     ASSERT_EQ(get("ARCH=\"i386\"\n", config), 0);
-    config.getArchitecture(architecture);
-    EXPECT_EQ(architecture.get(), "i386");
-    KQCOptionalProperty<std::string> name;
-    config.getName(name);
-    EXPECT_FALSE(name.isSpecified()) << "reading replaces the whole record";
+    EXPECT_EQ(valueOf(config, &KQSEnvConfig::getArchitecture), "i386");
+    EXPECT_FALSE(propertyOf(config, &KQSEnvConfig::getName).isSpecified()) << "reading replaces the whole record";
 }
 
 TEST_F(BashParsersTest, TheSimulatorsAdapterFormatIsRead)
@@ -173,16 +167,14 @@ TEST_F(BashParsersTest, TheSimulatorsAdapterFormatIsRead)
                   config),
               0)
         << KQC::getErrorMessage();
-    KQCOptionalProperty<KQS::KQSNetVEthList> veths;
-    config.getNetVEths(veths);
-    ASSERT_EQ(veths.get().size(), 3u);
-    const KQS::KQSNetVEth& eth0 = veths.get()[0];
-    EXPECT_EQ(eth0.getAddresses().size(), 2u);
-    EXPECT_TRUE(eth0.isDhcp());
-    EXPECT_TRUE(eth0.isAnyDhcp());
-    EXPECT_EQ(eth0.getNameservers(), (std::vector<std::string>{"1.1.1.1", "8.8.8.8"}));
-    EXPECT_EQ(veths.get()[1].getMac(), "aa:bb:cc:dd:ee:ff");
-    EXPECT_TRUE(veths.get()[2].isDefaultHostRouted());
+    KQS::KQSNetVEthList veths = valueOf(config, &KQSEnvConfig::getNetVEths);
+    ASSERT_EQ(veths.size(), 3u);
+    EXPECT_EQ(veths[0].getAddresses().size(), 2u);
+    EXPECT_TRUE(veths[0].isDhcp());
+    EXPECT_TRUE(veths[0].isAnyDhcp());
+    EXPECT_EQ(veths[0].getNameservers(), (std::vector<std::string>{"1.1.1.1", "8.8.8.8"}));
+    EXPECT_EQ(veths[1].getMac(), "aa:bb:cc:dd:ee:ff");
+    EXPECT_TRUE(veths[2].isDefaultHostRouted());
 }
 
 // The default host-routed adapter exists whatever the file says, carries
@@ -207,10 +199,8 @@ TEST_F(BashParsersTest, EveryContainerHasTheHostRoutedAdapter)
     for (const Case& c : cases) {
         KQSEnvConfig config;
         ASSERT_EQ(get(c.file, config), 0) << c.file << KQC::getErrorMessage();
-        KQCOptionalProperty<KQS::KQSNetVEthList> veths;
-        config.getNetVEths(veths);
         std::string adapters;
-        for (const KQS::KQSNetVEth& veth : veths.get()) {
+        for (const KQS::KQSNetVEth& veth : valueOf(config, &KQSEnvConfig::getNetVEths)) {
             adapters += (adapters.empty() ? "" : " ") + veth.getName() + ":";
             for (size_t i = 0; i < veth.getAddresses().size(); ++i)
                 adapters += (i ? " " : "") + veth.getAddresses()[i].toString();
@@ -330,11 +320,10 @@ TEST_F(BashParsersTest, QoSIdsComeFromTheVocabularyCategories)
     EXPECT_EQ(m_parser->getQoSIds(), (std::vector<std::string>{"diskspace", "cpuunits", "numproc"}));
     KQSEnvConfig config;
     ASSERT_EQ(get("CPUUNITS=\"1000\"\nOTHERLIMIT=\"5:6\"\n", config), 0);
-    KQCOptionalProperty<KQC::KQCQoSSet> qoses;
-    config.getQoSes(qoses);
-    ASSERT_EQ(qoses.get().size(), 1u);
-    EXPECT_EQ(qoses.get().begin()->barrier, 1000u);
-    EXPECT_EQ(qoses.get().begin()->limit, 1000u);
+    KQC::KQCQoSSet qoses = valueOf(config, &KQSEnvConfig::getQoSes);
+    ASSERT_EQ(qoses.size(), 1u);
+    EXPECT_EQ(qoses.begin()->barrier, 1000u);
+    EXPECT_EQ(qoses.begin()->limit, 1000u);
 }
 
 TEST_F(BashParsersTest, HostSettingsAreReadByLowerCaseName)
@@ -355,13 +344,9 @@ TEST_F(BashParsersTest, HostSettingsAreReadByLowerCaseName)
     EXPECT_EQ(value, "/sim/kq/root/$VEID");
     EXPECT_EQ(settings.getParam("VE_PRIVATE", value), 0);
     EXPECT_EQ(settings.getParam("nothing", value), -1);
-    KQCOptionalProperty<std::string> lockDir, dumpDir, templates;
-    settings.getLockDir(lockDir);
-    settings.getDumpDir(dumpDir);
-    settings.getTemplatesDir(templates);
-    EXPECT_EQ(lockDir.get(), "/sim/kq/lock");
-    EXPECT_EQ(dumpDir.get(), "/sim/kq/dump");
-    EXPECT_EQ(templates.get(), "/sim/kq/template");
+    EXPECT_EQ(valueOf(settings, &KQS::KQSVtSettings::getLockDir), "/sim/kq/lock");
+    EXPECT_EQ(valueOf(settings, &KQS::KQSVtSettings::getDumpDir), "/sim/kq/dump");
+    EXPECT_EQ(valueOf(settings, &KQS::KQSVtSettings::getTemplatesDir), "/sim/kq/template");
 
     settings.setLockDir("/elsewhere");
     std::istringstream old(text);
@@ -373,9 +358,7 @@ TEST_F(BashParsersTest, HostSettingsAreReadByLowerCaseName)
     // The container defaults in the same file read with the container parser.
     KQSEnvConfig defaults;
     ASSERT_EQ(get(text, defaults), 0);
-    KQCOptionalProperty<bool> onBoot;
-    defaults.getOnBoot(onBoot);
-    EXPECT_TRUE(onBoot.get());
+    EXPECT_TRUE(valueOf(defaults, &KQSEnvConfig::getOnBoot));
 }
 
 TEST_F(BashParsersTest, EveryWriterWritesWhatBashReadsBack)

@@ -9,8 +9,6 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <regex>
-#include <set>
-#include <sstream>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
@@ -43,15 +41,6 @@ int runShellOnceReady(GenExec& exec, const std::string& script, unsigned int lim
     }
     ADD_FAILURE() << "never got past its set-up: " << script;
     return status;
-}
-
-std::vector<std::string> linesOf(const std::string& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
 }
 
 TEST(ExecutionArgsTest, BuildsNullTerminatedVectorsThatOwnTheirTexts)
@@ -133,17 +122,13 @@ TEST(ExecTest, ExitStatusAndErrorText)
     const char* fail[] = {"/bin/false", nullptr};
     EXPECT_NE(exec.execWithError(fail, 0, 0), 0);
     EXPECT_EQ(exec.wait(), exec.execWithError(fail, 0, 0));
-}
 
-TEST(ExecTest, StatusTextsAndWaitWithoutRun)
-{
-    GenExec exec;
     EXPECT_EQ(exec.statusText(0), "exited with code 0");
-    EXPECT_EQ(exec.statusText(3 << 8), "exited with code 3");
     EXPECT_EQ(exec.statusText(SIGTERM), "killed by signal 15 (Terminated)");
     EXPECT_EQ(exec.statusText(-1), "could not be started");
+    GenExec unused;
     KQC::setErrorMessage("%s", "");
-    EXPECT_EQ(exec.wait(), -1) << "nothing was run";
+    EXPECT_EQ(unused.wait(), -1) << "nothing was run";
     EXPECT_NE(std::string(KQC::getErrorMessage()), "");
 }
 
@@ -234,6 +219,8 @@ TEST(ExecTest, ProgressLinesArriveInOrder)
     EXPECT_EQ(calls, 2);
 }
 
+// A program that ends cleanly on SIGTERM still timed out; closing its
+// streams does not end the limit of a program that goes on.
 TEST(ExecTest, TimeLimitEndsTheProgram)
 {
     GenExec exec;
@@ -244,6 +231,12 @@ TEST(ExecTest, TimeLimitEndsTheProgram)
     EXPECT_EQ(exec.getOutput(GenExec::OUT), "started\n");
     EXPECT_TRUE(std::regex_search(KQC::getErrorMessage(), std::regex("^timed out after [0-9]+\\.[0-9]{2} s")))
         << KQC::getErrorMessage();
+
+    for (const char* script : {"trap 'exit 0' TERM; while :; do sleep 0.05; done", "exec >&- 2>&-; exec sleep 30"}) {
+        status = runShell(exec, script, 30);
+        ASSERT_TRUE(WIFSIGNALED(status)) << script;
+        EXPECT_EQ(WTERMSIG(status), SIGTERM) << script;
+    }
 }
 
 TEST(ExecTest, TimeLimitEscalatesToKill)
@@ -288,18 +281,6 @@ TEST(ExecTest, ExitAfterClosingStreams)
     }
 }
 
-// A program that ends cleanly on SIGTERM still timed out; closing its
-// streams does not end the limit of a program that goes on.
-TEST(ExecTest, TimeLimitHoldsWhateverTheProgramDoes)
-{
-    for (const char* script : {"trap 'exit 0' TERM; while :; do sleep 0.05; done", "exec >&- 2>&-; exec sleep 30"}) {
-        GenExec exec;
-        int status = runShell(exec, script, 30);
-        ASSERT_TRUE(WIFSIGNALED(status)) << script;
-        EXPECT_EQ(WTERMSIG(status), SIGTERM) << script;
-    }
-}
-
 TEST(ExecTest, EnvironmentPassing)
 {
     GenExec exec;
@@ -331,7 +312,7 @@ TEST(ExecTest, ChildStartsWithoutLeakedDescriptorsWithDefaultSignalsAndEmptyMask
     // ls holds one descriptor of its own (3) for the directory it lists.
     const char* argv[] = {"/bin/ls", "/proc/self/fd", nullptr};
     ASSERT_EQ(exec.execWithError(argv, 0, 0), 0);
-    EXPECT_EQ(linesOf(exec.getOutput(GenExec::OUT)), (std::vector<std::string>{"0", "1", "2", "3"}));
+    EXPECT_EQ(kqtest::lines(exec.getOutput(GenExec::OUT)), (std::vector<std::string>{"0", "1", "2", "3"}));
     ::close(leaky);
     ::close(high);
 
@@ -391,7 +372,9 @@ TEST(ExecTest, InteractiveConversationAndLargeWriteWithoutReading)
     EXPECT_EQ(exec.wait(), 0);
 }
 
-TEST(ExecTest, InteractiveChildThatStopsReading)
+// A child that stops reading must not hurt us; one left running when its
+// object goes is ended and reaped.
+TEST(ExecTest, InteractiveChildThatStopsReadingOrIsAbandoned)
 {
     GenExec exec;
     const char* argv[] = {"/bin/sh", "-c", "echo bye; echo oops >&2; exit 4", nullptr};
@@ -404,17 +387,13 @@ TEST(ExecTest, InteractiveChildThatStopsReading)
     int status = exec.wait();
     EXPECT_EQ(WEXITSTATUS(status), 4);
     EXPECT_STREQ(KQC::getErrorMessage(), "oops");
-}
 
-TEST(ExecTest, AbandonedInteractiveRunIsCleanedUp)
-{
     pid_t before = 0;
     {
-        GenExec exec;
-        const char* argv[] = {"/bin/sh", "-c", "echo $$; exec sleep 30", nullptr};
-        ASSERT_EQ(exec.execComplexBegin(argv, 0), 0);
-        std::string line;
-        ASSERT_EQ(exec.gets(line), 0);
+        GenExec abandoned;
+        const char* sleeper[] = {"/bin/sh", "-c", "echo $$; exec sleep 30", nullptr};
+        ASSERT_EQ(abandoned.execComplexBegin(sleeper, 0), 0);
+        ASSERT_EQ(abandoned.gets(line), 0);
         before = static_cast<pid_t>(std::stol(line));
     }
     // Reaped: the pid names no child of ours any more.

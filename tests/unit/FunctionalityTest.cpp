@@ -55,13 +55,6 @@ TEST(FunctionalityTest, KeysAreRegisteredOnceAndRemovedOnce)
     EXPECT_TRUE(mux.keys().empty());
 }
 
-TEST(FunctionalityTest, KitsAreProcessWide)
-{
-    auto& a = KQC::KQCFunctionality<KQC::KQCLibFunctionality>::kit();
-    auto& b = KQC::KQCFunctionality<KQC::KQCLibFunctionality>::kit();
-    EXPECT_EQ(&a, &b);
-}
-
 TEST(FunctionalityTest, AccessCheckerRefusesDeniedRightsWith414)
 {
     boost::shared_ptr<KQC::KQCClientContext> denied(new KQC::KQCClientContext("bob", {43, 74}));

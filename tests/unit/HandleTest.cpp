@@ -9,9 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
 #include <string>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -36,7 +34,7 @@ protected:
     std::string m_file;
 };
 
-TEST_F(HandleTest, OwnsAndGivesUpItsDescriptor)
+TEST_F(HandleTest, OwnsMovesAndGivesUpItsDescriptor)
 {
     int fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
     {
@@ -61,10 +59,8 @@ TEST_F(HandleTest, OwnsAndGivesUpItsDescriptor)
     EXPECT_EQ(empty.lock(false), -1);
     EXPECT_NE(std::string(KQC::getErrorMessage()), "");
     EXPECT_EQ(empty.unlock(), -1);
-}
 
-TEST_F(HandleTest, MovesAndResets)
-{
+    // Moves and resets.
     int first = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
     int second = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
     KQC::KQCHandle a(first);

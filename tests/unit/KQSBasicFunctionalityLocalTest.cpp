@@ -9,10 +9,8 @@
 #include "KQS/Functionality.h"
 #include "KQS/TemplateCache.h"
 
-#include <cstdlib>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <string>
 
 namespace {
@@ -21,22 +19,11 @@ class PluginFrameTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        char pattern[] = "/tmp/kqframe.XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(pattern));
-        m_root = pattern;
-        setenv("KQ_HOST_ROOT", m_root.c_str(), 1);
         m_handle = dlopen(KQ_LIB_DIR "/libKQSBasicFunctionalityLocal.so", RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(nullptr, m_handle) << dlerror();
         m_init = reinterpret_cast<int (*)()>(dlsym(m_handle, "initKQSBasicFunctionalityLocal"));
         m_fini = reinterpret_cast<int (*)()>(dlsym(m_handle, "finiKQSBasicFunctionalityLocal"));
         ASSERT_TRUE(m_init && m_fini);
-    }
-
-    void TearDown() override
-    {
-        unsetenv("KQ_HOST_ROOT");
-        std::string command = "rm -rf '" + m_root + "'";
-        ASSERT_EQ(0, system(command.c_str()));
     }
 
     // How many of the plug-in's registrations are in place.
@@ -50,7 +37,7 @@ protected:
                KQC::KQCAuthMBaseLocalFactory::getInstance()->isRegistered(1000);
     }
 
-    std::string m_root;
+    kqtest::TempHost m_host;
     void* m_handle = nullptr;
     int (*m_init)() = nullptr;
     int (*m_fini)() = nullptr;
@@ -108,11 +95,7 @@ std::vector<std::string> logLinesOfInit(int (*init)(), const std::string& logPat
     KQC::LogSettings::setThreshold(3);
     init();
     KQC::LogSettings::setFile("");
-    std::vector<std::string> lines;
-    std::istringstream text(kqtest::readFile(logPath));
-    for (std::string line; std::getline(text, line);)
-        lines.push_back(line);
-    return lines;
+    return kqtest::lines(kqtest::readFile(logPath));
 }
 
 } // namespace
@@ -120,7 +103,7 @@ std::vector<std::string> logLinesOfInit(int (*init)(), const std::string& logPat
 TEST_F(PluginFrameTest, AFailedWarmUpLogsOneLineAndStillSucceeds)
 {
     // An empty root has no registry folder, so the warm-up cannot list.
-    std::vector<std::string> lines = logLinesOfInit(m_init, m_root + "/agent.log");
+    std::vector<std::string> lines = logLinesOfInit(m_init, m_host.path("agent.log"));
     ASSERT_EQ(1u, lines.size());
     EXPECT_NE(std::string::npos,
               lines[0].find(" 1 KQSBasicFunctionalityLocal KQSBasicFunctionalityLocal.cpp:"))

@@ -26,16 +26,6 @@ protected:
     kqtest::TempHost host;
 };
 
-// A pid that belonged to a process which has exited and been reaped.
-pid_t deadPid()
-{
-    pid_t pid = fork();
-    if (pid == 0)
-        _exit(0);
-    waitpid(pid, nullptr, 0);
-    return pid;
-}
-
 // A live child that waits to be killed.
 struct LiveChild {
     LiveChild() : pid(fork())
@@ -84,7 +74,7 @@ TEST_F(EnvLockTest, WritesPidAndTransitionByNameAndRemovesTheFileOnUnlock)
 // pid, or too big to read, names nobody either.
 TEST_F(EnvLockTest, TakesOverStaleAndGarbageLocks)
 {
-    const std::string stale[] = {std::to_string(deadPid()) + "\nmounting",
+    const std::string stale[] = {std::to_string(kqtest::deadPid()) + "\nmounting",
                                  "not a pid at all",
                                  "",
                                  "0\nmounting",

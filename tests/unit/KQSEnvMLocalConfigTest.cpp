@@ -1,6 +1,7 @@
 // Merging configurations and completing them with the host's system.
 #include "KQSEnvMLocal.h"
 
+#include "PropertyOf.h"
 #include "TempHost.h"
 
 #include <gtest/gtest.h>
@@ -11,18 +12,9 @@ namespace {
 using KQS::KQSEnvConfig;
 using KQS::KQSEnvMLocal;
 
-std::string nameOf(const KQSEnvConfig& config)
-{
-    KQC::KQCOptionalProperty<std::string> value;
-    config.getName(value);
-    return value.isSpecified() ? value.get() : "<unset>";
-}
-
 KQC::KQCOS osOf(const KQSEnvConfig& config)
 {
-    KQC::KQCOptionalProperty<KQC::KQCOS> os;
-    config.getOS(os);
-    return os.get();
+    return kqtest::valueOf(config, &KQSEnvConfig::getOS);
 }
 
 KQC::KQCIPAddress address(const char* text)
@@ -32,44 +24,38 @@ KQC::KQCIPAddress address(const char* text)
     return value;
 }
 
+// What the target has stays; what it lacks comes from the source. Lists are
+// kept or taken whole, never joined; an empty hostname neither fills nor
+// clears; the VEID is kept, and so is a false "disabled".
 TEST(MergeConfigsTest, TheTargetKeepsWhatItHasAndTakesWhatItLacks)
 {
     KQSEnvConfig source, target;
     source.setName("b");
     source.setDescription("from the source");
-    target.setName("a");
-    KQSEnvMLocal::mergeConfigs(source, target);
-    EXPECT_EQ("a", nameOf(target));
-    KQC::KQCOptionalProperty<std::string> description;
-    target.getDescription(description);
-    EXPECT_EQ("from the source", description.get());
-
-    // An empty hostname neither fills nor clears.
     source.setHostname("");
-    KQSEnvMLocal::mergeConfigs(source, target);
-    KQC::KQCOptionalProperty<std::string> hostname;
-    target.getHostname(hostname);
-    EXPECT_FALSE(hostname.isSpecified());
-    source.setHostname("web.example");
-    KQSEnvMLocal::mergeConfigs(source, target);
-    target.getHostname(hostname);
-    EXPECT_EQ("web.example", hostname.get());
-}
-
-TEST(MergeConfigsTest, ListsAreKeptOrReplacedWholeNeverJoined)
-{
-    KQSEnvConfig source, target;
-    target.setAddresses(KQC::KQCIPAddressList{address("10.0.0.1")});
     source.setAddresses(KQC::KQCIPAddressList{address("10.0.0.2"), address("10.0.0.3")});
     source.setNameservers(KQC::KQCStringList{"1.1.1.1", "8.8.8.8"});
+    source.setVeid(101);
+    source.setType(KQC::KQCEnvType("corvantis"));
+    source.setDisabled(true);
+    target.setName("a");
+    target.setAddresses(KQC::KQCIPAddressList{address("10.0.0.1")});
+    target.setVeid(202);
+    target.setDisabled(false);
+    KQSEnvConfig expected = target;
+    expected.setDescription("from the source");
+    expected.setNameservers(KQC::KQCStringList{"1.1.1.1", "8.8.8.8"});
+    expected.setType(KQC::KQCEnvType("corvantis"));
     KQSEnvMLocal::mergeConfigs(source, target);
+    EXPECT_EQ(expected, target);
 
-    KQC::KQCOptionalProperty<KQC::KQCIPAddressList> addresses;
-    target.getAddresses(addresses);
-    EXPECT_EQ(KQC::KQCIPAddressList{address("10.0.0.1")}, addresses.get());
-    KQC::KQCOptionalProperty<KQC::KQCStringList> nameservers;
-    target.getNameservers(nameservers);
-    EXPECT_EQ((KQC::KQCStringList{"1.1.1.1", "8.8.8.8"}), nameservers.get());
+    source.setHostname("web.example");
+    KQSEnvConfig withoutVeid;
+    KQSEnvMLocal::mergeConfigs(source, target);
+    KQSEnvMLocal::mergeConfigs(source, withoutVeid);
+    EXPECT_EQ("web.example", kqtest::valueOf(target, &KQSEnvConfig::getHostname));
+    EXPECT_EQ(101, kqtest::valueOf(withoutVeid, &KQSEnvConfig::getVeid));
+    EXPECT_TRUE(kqtest::valueOf(withoutVeid, &KQSEnvConfig::getDisabled));
 }
 
 TEST(MergeConfigsTest, TheOsIsCompletedFieldByField)
@@ -96,37 +82,7 @@ TEST(MergeConfigsTest, TheOsIsCompletedFieldByField)
     // Nothing to copy: the target's OS is left alone entirely.
     KQSEnvConfig bare;
     KQSEnvMLocal::mergeConfigs(KQSEnvConfig(), bare);
-    KQC::KQCOptionalProperty<KQC::KQCOS> os;
-    bare.getOS(os);
-    EXPECT_FALSE(os.isSpecified());
-}
-
-TEST(MergeConfigsTest, OwnRulesForVeidTypeAndDisabled)
-{
-    KQSEnvConfig source, withVeid, withoutVeid;
-    source.setVeid(101);
-    source.setType(KQC::KQCEnvType("corvantis"));
-    source.setDisabled(true);
-    withVeid.setVeid(202);
-    withVeid.setDisabled(false);
-    KQSEnvMLocal::mergeConfigs(source, withVeid);
-    KQSEnvMLocal::mergeConfigs(source, withoutVeid);
-
-    int veid = 0;
-    ASSERT_EQ(0, withVeid.getVeid(veid));
-    EXPECT_EQ(202, veid);
-    ASSERT_EQ(0, withoutVeid.getVeid(veid));
-    EXPECT_EQ(101, veid);
-
-    KQC::KQCOptionalProperty<bool> disabled;
-    ASSERT_EQ(0, withVeid.getDisabled(disabled));
-    EXPECT_FALSE(disabled.get());
-    ASSERT_EQ(0, withoutVeid.getDisabled(disabled));
-    EXPECT_TRUE(disabled.get());
-
-    KQC::KQCOptionalProperty<KQC::KQCEnvType> type;
-    withoutVeid.getType(type);
-    EXPECT_EQ("corvantis", type.get().str());
+    EXPECT_FALSE(kqtest::propertyOf(bare, &KQSEnvConfig::getOS).isSpecified());
 }
 
 TEST(MergeConfigsTest, PropertiesOutsideTheListAreNeverMerged)
@@ -226,9 +182,7 @@ TEST(FillSystemInfoTest, TheHostsSystemCompletesTheConfiguration)
     EXPECT_EQ("centos", os.distribution.get());
     EXPECT_EQ("7", os.version.get());
     EXPECT_EQ(names.release, os.kernel.get());
-    KQC::KQCOptionalProperty<std::string> architecture;
-    config.getArchitecture(architecture);
-    EXPECT_EQ(names.machine, architecture.get());
+    EXPECT_EQ(names.machine, kqtest::valueOf(config, &KQSEnvConfig::getArchitecture));
 
     // A given architecture stays; an OS is replaced whole.
     KQSEnvConfig own;
@@ -237,8 +191,7 @@ TEST(FillSystemInfoTest, TheHostsSystemCompletesTheConfiguration)
     mine.distribution.set("mine");
     own.setOS(mine);
     KQSEnvMLocal::fillSystemInfo(own);
-    own.getArchitecture(architecture);
-    EXPECT_EQ("i386", architecture.get());
+    EXPECT_EQ("i386", kqtest::valueOf(own, &KQSEnvConfig::getArchitecture));
     EXPECT_NE("mine", osOf(own).distribution.get());
 }
 

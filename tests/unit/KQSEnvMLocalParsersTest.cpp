@@ -3,6 +3,7 @@
 // settings file.
 #include "KQSEnvMLocal.h"
 
+#include "PropertyOf.h"
 #include "TempHost.h"
 
 #include "KQC/Error.h"
@@ -111,14 +112,9 @@ TEST_F(ParsersTest, ReadsNativeTextWithTheParserOfItsArchitecture)
     auto config = virtualOf("NAME=\"web\"\nARCH=i386\nDISKSPACE=\"100:200\"\n");
     auto kqs = boost::dynamic_pointer_cast<KQS::KQSEnvConfig>(config);
     ASSERT_TRUE(kqs);
-    KQC::KQCOptionalProperty<std::string> name, architecture;
-    kqs->getName(name);
-    kqs->getArchitecture(architecture);
-    EXPECT_EQ("web", name.get());
-    EXPECT_EQ("i386", architecture.get());
-    KQC::KQCOptionalProperty<KQC::KQCQoSSet> qoses;
-    kqs->getQoSes(qoses);
-    EXPECT_EQ(KQC::KQCQoSSet{KQC::KQCQoS("diskspace", 100, 200)}, qoses.get());
+    EXPECT_EQ("web", kqtest::valueOf(*kqs, &KQS::KQSEnvConfig::getName));
+    EXPECT_EQ("i386", kqtest::valueOf(*kqs, &KQS::KQSEnvConfig::getArchitecture));
+    EXPECT_EQ(KQC::KQCQoSSet{KQC::KQCQoS("diskspace", 100, 200)}, kqtest::valueOf(*kqs, &KQS::KQSEnvConfig::getQoSes));
 }
 
 TEST_F(ParsersTest, NativeTextThatCannotBeReadIsRefused)
@@ -130,9 +126,7 @@ TEST_F(ParsersTest, NativeTextThatCannotBeReadIsRefused)
     auto partial = virtualOf("NAME=\"web\"\nARCH=sparc\n", -7);
     EXPECT_STREQ("failed to find matching vocabulary", KQC::getErrorMessage());
     ASSERT_TRUE(partial);
-    KQC::KQCOptionalProperty<std::string> architecture;
-    partial->getArchitecture(architecture);
-    EXPECT_EQ("sparc", architecture.get());
+    EXPECT_EQ("sparc", kqtest::valueOf(*partial, &KQC::KQCVEnvConfig::getArchitecture));
 }
 
 TEST_F(ParsersTest, OnlyTheManagementLibrarysRecordsAreAccepted)
@@ -165,9 +159,7 @@ TEST_F(ParsersTest, WritesNativeTextThatReadsBack)
 
     auto back = boost::dynamic_pointer_cast<KQS::KQSEnvConfig>(virtualOf(text->getText()));
     ASSERT_TRUE(back);
-    KQC::KQCOptionalProperty<std::string> hostname;
-    back->getHostname(hostname);
-    EXPECT_EQ("web.example", hostname.get());
+    EXPECT_EQ("web.example", kqtest::valueOf(*back, &KQS::KQSEnvConfig::getHostname));
 }
 
 TEST_F(ParsersTest, AConfigurationOfAnUnknownPlatformHasNoNativeForm)
@@ -185,11 +177,8 @@ TEST_F(ParsersTest, ReadsTheHostSettings)
     host.write("etc/sysconfig/kq", "# host\nLOCKDIR=/kq/lock\nVE_PRIVATE=\"/kq/private/$VEID\"\n");
     KQS::KQSVtSettings settings;
     ASSERT_EQ(0, envm.getVtSettings(settings));
-    KQC::KQCOptionalProperty<std::string> value;
-    settings.getLockDir(value);
-    EXPECT_EQ("/kq/lock", value.get());
-    settings.getVEPrivate(value);
-    EXPECT_EQ("/kq/private/$VEID", value.get());
+    EXPECT_EQ("/kq/lock", kqtest::valueOf(settings, &KQS::KQSVtSettings::getLockDir));
+    EXPECT_EQ("/kq/private/$VEID", kqtest::valueOf(settings, &KQS::KQSVtSettings::getVEPrivate));
 
     ASSERT_EQ(0, kqtest::run("rm '" + host.path("etc/sysconfig/kq") + "'"));
     EXPECT_EQ(-1, envm.getVtSettings(settings));

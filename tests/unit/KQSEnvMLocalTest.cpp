@@ -4,6 +4,7 @@
 #include "KQSEnvMLocal.h"
 
 #include "AgentRecord.h"
+#include "PropertyOf.h"
 #include "TempHost.h"
 
 #include "KQC/Error.h"
@@ -40,9 +41,7 @@ KQC::KQCEID newEid()
 
 std::string nameOf(const KQS::KQSEnvConfig& config)
 {
-    KQC::KQCOptionalProperty<std::string> name;
-    config.getName(name);
-    return name.get();
+    return kqtest::valueOf(config, &KQS::KQSEnvConfig::getName);
 }
 
 KQC::KQCAccessProvider clientDenied(std::set<int> rights)
@@ -83,20 +82,8 @@ protected:
     KQS::KQSEnvMLocal envm{KQC::KQCAccessProvider()};
 };
 
+// A missing folder is a read error every time, until it appears.
 TEST_F(RegistryTest, ListsOnlyFilesNamedByAGuid)
-{
-    KQC::KQCEID first = registered(101);
-    KQC::KQCEID second = registered(102);
-    host.write("etc/kqagent/configs/notes.txt", "x");
-    host.write("etc/kqagent/configs/{not-a-guid}", "x");
-    host.write("etc/kqagent/configs/" + first.toString() + ".lck", "");
-
-    KQC::KQCEIDSet eids;
-    ASSERT_EQ(0, envm.getEnvList(eids));
-    EXPECT_EQ((KQC::KQCEIDSet{first, second}), eids);
-}
-
-TEST_F(RegistryTest, AMissingFolderIsAReadErrorUntilItAppears)
 {
     ASSERT_EQ(0, kqtest::run("rm -rf '" + host.path("etc/kqagent/configs") + "'"));
     KQC::KQCEIDSet eids;
@@ -105,9 +92,13 @@ TEST_F(RegistryTest, AMissingFolderIsAReadErrorUntilItAppears)
               std::string(KQC::getErrorMessage()));
     EXPECT_EQ(-4, envm.getEnvList(eids));
 
-    KQC::KQCEID eid = registered(101);
+    KQC::KQCEID first = registered(101);
+    KQC::KQCEID second = registered(102);
+    host.write("etc/kqagent/configs/notes.txt", "x");
+    host.write("etc/kqagent/configs/{not-a-guid}", "x");
+    host.write("etc/kqagent/configs/" + first.toString() + ".lck", "");
     ASSERT_EQ(0, envm.getEnvList(eids));
-    EXPECT_EQ(KQC::KQCEIDSet{eid}, eids);
+    EXPECT_EQ((KQC::KQCEIDSet{first, second}), eids);
 }
 
 TEST_F(RegistryTest, WritesAPacketAndReadsItBackAgainWhenItChanges)
@@ -283,9 +274,15 @@ TEST_F(RegistryTest, TheContainerRecordsItsEid)
     ASSERT_EQ(0, envm.updateEnvEID(other, boost::make_shared<KQS::KQSEnvConfig>(config)));
     ASSERT_TRUE(envm.findByVe(config, found));
     EXPECT_EQ(other, found);
+
+    // A record that is no GUID leaves the EID as it was.
+    host.write("kq/private/101/.kqs/eid.conf", "garbage\n");
+    found = KQC::KQCEID();
+    EXPECT_TRUE(envm.findByVe(config, found));
+    EXPECT_FALSE(found.isValid());
 }
 
-TEST_F(RegistryTest, WithoutAGoodRecordOrAPrivateAreaThereIsNoEid)
+TEST_F(RegistryTest, WithoutAPrivateAreaThereIsNoEid)
 {
     KQC::KQCEID found;
     EXPECT_FALSE(envm.findByVe(configOf(101), found));
@@ -297,11 +294,6 @@ TEST_F(RegistryTest, WithoutAGoodRecordOrAPrivateAreaThereIsNoEid)
     EXPECT_EQ(-1, envm.updateEnvEID(newEid(), host.path("kq/private/101")));
     EXPECT_EQ(-1, envm.updateEnvEID(newEid(), boost::shared_ptr<KQS::KQSEnvConfig>()));
     EXPECT_EQ(-1, envm.updateEnvEID(newEid(), boost::make_shared<KQS::KQSEnvConfig>(configOf(101))));
-
-    // A record that is no GUID leaves the EID as it was.
-    host.write("kq/private/101/.kqs/eid.conf", "garbage\n");
-    EXPECT_TRUE(envm.findByVe(config, found));
-    EXPECT_FALSE(found.isValid());
 }
 
 TEST_F(RegistryTest, NewEnvironmentsAreRegisteredWithTheirType)
@@ -312,9 +304,7 @@ TEST_F(RegistryTest, NewEnvironmentsAreRegisteredWithTheirType)
     EXPECT_EQ(given, eid);
     auto config = envm.getEnvConfig(eid);
     ASSERT_TRUE(config);
-    KQC::KQCOptionalProperty<KQC::KQCEnvType> type;
-    config->getType(type);
-    EXPECT_EQ("corvantis", type.get().str());
+    EXPECT_EQ("corvantis", kqtest::valueOf(*config, &KQS::KQSEnvConfig::getType).str());
 
     KQC::KQCEID fresh;
     ASSERT_EQ(0, envm.addNewEnv(102, fresh));
@@ -482,7 +472,7 @@ TEST_F(PrivateFileTest, WritesReadsAndDeletes)
     EXPECT_EQ(0u, std::string(KQC::getErrorMessage()).find("can't delete '"));
 }
 
-TEST_F(PrivateFileTest, RightsAreCheckedFirst)
+TEST_F(PrivateFileTest, RightsAreCheckedFirstThenTheEnvironment)
 {
     KQS::KQSEnvMLocal reader{clientDenied({39})};
     KQS::KQSEnvMLocal writer{clientDenied({38})};
@@ -493,11 +483,8 @@ TEST_F(PrivateFileTest, RightsAreCheckedFirst)
     EXPECT_EQ(0, writer.putPrivate(eid, "a", "x"));
     EXPECT_EQ(0, reader.getPrivate(eid, "a", data));
     EXPECT_EQ("x", data);
-}
 
-TEST_F(PrivateFileTest, UnknownEnvironmentsAndContainersAreRefused)
-{
-    std::string data;
+    // Unknown environments and containers are refused.
     EXPECT_EQ(-8, envm.getPrivate(newEid(), "a", data));
     EXPECT_STREQ("can't find ctid by env", KQC::getErrorMessage());
 

@@ -94,6 +94,7 @@ TEST_F(VeidTest, DrawsFromTheDefaultRange)
     EXPECT_EQ(expected, veid);
 }
 
+// A taken candidate moves up, past the maximum rather than wrapping.
 TEST_F(VeidTest, ATakenCandidateMovesUp)
 {
     // Only cached environments make a VEID busy.
@@ -113,17 +114,11 @@ TEST_F(VeidTest, ATakenCandidateMovesUp)
     cached(501);
     EXPECT_EQ(-1, envm.allocateVeid(veid));
     EXPECT_STREQ("can't allocate veid - no free veid", KQC::getErrorMessage());
-}
 
-TEST_F(VeidTest, ClimbsPastTheMaximumInsteadOfWrapping)
-{
     bounds("<int key=\"minVeid\">500</int><int key=\"maxVeid\">502</int>");
-    cached(500);
-    cached(501);
     cached(502);
     for (unsigned seed = 1; seed < 5; ++seed) {
         std::srand(seed);
-        int veid = 0;
         ASSERT_EQ(0, envm.allocateVeid(veid));
         EXPECT_EQ(503, veid);
     }
@@ -149,7 +144,7 @@ TEST_F(VeidTest, FromMasterTakesTheFirstCandidateWhenNoAreaIsInTheWay)
     }
 }
 
-TEST_F(VeidTest, FromMasterNeedsTheHostSettingsAndGivesUpWhenEveryAreaIsTaken)
+TEST_F(VeidTest, FromMasterNeedsTheHostSettingsAndGivesUpWhenEveryHostAreaIsTaken)
 {
     int veid = 0;
     EXPECT_EQ(-1, envm.allocateVeidFromMaster(veid, nullptr));
@@ -163,25 +158,18 @@ TEST_F(VeidTest, FromMasterNeedsTheHostSettingsAndGivesUpWhenEveryAreaIsTaken)
     EXPECT_EQ(-1, envm.allocateVeidFromMaster(veid, nullptr));
     EXPECT_STREQ("can't allocate ctid - no free resources.", KQC::getErrorMessage());
 
+    // The configuration's own templates come before the host's.
+    KQS::KQSEnvConfig config;
+    config.setVEPrivateVar(host.path("mine/$VEID"));
+    ASSERT_EQ(0, envm.allocateVeidFromMaster(veid, &config)) << KQC::getErrorMessage();
+    EXPECT_GE(veid, 700);
+    EXPECT_LE(veid, 703);
+
     // A taken root area refuses the candidate as well.
     ASSERT_EQ(0, kqtest::run("rm -rf '" + host.path("private") + "'"));
     for (int veid = 700; veid <= 703; ++veid)
         makeDir("root/" + std::to_string(veid));
     EXPECT_EQ(-1, envm.allocateVeidFromMaster(veid, nullptr));
-}
-
-TEST_F(VeidTest, FromMasterPrefersTheConfigurationsOwnTemplates)
-{
-    hostSettings();
-    bounds("<int key=\"minVeid\">700</int><int key=\"maxVeid\">703</int>");
-    for (int veid = 700; veid <= 703; ++veid)
-        makeDir("private/" + std::to_string(veid));
-    KQS::KQSEnvConfig config;
-    config.setVEPrivateVar(host.path("mine/$VEID"));
-    int veid = 0;
-    ASSERT_EQ(0, envm.allocateVeidFromMaster(veid, &config)) << KQC::getErrorMessage();
-    EXPECT_GE(veid, 700);
-    EXPECT_LE(veid, 703);
 }
 
 TEST_F(VeidTest, InitVeidFindsTheFirstGap)

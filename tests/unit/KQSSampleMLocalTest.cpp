@@ -4,6 +4,7 @@
 #include "KQC/EnvCache.h"
 #include "KQC/Error.h"
 #include "KQC/Names.h"
+#include "PropertyOf.h"
 #include "TempHost.h"
 
 #include <boost/make_shared.hpp>
@@ -30,11 +31,8 @@ protected:
         KQC::KQCEnvSampleList samples;
         KQSSampleMLocal::getSamples(samples);
         std::map<std::string, KQC::KQCEnvSample> out;
-        for (const auto& sample : samples) {
-            KQC::KQCOptionalProperty<std::string> name;
-            sample.config->getName(name);
-            out[name.get()] = sample;
-        }
+        for (const auto& sample : samples)
+            out[kqtest::valueOf(*sample.config, &KQS::KQSEnvConfig::getName)] = sample;
         return out;
     }
     KQC::KQCEnvSample named(const std::string& name, const std::string& hostname = "h")
@@ -99,10 +97,9 @@ TEST_F(SampleTest, AnIdentifierComesFromTheUuidOrElseFromThePath)
 TEST_F(SampleTest, TheOsNameStartsWithACapitalAndTheTemplateIsTheDistribution)
 {
     writeSample("ve-os.conf-sample", "OSTEMPLATE=\"simos-9-x86_64\"\n");
-    KQC::KQCOptionalProperty<KQC::KQCOS> os;
-    byName()["os"].config->getOS(os);
-    EXPECT_EQ("Linux", os.get().platform.get());
-    EXPECT_EQ("simos-9-x86_64", os.get().distribution.get());
+    KQC::KQCOS os = kqtest::valueOf(*byName()["os"].config, &KQS::KQSEnvConfig::getOS);
+    EXPECT_EQ("Linux", os.platform.get());
+    EXPECT_EQ("simos-9-x86_64", os.distribution.get());
 }
 
 TEST_F(SampleTest, AddNamesAnonymousSamplesKeepsNamesUniqueAndInsideTheFolder)

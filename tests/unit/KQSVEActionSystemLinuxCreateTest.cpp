@@ -29,11 +29,14 @@ struct Case {
     bool ipv6Host;
     bool dhcp4, dhcp6, withDhcp;
     const char* expected;
+    bool noAddresses = false;
 };
 
+// An empty list still removes the old addresses.
 TEST(SetIPAddressCreateParametersTest, TheDhcpFilterKeepsOnlyStaticAddressesTheHostCanCarry)
 {
     const Case cases[] = {
+        {false, false, false, false, "--ipdel all", true},
         {true, false, false, false, "--ipdel all --ipadd 10.0.0.5/24 --ipadd fd00::5/64"},
         {false, false, false, false, "--ipdel all --ipadd 10.0.0.5/24"},
         {true, true, false, true, "--dhcp yes --dhcp6 no --ipdel all --ipadd fd00::5/64"},
@@ -44,16 +47,10 @@ TEST(SetIPAddressCreateParametersTest, TheDhcpFilterKeepsOnlyStaticAddressesTheH
     for (const Case& c : cases) {
         kqtest::TempHost host;
         ASSERT_EQ(0, host.simulated(c.ipv6Host ? "--ipv6" : ""));
-        EXPECT_EQ(c.expected, optionsFor(addresses({"10.0.0.5/24", "fd00::5/64"}), c.dhcp4, c.dhcp6, c.withDhcp))
+        const auto list = c.noAddresses ? addresses({}) : addresses({"10.0.0.5/24", "fd00::5/64"});
+        EXPECT_EQ(c.expected, optionsFor(list, c.dhcp4, c.dhcp6, c.withDhcp))
             << "ipv6 host " << c.ipv6Host << ", dhcp " << c.dhcp4 << c.dhcp6 << c.withDhcp;
     }
-}
-
-TEST(SetIPAddressCreateParametersTest, AnEmptyListStillRemovesTheOldOnes)
-{
-    kqtest::TempHost host;
-    ASSERT_EQ(0, host.simulated());
-    EXPECT_EQ("--ipdel all", optionsFor({}, false, false, false));
 }
 
 } // namespace

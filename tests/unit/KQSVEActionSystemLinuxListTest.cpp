@@ -4,6 +4,7 @@
 #include "KQSVEActionSystemLinux.h"
 
 #include "PreloadedRun.h"
+#include "PropertyOf.h"
 #include "TempHost.h"
 
 #include "KQC/Error.h"
@@ -13,6 +14,7 @@
 
 #include <climits>
 #include <fstream>
+#include <map>
 #include <set>
 #include <string>
 #include <unistd.h>
@@ -20,6 +22,8 @@
 namespace {
 
 using namespace KQS;
+using kqtest::propertyOf;
+using kqtest::valueOf;
 typedef KQSVEActionSystemLinux VE;
 
 // ---- a host's files ---------------------------------------------------------
@@ -99,12 +103,30 @@ int stateOf(const KQSVPSList& list, int veid)
     return found == list.end() ? -1 : found->second.state;
 }
 
-std::set<int> veidsOf(const KQSVPSList& list)
+// VEID -> state of every container listed.
+std::map<int, int> statesOf(const KQSVPSList& list)
 {
-    std::set<int> veids;
+    std::map<int, int> states;
     for (const auto& item : list)
-        veids.insert(item.first);
-    return veids;
+        states[item.first] = item.second.state;
+    return states;
+}
+
+std::vector<std::string> addressesOf(const KQSEnvConfig& config)
+{
+    std::vector<std::string> texts;
+    for (const KQC::KQCIPAddress& address : kqtest::valueOf(config, &KQSEnvConfig::getAddresses))
+        texts.push_back(address.toString());
+    return texts;
+}
+
+// The live state of each adapter, in order.
+std::vector<int> statusesOf(const KQSEnvConfig& config)
+{
+    std::vector<int> statuses;
+    for (const KQSNetVEth& adapter : kqtest::valueOf(config, &KQSEnvConfig::getNetVEths))
+        statuses.push_back(adapter.getStatus());
+    return statuses;
 }
 
 // ---- on a temporary host in this process -----------------------------------
@@ -202,15 +224,14 @@ TEST_F(KQSVEActionSystemLinuxListTest, TypePredicatesNeedAConfigurationWithTheTy
     EXPECT_FALSE(VE::isVPSForRepair(none));
     EXPECT_FALSE(VE::isVPSForTempOper(none));
     boost::shared_ptr<KQSEnvConfig> config(new KQSEnvConfig());
-    EXPECT_FALSE(VE::isVPSRepaired(config));
     EXPECT_FALSE(VE::isVPSExist(config));
-    config->setVEType(4);
-    EXPECT_TRUE(VE::isVPSForRepair(config));
-    EXPECT_FALSE(VE::isVPSRepaired(config));
-    config->setVEType(5);
-    EXPECT_TRUE(VE::isVPSRepaired(config));
-    config->setVEType(6);
-    EXPECT_TRUE(VE::isVPSForTempOper(config));
+    // Type -> made for a repair, under repair, a temporary operation.
+    for (int type : {0, 4, 5, 6}) {
+        if (type)
+            config->setVEType(type);
+        EXPECT_EQ(std::vector<bool>({VE::isVPSForRepair(config), VE::isVPSRepaired(config), VE::isVPSForTempOper(config)}),
+                  std::vector<bool>({type == 4, type == 5, type == 6})) << type;
+    }
 
     config->setVeid(101);
     config->setVEPrivateVar(m_host.path("kq/private/$VEID"));
@@ -317,14 +338,7 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, StatesComeFromTheHostsRecords)
 
     KQSVPSList list;
     ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
-    EXPECT_EQ(veidsOf(list), (std::set<int>{101, 102, 103, 104, 105, 106, 108}));
-    EXPECT_EQ(stateOf(list, 101), 3);
-    EXPECT_EQ(stateOf(list, 102), 4);
-    EXPECT_EQ(stateOf(list, 103), 5);
-    EXPECT_EQ(stateOf(list, 104), 6);
-    EXPECT_EQ(stateOf(list, 105), 6);
-    EXPECT_EQ(stateOf(list, 106), 5);
-    EXPECT_EQ(stateOf(list, 108), 5);
+    EXPECT_EQ(statesOf(list), (std::map<int, int>{{101, 3}, {102, 4}, {103, 5}, {104, 6}, {105, 6}, {106, 5}, {108, 5}}));
     for (const auto& item : list)
         EXPECT_EQ(item.second.transition, 0) << item.first;
 
@@ -379,21 +393,15 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, LocksGiveTransitions)
 
     KQSVPSList list;
     ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
-    EXPECT_EQ(veidsOf(list), (std::set<int>{101, 102, 104}));
-    EXPECT_EQ(list[101].transition, 1);
-    EXPECT_EQ(list[102].transition, 0);
-    EXPECT_EQ(list[104].transition, 2);
+    std::map<int, int> transitions;
+    for (const auto& item : list)
+        transitions[item.first] = item.second.transition;
+    EXPECT_EQ(transitions, (std::map<int, int>{{101, 1}, {102, 0}, {104, 2}}));
     EXPECT_EQ(list[104].state, 1);
     ASSERT_TRUE(list[104].config);
-    int veid = 0;
-    EXPECT_EQ(list[104].config->getVeid(veid), 0);
-    EXPECT_EQ(veid, 104);
-    KQC::KQCOptionalProperty<KQC::KQCEnvType> type;
-    list[104].config->getType(type);
-    EXPECT_EQ(type.get().str(), "corvantis");
-    KQC::KQCOptionalProperty<std::string> name;
-    list[104].config->getVERootVar(name);
-    EXPECT_FALSE(name.isSpecified());
+    EXPECT_EQ(valueOf(*list[104].config, &KQSEnvConfig::getVeid), 104);
+    EXPECT_EQ(valueOf(*list[104].config, &KQSEnvConfig::getType).str(), "corvantis");
+    EXPECT_FALSE(propertyOf(*list[104].config, &KQSEnvConfig::getVERootVar).isSpecified());
 
     // The creation finished and the lock went away.
     m_host.remove("kq/lock/104.lck");
@@ -401,8 +409,7 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, LocksGiveTransitions)
     ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
     EXPECT_EQ(list[104].transition, 0);
     EXPECT_EQ(list[104].state, 3);
-    list[104].config->getVERootVar(name);
-    EXPECT_TRUE(name.isSpecified());
+    EXPECT_TRUE(propertyOf(*list[104].config, &KQSEnvConfig::getVERootVar).isSpecified());
 }
 
 TEST_F(KQSVEActionSystemLinuxListKernelTest, RepairKindsAreSortedOut)
@@ -418,13 +425,11 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, RepairKindsAreSortedOut)
 
     KQSVPSList list;
     ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
-    EXPECT_EQ(veidsOf(list), (std::set<int>{101, 102, 10000000}));
-    EXPECT_EQ(stateOf(list, 102), 7);
-    EXPECT_EQ(stateOf(list, 10000000), 6);
+    EXPECT_EQ(statesOf(list), (std::map<int, int>{{101, 3}, {102, 7}, {10000000, 6}}));
 
     KQSVPSList withoutRepairs;
     ASSERT_EQ(VE::getVPSList(withoutRepairs, true, false), 0) << KQC::getErrorMessage();
-    EXPECT_EQ(veidsOf(withoutRepairs), (std::set<int>{101, 102}));
+    EXPECT_EQ(statesOf(withoutRepairs), (std::map<int, int>{{101, 3}, {102, 7}}));
 }
 
 TEST_F(KQSVEActionSystemLinuxListKernelTest, OnlyGivenContainersAreRefreshed)
@@ -438,12 +443,11 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, OnlyGivenContainersAreRefreshed)
     KQSVPSList list;
     list[102];
     ASSERT_EQ(VE::getVPSList(list, false, true), 0) << KQC::getErrorMessage();
-    EXPECT_EQ(veidsOf(list), std::set<int>{102});
-    EXPECT_EQ(stateOf(list, 102), 6);
+    EXPECT_EQ(statesOf(list), (std::map<int, int>{{102, 6}}));
     // An empty list means every container.
     KQSVPSList all;
     ASSERT_EQ(VE::getVPSList(all, false, true), 0);
-    EXPECT_EQ(veidsOf(all), (std::set<int>{101, 102}));
+    EXPECT_EQ(statesOf(all), (std::map<int, int>{{101, 3}, {102, 6}}));
 }
 
 TEST_F(KQSVEActionSystemLinuxListKernelTest, UnreadableConfigurationsAreNamedGoneOnesAreNot)
@@ -500,29 +504,19 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, ConfigurationIsReadAndCompleted)
     ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
     ASSERT_TRUE(list[101].config);
     const KQSEnvConfig& config = *list[101].config;
-    KQC::KQCOptionalProperty<std::string> text;
-    config.getName(text);
-    EXPECT_EQ(text.get(), "web $server");
-    config.getDescription(text);
-    EXPECT_EQ(text.get(), "line\\one");
-    int veid = 0;
-    EXPECT_EQ(config.getVeid(veid), 0);
-    EXPECT_EQ(veid, 101);
-    KQC::KQCOptionalProperty<KQC::KQCIPAddressList> addresses;
-    config.getAddresses(addresses);
-    ASSERT_TRUE(addresses.isSpecified());
-    ASSERT_EQ(addresses.get().size(), 2u);
-    EXPECT_EQ(addresses.get()[0].toString(), "10.0.0.2/24");
-    EXPECT_EQ(addresses.get()[1].toString(), "10.0.1.2/24");
+    EXPECT_EQ(valueOf(config, &KQSEnvConfig::getName), "web $server");
+    EXPECT_EQ(valueOf(config, &KQSEnvConfig::getDescription), "line\\one");
+    EXPECT_EQ(valueOf(config, &KQSEnvConfig::getVeid), 101);
+    EXPECT_TRUE(propertyOf(config, &KQSEnvConfig::getAddresses).isSpecified());
+    EXPECT_EQ(addressesOf(config), (std::vector<std::string>{"10.0.0.2/24", "10.0.1.2/24"}));
     EXPECT_EQ(VE::m_vpsRoots[m_host.path("kq/root/101")], 101);
 
     // The walk stops at the first adapter left without addresses (the
     // host-routed adapter that every container has comes last).
-    KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
-    list[102].config->getNetVEths(adapters);
-    ASSERT_EQ(adapters.get().size(), 3u);
-    EXPECT_TRUE(adapters.get()[0].getAddresses().empty());
-    EXPECT_EQ(adapters.get()[1].getAddresses().size(), 1u);
+    KQSNetVEthList adapters = valueOf(*list[102].config, &KQSEnvConfig::getNetVEths);
+    ASSERT_EQ(adapters.size(), 3u);
+    EXPECT_TRUE(adapters[0].getAddresses().empty());
+    EXPECT_EQ(adapters[1].getAddresses().size(), 1u);
 }
 
 TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningContainersShowTheirLiveAdaptersAndHostRoutedAddresses)
@@ -542,40 +536,27 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, RunningContainersShowTheirLiveAdapt
     KQSVPSList list;
     ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
 
-    KQC::KQCOptionalProperty<KQSNetVEthList> adapters;
-    list[101].config->getNetVEths(adapters);
-    ASSERT_EQ(adapters.get().size(), 3u);
-    EXPECT_EQ(adapters.get()[0].getStatus(), KQSNetVEth::STATUS_UP);
-    EXPECT_EQ(adapters.get()[1].getStatus(), KQSNetVEth::STATUS_DOWN);
-    EXPECT_EQ(adapters.get()[2].getStatus(), KQSNetVEth::STATUS_UP);
-    ASSERT_EQ(adapters.get()[2].getAddresses().size(), 1u);
-    EXPECT_EQ(adapters.get()[2].getAddresses()[0].toString(), "192.168.5.7/24");
-    KQC::KQCOptionalProperty<KQC::KQCIPAddressList> addresses;
-    list[101].config->getAddresses(addresses);
-    EXPECT_EQ(addresses.get().size(), 3u);
+    const int up = KQSNetVEth::STATUS_UP, down = KQSNetVEth::STATUS_DOWN, unknown = KQSNetVEth::STATUS_UNKNOWN;
+    EXPECT_EQ(statusesOf(*list[101].config), (std::vector<int>{up, down, up}));
+    KQSNetVEthList adapters = valueOf(*list[101].config, &KQSEnvConfig::getNetVEths);
+    ASSERT_EQ(adapters.size(), 3u);
+    ASSERT_EQ(adapters[2].getAddresses().size(), 1u);
+    EXPECT_EQ(adapters[2].getAddresses()[0].toString(), "192.168.5.7/24");
+    EXPECT_EQ(addressesOf(*list[101].config).size(), 3u);
 
     // A stopped container's adapters have no live state.
-    list[102].config->getNetVEths(adapters);
-    EXPECT_EQ(adapters.get()[0].getStatus(), KQSNetVEth::STATUS_UNKNOWN);
+    EXPECT_EQ(statusesOf(*list[102].config)[0], unknown);
 
     // Host-routed addresses are listed beside the adapters' own, on the
     // default adapter that comes last.
-    list[103].config->getAddresses(addresses);
-    std::vector<std::string> texts;
-    for (const KQC::KQCIPAddress& address : addresses.get())
-        texts.push_back(address.toString());
-    EXPECT_EQ(texts, (std::vector<std::string>{"10.1.0.2/24", "10.0.0.5", "10.0.0.6"}));
-    list[103].config->getNetVEths(adapters);
-    ASSERT_EQ(adapters.get().size(), 2u);
-    EXPECT_EQ(adapters.get()[1].getName(), "venet0");
-    EXPECT_EQ(adapters.get()[1].getStatus(), KQSNetVEth::STATUS_UP);
+    EXPECT_EQ(addressesOf(*list[103].config), (std::vector<std::string>{"10.1.0.2/24", "10.0.0.5", "10.0.0.6"}));
+    EXPECT_EQ(statusesOf(*list[103].config), (std::vector<int>{up, up}));
+    EXPECT_EQ(valueOf(*list[103].config, &KQSEnvConfig::getNetVEths).back().getName(), "venet0");
 
     // It stops: the state it had while running does not stay.
     m_host.running("");
     ASSERT_EQ(VE::getVPSList(list, false, false), 0);
-    list[101].config->getNetVEths(adapters);
-    EXPECT_EQ(adapters.get()[0].getStatus(), KQSNetVEth::STATUS_UNKNOWN);
-    EXPECT_EQ(adapters.get()[1].getStatus(), KQSNetVEth::STATUS_UNKNOWN);
+    EXPECT_EQ(statusesOf(*list[101].config), (std::vector<int>{unknown, unknown, unknown}));
 }
 
 TEST_F(KQSVEActionSystemLinuxListKernelTest, AdapterBothUpAndDownIsLoggedAndTheContainerStays)
@@ -616,7 +597,7 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, BrokenHostsGiveTheirResults)
     m_host.container(101);
     m_host.write("etc/sysconfig/kq-scripts/102.conf", "this is = not \"a shell file\n");
     ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
-    EXPECT_EQ(veidsOf(list), std::set<int>{101});
+    EXPECT_EQ(statesOf(list), (std::map<int, int>{{101, 3}}));
     // The mount table cannot be read.
     m_host.remove("proc/mounts");
     ASSERT_EQ(KQC::LogSettings::setFile(m_host.path("agent.log")), 0);
@@ -645,8 +626,7 @@ TEST_F(KQSVEActionSystemLinuxListKernelTest, HostWithoutLockOrDumpFolderSettings
     m_host.locked(102, livePid(), "creating");
     KQSVPSList list;
     ASSERT_EQ(VE::getVPSList(list, false, false), 0) << KQC::getErrorMessage();
-    EXPECT_EQ(veidsOf(list), std::set<int>{101});
-    EXPECT_EQ(stateOf(list, 101), 3);
+    EXPECT_EQ(statesOf(list), (std::map<int, int>{{101, 3}}));
 }
 
 } // namespace

@@ -96,11 +96,3 @@ TEST_F(ActionTest, ADaemonThatKeepsAnsweringBlocksTheSuspend)
         ++execs;
     EXPECT_EQ(3u, execs);
 }
-
-TEST(ActionPathTest, ConfigurationFilesAreNamedByVeid)
-{
-    kqtest::TempHost host;
-    EXPECT_EQ(host.root() + "/etc/sysconfig/kq-scripts/0.conf", KQSVEActionSystemLinux::getVPSSystemConfigPathByVeid(0));
-    EXPECT_EQ(host.root() + "/etc/sysconfig/kq-scripts/101.conf",
-              KQSVEActionSystemLinux::getVPSSystemConfigPathByVeid(101));
-}

@@ -123,7 +123,7 @@ TEST_F(MessageTest, ObjectsAndListsOfObjects)
     EXPECT_EQ(it.getObj(KQC::TAG_SAMPLE_CONFIG, read), -1);
 }
 
-TEST_F(MessageTest, ElementsCopyWithTheirRepeatsIntoAnotherMessage)
+TEST_F(MessageTest, ElementsCopyWithTheirRepeatsAndPathsIntoAnotherMessage)
 {
     KQCMessage source, target;
     KQCMessageIterator from = source.getIterator();
@@ -141,23 +141,21 @@ TEST_F(MessageTest, ElementsCopyWithTheirRepeatsIntoAnotherMessage)
     to.getStrings(KQC::TAG_ITEM, items);
     EXPECT_EQ(items, (std::vector<std::string>{"a", "b"}));
     EXPECT_FALSE(to.has(KQC::TAG_NAME));
-}
 
-TEST_F(MessageTest, APathCopiesIntoTheSamePlaceOfAnotherMessage)
-{
-    KQCMessage source, target;
-    KQCMessageIterator from = source.getIterator();
-    from.createChild("1624");
-    from.createChild("1872");
-    from.putString(KQC::TAG_HOSTNAME, "h");
-    from.createChild("nameservers");
-    from.addString(KQC::TAG_ITEM, "1.1.1.1");
-    KQCMessageIterator to = target.getIterator();
-    ASSERT_EQ(from.copyPathTo("envSample/sampleConfig/hostname", to), 0);
-    ASSERT_EQ(from.copyPathTo("/1624/1872/nameservers", to), 0);
-    EXPECT_EQ(from.copyPathTo("envSample/sampleConfig/domain", to), -1);
-    EXPECT_EQ(from.copyPathTo("envSample/missing/hostname", to), -1);
-    KQCMessageIterator check = target.getIterator();
+    // A path copies into the same place of another message.
+    KQCMessage pathSource, pathTarget;
+    KQCMessageIterator path = pathSource.getIterator();
+    path.createChild("1624");
+    path.createChild("1872");
+    path.putString(KQC::TAG_HOSTNAME, "h");
+    path.createChild("nameservers");
+    path.addString(KQC::TAG_ITEM, "1.1.1.1");
+    KQCMessageIterator into = pathTarget.getIterator();
+    ASSERT_EQ(path.copyPathTo("envSample/sampleConfig/hostname", into), 0);
+    ASSERT_EQ(path.copyPathTo("/1624/1872/nameservers", into), 0);
+    EXPECT_EQ(path.copyPathTo("envSample/sampleConfig/domain", into), -1);
+    EXPECT_EQ(path.copyPathTo("envSample/missing/hostname", into), -1);
+    KQCMessageIterator check = pathTarget.getIterator();
     ASSERT_EQ(check.moveTo("envSample/sampleConfig"), 0);
     std::string hostname;
     EXPECT_EQ(check.getString(KQC::TAG_HOSTNAME, hostname), 0);
@@ -277,15 +275,6 @@ TEST_F(MessageTest, HostileFilesFailByNameWithTheirCause)
     }
 }
 
-TEST_F(MessageTest, NestingUpToTheLimitLoads)
-{
-    writeFile("deep", nestedNodes(63));
-    KQCMessage message;
-    ASSERT_EQ(message.load(path("deep")), 0) << KQC::getErrorMessage();
-    KQCMessageIterator it = message.getIterator();
-    EXPECT_EQ(it.moveTo(repeated("a/", 63)), 0);
-}
-
 // Every level holds each kind of element, in an order that differs from
 // the order of the kinds, so that a save which regroups or reorders
 // children, or loses one level's attributes, shows.
@@ -321,6 +310,12 @@ TEST_F(MessageTest, EveryLevelOfADeepMessageRoundTripsInOrder)
     std::string savedAgain;
     ASSERT_EQ(loaded.saveToString(savedAgain), 0);
     EXPECT_EQ(savedAgain, saved);
+
+    // Nesting up to the limit loads from a file in any spelling.
+    writeFile("deep", nestedNodes(levels));
+    KQCMessage fromFile;
+    ASSERT_EQ(fromFile.load(path("deep")), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(fromFile.getIterator().moveTo(repeated("a/", levels)), 0);
 }
 
 TEST_F(MessageTest, SaveReplacesTheFileAndLeavesNoTemporaryBehind)

@@ -6,7 +6,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <random>
 #include <sstream>
 #include <string>
@@ -37,69 +36,6 @@ protected:
     kqtest::TempDir m_temp;
     int m_count = 0;
 };
-
-const std::string kAwkwardValues[] = {
-    "",
-    "plain",
-    "with blanks  and\ttabs",
-    "double \" quote",
-    "single ' quote",
-    "both \"'\" kinds",
-    "$VEID and ${VEID} and $(date) and $((1+1))",
-    "back`quote`s",
-    "back\\slash \\n \\\\ \\$",
-    "trailing backslash\\",
-    "\\",
-    "line one\nline two\n\nafter a blank",
-    "utf-8: caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80",
-    "# not a comment",
-    "semi;colon|pipe&amp<less>more(paren)",
-    "!bang and * star ? mark ~tilde",
-    "control \x01 and \x7f bytes",
-    "\n",
-};
-
-TEST_F(ShellSyntaxTest, BashReadsBackEveryValueTheWriterWrites)
-{
-    std::vector<std::pair<std::string, std::string>> pairs;
-    int n = 0;
-    for (const std::string& value : kAwkwardValues)
-        pairs.push_back(std::make_pair("KEY" + std::to_string(n++), value));
-    std::ostringstream text;
-    ASSERT_EQ(KQS::writeShellFile(pairs, text, nullptr, false), 0);
-    std::string path = writeFile(text.str());
-
-    KQSShellFile file;
-    ASSERT_EQ(file.parse(text.str()), 0) << KQC::getErrorMessage();
-    for (const auto& pair : pairs) {
-        EXPECT_EQ(bashValue(path, pair.first), pair.second) << "bash, " << pair.first;
-        std::string ours;
-        ASSERT_TRUE(file.get(pair.first, ours));
-        EXPECT_EQ(ours, pair.second) << "reader, " << pair.first;
-    }
-}
-
-TEST_F(ShellSyntaxTest, ReaderAgreesWithBashOnHandWrittenQuoting)
-{
-    const std::string text = "A=plain\n"
-                             "B='single $x \\ \"'\n"
-                             "C=\"dq \\\" \\\\ \\$ \\` \\n kept\"\n"
-                             "D=mixed'single'\"double\"tail\n"
-                             "E=\"joined \\\nline\"\n"
-                             "F=unquoted\\ escaped\\\"\n"
-                             "  G=\"indented\"   # and a comment\n"
-                             "export H=\"exported\"\n"
-                             "I=\"multi\nline\"\n"
-                             "A=\"last wins\"\n";
-    std::string path = writeFile(text);
-    KQSShellFile file;
-    ASSERT_EQ(file.parse(text), 0) << KQC::getErrorMessage();
-    for (const char* key : {"A", "B", "C", "D", "E", "F", "G", "H", "I"}) {
-        std::string ours;
-        ASSERT_TRUE(file.get(key, ours)) << key;
-        EXPECT_EQ(ours, bashValue(path, key)) << key;
-    }
-}
 
 // What bash (in `locale`) makes of each key after sourcing the file, in
 // one run: values are printed NUL-terminated, since no value holds a NUL.
@@ -133,6 +69,63 @@ void expectSameAsBash(const std::string& path, const std::string& text, const st
         ASSERT_TRUE(file.get(keys[i], ours)) << keys[i];
         EXPECT_EQ(ours, bash[i]) << keys[i] << " in " << locale;
     }
+}
+
+const std::string kAwkwardValues[] = {
+    "",
+    "plain",
+    "with blanks  and\ttabs",
+    "double \" quote",
+    "single ' quote",
+    "both \"'\" kinds",
+    "$VEID and ${VEID} and $(date) and $((1+1))",
+    "back`quote`s",
+    "back\\slash \\n \\\\ \\$",
+    "trailing backslash\\",
+    "\\",
+    "line one\nline two\n\nafter a blank",
+    "utf-8: caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80",
+    "# not a comment",
+    "semi;colon|pipe&amp<less>more(paren)",
+    "!bang and * star ? mark ~tilde",
+    "control \x01 and \x7f bytes",
+    "\n",
+};
+
+TEST_F(ShellSyntaxTest, BashReadsBackEveryValueTheWriterWrites)
+{
+    std::vector<std::pair<std::string, std::string>> pairs;
+    int n = 0;
+    for (const std::string& value : kAwkwardValues)
+        pairs.push_back(std::make_pair("KEY" + std::to_string(n++), value));
+    std::ostringstream text;
+    ASSERT_EQ(KQS::writeShellFile(pairs, text, nullptr, false), 0);
+    std::vector<std::string> keys;
+    for (const auto& pair : pairs)
+        keys.push_back(pair.first);
+    expectSameAsBash(writeFile(text.str()), text.str(), keys, "C.UTF-8");
+    KQSShellFile file;
+    ASSERT_EQ(file.parse(text.str()), 0) << KQC::getErrorMessage();
+    for (const auto& pair : pairs) {
+        std::string ours;
+        file.get(pair.first, ours);
+        EXPECT_EQ(ours, pair.second) << pair.first;
+    }
+}
+
+TEST_F(ShellSyntaxTest, ReaderAgreesWithBashOnHandWrittenQuoting)
+{
+    const std::string text = "A=plain\n"
+                             "B='single $x \\ \"'\n"
+                             "C=\"dq \\\" \\\\ \\$ \\` \\n kept\"\n"
+                             "D=mixed'single'\"double\"tail\n"
+                             "E=\"joined \\\nline\"\n"
+                             "F=unquoted\\ escaped\\\"\n"
+                             "  G=\"indented\"   # and a comment\n"
+                             "export H=\"exported\"\n"
+                             "I=\"multi\nline\"\n"
+                             "A=\"last wins\"\n";
+    expectSameAsBash(writeFile(text), text, {"A", "B", "C", "D", "E", "F", "G", "H", "I"}, "C.UTF-8");
 }
 
 // bash's C-escape quoting, as printf %q and declare -p write it.

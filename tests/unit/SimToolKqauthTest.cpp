@@ -20,7 +20,7 @@ protected:
         std::vector<std::string> argv = {"/bin/bash", "-c", command + " \"${@:2}\"", simtest::toolsDir() + "/kqauth",
                                          password};
         argv.insert(argv.end(), args.begin(), args.end());
-        return simtest::finish(simtest::start(argv, toolEnvironment()));
+        return simtest::run(argv, toolEnvironment());
     }
 };
 

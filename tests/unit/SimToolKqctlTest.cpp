@@ -26,16 +26,6 @@ protected:
         std::vector<std::string> list = runningList();
         return std::find(list.begin(), list.end(), std::to_string(veid)) != list.end();
     }
-
-    // A pid that no process holds any more.
-    static int deadPid()
-    {
-        pid_t pid = fork();
-        if (pid == 0)
-            _exit(127);
-        waitpid(pid, nullptr, 0);
-        return pid;
-    }
 };
 
 TEST_F(SimToolKqctlTest, StartStopAndRestart)
@@ -163,7 +153,7 @@ TEST_F(SimToolKqctlTest, BadCommandLinesAndQuietRuns)
     EXPECT_TRUE(isRunning(101));
 }
 
-TEST_F(SimToolKqctlTest, LockHeldByALiveProcessRefuses)
+TEST_F(SimToolKqctlTest, LockHeldByALiveProcessRefusesOthersAreTakenOver)
 {
     addContainer({"101"});
     std::string held = std::to_string(getpid()) + "\nmounting";
@@ -177,18 +167,17 @@ TEST_F(SimToolKqctlTest, LockHeldByALiveProcessRefuses)
     expectDone({"--skiplock", "start", "101"});
     EXPECT_TRUE(isRunning(101));
     EXPECT_EQ(kqtest::readFile(lockFile(101)), held);
-}
 
-TEST_F(SimToolKqctlTest, LockOfADeadProcessOrGarbageIsTakenOver)
-{
-    addContainer({"101"});
+    // The lock of a dead process, or garbage, is taken over.
     addContainer({"102"});
-    kqtest::writeFile(lockFile(101), std::to_string(deadPid()) + "\nstopping");
-    kqtest::writeFile(lockFile(102), "");
-    expectDone({"start", "101"});
-    expectDone({"mount", "102"});
-    EXPECT_TRUE(isRunning(101));
-    EXPECT_EQ(mounts(), mountLine(101) + mountLine(102));
+    addContainer({"103"});
+    kqtest::writeFile(lockFile(102), std::to_string(kqtest::deadPid()) + "\nstopping");
+    kqtest::writeFile(lockFile(103), "");
+    expectDone({"start", "102"});
+    expectDone({"mount", "103"});
+    EXPECT_TRUE(isRunning(102));
+    EXPECT_EQ(mounts(), mountLine(101) + mountLine(102) + mountLine(103));
+    ASSERT_EQ(0, ::unlink(lockFile(101).c_str()));
     std::vector<std::string> leftovers;
     for (const auto& entry : fs::directory_iterator(at("kq/lock")))
         leftovers.push_back(entry.path().string());
@@ -200,16 +189,16 @@ TEST_F(SimToolKqctlTest, ConcurrentActionsOnDifferentContainersKeepEveryChange)
     const int count = 6;
     for (int i = 0; i < count; ++i)
         addContainer({std::to_string(200 + i)});
-    std::vector<simtest::Child> children;
+    std::vector<std::vector<std::string>> runs;
     for (int i = 0; i < count; ++i)
-        children.push_back(startTool("kqctl", {"start", std::to_string(200 + i)}));
-    for (simtest::Child& child : children)
-        EXPECT_EQ(simtest::finish(child).exitCode, 0);
+        runs.push_back({"start", std::to_string(200 + i)});
+    for (const RunResult& result : toolsAtOnce("kqctl", runs))
+        EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(runningList().size(), static_cast<size_t>(count));
     EXPECT_EQ(simtest::lines(mounts()).size(), static_cast<size_t>(count));
 }
 
-TEST_F(SimToolKqctlTest, CreateMakesALayout4ContainerFromASample)
+TEST_F(SimToolKqctlTest, CreateMakesALayout4ContainerFromASampleOrRefuses)
 {
     expectDone({"create", "200", "--config", "basic", "--name", "web", "--hostname", "web.sim.test"});
     std::string privateArea = at("kq/private/200");
@@ -223,10 +212,8 @@ TEST_F(SimToolKqctlTest, CreateMakesALayout4ContainerFromASample)
                                     std::string("OSTEMPLATE=\"simos-9-x86_64\"")})
         EXPECT_NE(config.find(line + "\n"), std::string::npos) << line << " in\n" << config;
     EXPECT_FALSE(fs::exists(lockFile(200)));
-}
 
-TEST_F(SimToolKqctlTest, CreateRefusals)
-{
+    // Refusals.
     addContainer({"101"});
     EXPECT_EQ(kqctl({"create", "101", "--config", "basic"}).exitCode, 44);
     EXPECT_EQ(kqctl({"create", "201", "--config", "missing"}).exitCode, 1);

@@ -40,11 +40,10 @@ TEST_F(SimToolPrologueTest, ArgumentsAreEscapedAsJson)
 TEST_F(SimToolPrologueTest, ConcurrentRunsNeverInterleave)
 {
     const int runs = 8;
-    std::vector<simtest::Child> children;
+    std::vector<std::vector<std::string>> arguments;
     for (int i = 0; i < runs; ++i)
-        children.push_back(startTool("kqpkgls", {std::string(4000, static_cast<char>('a' + i))}));
-    for (simtest::Child& child : children)
-        simtest::finish(child);
+        arguments.push_back({std::string(4000, static_cast<char>('a' + i))});
+    toolsAtOnce("kqpkgls", arguments);
     std::vector<std::string> logged = calls();
     ASSERT_EQ(logged.size(), static_cast<size_t>(runs));
     std::set<char> seen;
@@ -60,8 +59,8 @@ TEST_F(SimToolPrologueTest, ConcurrentRunsNeverInterleave)
 
 TEST_F(SimToolPrologueTest, WithoutHostRootToolsRefuse)
 {
-    RunResult result = simtest::finish(simtest::start({simtest::toolsDir() + "/kqctl", "start", "101"},
-                                                      simtest::environmentWith({{"KQ_HOST_ROOT", ""}})));
+    RunResult result =
+        simtest::run({simtest::toolsDir() + "/kqctl", "start", "101"}, simtest::environmentWith({{"KQ_HOST_ROOT", ""}}));
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_NE(result.err.find("KQ_HOST_ROOT"), std::string::npos) << result.err;
 }
@@ -122,7 +121,5 @@ TEST_F(SimToolPrologueTest, WordIsTheFirstArgumentAfterOptions)
     RunResult otherTool = tool("kqsplit", {"start"});
     EXPECT_EQ(otherTool.err, "kqsplit: not implemented in the simulator\n");
 }
-
-
 
 } // namespace

@@ -82,9 +82,7 @@ TEST(SimToolShellConfigTest, WrittenValuesReadBackExactlyThroughBash)
         ShellConfig config;
         config.set("VALUE", value);
         ASSERT_EQ(config.save(file), 0) << KQC::getErrorMessage();
-        simtest::RunResult result = simtest::finish(simtest::start(
-            {"/bin/bash", "-c", "source \"$0\" && printf '%s' \"$VALUE\"", file}, simtest::environmentWith({})));
-        EXPECT_EQ(result.out, value);
+        EXPECT_EQ(kqtest::bashValue(file, "VALUE"), value);
         ShellConfig reread;
         ASSERT_EQ(reread.load(file), 0) << KQC::getErrorMessage();
         EXPECT_EQ(reread.get("VALUE"), value);

@@ -1,24 +1,17 @@
 #pragma once
 // Shared by the simulator's tests: a fresh temporary folder per test and a
 // way to run the built kqsim and tools as real child processes.
+#include "KQC/Exec.h"
 #include "TempHost.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
 #include <filesystem>
-#include <fstream>
-#include <map>
-#include <poll.h>
 #include <set>
-#include <signal.h>
-#include <sstream>
 #include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -34,83 +27,25 @@ struct RunResult {
 inline std::string kqsimPath() { return std::string(KQ_BIN_DIR) + "/kqsim"; }
 inline std::string toolsDir() { return std::string(KQ_BIN_DIR) + "/kqsim-tools"; }
 
-inline std::vector<std::string> lines(const std::string& text)
-{
-    std::vector<std::string> result;
-    std::istringstream stream(text);
-    std::string line;
-    while (std::getline(stream, line))
-        result.push_back(line);
-    return result;
-}
+using kqtest::lines;
 
 using kqtest::environmentWith;
 
-// Starts argv[0] (an absolute path) with the given environment; the caller
-// collects it with finish(). stdin is /dev/null.
-struct Child {
-    pid_t pid = -1;
-    int out = -1;
-    int err = -1;
-};
-
-inline Child start(std::vector<std::string> argv, std::vector<std::string> env)
+// Runs argv[0] (an absolute path) to its end with the given environment,
+// standard input from /dev/null.
+inline RunResult run(std::vector<std::string> argv, std::vector<std::string> env)
 {
     std::vector<char*> args = kqtest::cStringArray(argv);
     std::vector<char*> envp = kqtest::cStringArray(env);
-    int outPipe[2], errPipe[2];
-    if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0)
-        return {};
-    int devNull = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(devNull, 0);
-        dup2(outPipe[1], 1);
-        dup2(errPipe[1], 2);
-        execve(args[0], args.data(), envp.data());
-        _exit(127);
-    }
-    close(devNull);
-    close(outPipe[1]);
-    close(errPipe[1]);
-    return {pid, outPipe[0], errPipe[0]};
-}
-
-inline RunResult finish(Child child)
-{
+    KQC::HWExec exec;
+    int status = exec.exec(0, args.data(), envp.data());
     RunResult result;
-    if (child.pid < 0)
-        return result;
-    struct pollfd fds[2] = {{child.out, POLLIN, 0}, {child.err, POLLIN, 0}};
-    std::string* sinks[2] = {&result.out, &result.err};
-    int open = 2;
-    while (open > 0) {
-        if (poll(fds, 2, -1) < 0) {
-            if (errno == EINTR)
-                continue;
-            break;
-        }
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR)))
-                continue;
-            char buffer[4096];
-            ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
-            if (n > 0) {
-                sinks[i]->append(buffer, static_cast<size_t>(n));
-            } else if (n == 0 || errno != EINTR) {
-                close(fds[i].fd);
-                fds[i].fd = -1;
-                --open;
-            }
-        }
-    }
-    int status = 0;
-    while (waitpid(child.pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    if (WIFEXITED(status))
+    if (status >= 0 && WIFEXITED(status))
         result.exitCode = WEXITSTATUS(status);
-    else if (WIFSIGNALED(status))
+    else if (status >= 0 && WIFSIGNALED(status))
         result.signal = WTERMSIG(status);
+    result.out = exec.getOutput(KQC::GenExec::OUT);
+    result.err = exec.getOutput(KQC::GenExec::ERR);
     return result;
 }
 
@@ -124,7 +59,7 @@ protected:
     RunResult kqsim(std::vector<std::string> args)
     {
         args.insert(args.begin(), kqsimPath());
-        return finish(start(args, environmentWith({})));
+        return run(args, environmentWith({}));
     }
 
     void initHost(const std::vector<std::string>& extra = {})
@@ -154,22 +89,29 @@ protected:
         return environmentWith({{"KQ_HOST_ROOT", root()}, {"PATH", toolsDir() + ":/usr/bin:/bin"}});
     }
 
-    Child startTool(const std::string& name, const std::vector<std::string>& args)
+    RunResult tool(const std::string& name, const std::vector<std::string>& args)
     {
         std::vector<std::string> argv = {toolsDir() + "/" + name};
         argv.insert(argv.end(), args.begin(), args.end());
-        return start(argv, toolEnvironment());
+        return run(argv, toolEnvironment());
     }
 
-    RunResult tool(const std::string& name, const std::vector<std::string>& args)
+    // Runs the tool once for each argument list, all at the same time.
+    std::vector<RunResult> toolsAtOnce(const std::string& name, const std::vector<std::vector<std::string>>& runs)
     {
-        return finish(startTool(name, args));
+        std::vector<RunResult> results(runs.size());
+        std::vector<std::thread> threads;
+        for (size_t i = 0; i < runs.size(); ++i)
+            threads.emplace_back([&, i] { results[i] = tool(name, runs[i]); });
+        for (std::thread& thread : threads)
+            thread.join();
+        return results;
     }
 
     // Runs a bash snippet (for reading files the way the platform sources them).
     RunResult bash(const std::string& script)
     {
-        return finish(start({"/bin/bash", "-c", script}, environmentWith({})));
+        return run({"/bin/bash", "-c", script}, environmentWith({}));
     }
 
     std::vector<std::string> runningList() const { return lines(kqtest::readFile(at("var/lib/kqsim/running"))); }
