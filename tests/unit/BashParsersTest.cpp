@@ -324,6 +324,15 @@ TEST_F(BashParsersTest, QoSIdsComeFromTheVocabularyCategories)
     ASSERT_EQ(qoses.size(), 1u);
     EXPECT_EQ(qoses.begin()->barrier, 1000u);
     EXPECT_EQ(qoses.begin()->limit, 1000u);
+
+    // As bash leaves them: the last assignment of a key counts, whatever
+    // keys come between, and a key in lower case is another variable.
+    ASSERT_EQ(get("HOSTNAME=\"a\"\nCPUUNITS=\"1\"\nexport HOSTNAME=\"b\"\ncpuunits=\"9\"\nCPUUNITS=\"2:3\"\n", config), 0);
+    EXPECT_EQ(valueOf(config, &KQSEnvConfig::getHostname), "b");
+    qoses = valueOf(config, &KQSEnvConfig::getQoSes);
+    ASSERT_EQ(qoses.size(), 1u);
+    EXPECT_EQ(qoses.begin()->barrier, 2u);
+    EXPECT_EQ(qoses.begin()->limit, 3u);
 }
 
 TEST_F(BashParsersTest, HostSettingsAreReadByLowerCaseName)

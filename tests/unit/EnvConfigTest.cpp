@@ -212,6 +212,16 @@ TEST(EnvConfigTest, CopiesAreDeepAndComparisonsSeeEveryProperty)
     changed = original;
     changed.unsetVeid();
     EXPECT_FALSE(changed == original);
+    // Properties most records lack are held apart; copies still own theirs.
+    changed = original;
+    changed.setUUID(KQCOptionalProperty<std::string>());
+    EXPECT_FALSE(changed == original);
+    changed = original;
+    changed.setServerRoles({"dns", "web"});
+    KQCOptionalProperty<KQC::KQCStringSet> roles;
+    original.getServerRoles(roles);
+    EXPECT_EQ(roles.get(), KQC::KQCStringSet{"dns"});
+    EXPECT_FALSE(changed == original);
     KQC::KQCEnvConfig base;
     EXPECT_FALSE(base.equals(original)) << "different types are never equal";
 }

@@ -1,6 +1,7 @@
 #include "KQC/Files.h"
 
 #include "KQC/Error.h"
+#include "KQC/Handle.h"
 #include "KQC/Message.h"
 #include "TempHost.h"
 
@@ -11,6 +12,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <fcntl.h>
 #include <filesystem>
 #include <map>
 #include <ostream>
@@ -121,6 +123,29 @@ TEST_F(FilesTest, ReadFailureKeepsErrnoAndNamesThePath)
     errno = 0;
     EXPECT_EQ(KQC::file2str(path("dir"), out), -1);
     EXPECT_EQ(errno, EISDIR);
+}
+
+// A folder's files read from the open folder: the same refusals, and the
+// status of the very file that was read, for a cache to stamp it by.
+TEST_F(FilesTest, ReadingFromAnOpenFolderHandsBackTheStatusOfWhatWasRead)
+{
+    write("101.conf", "VE_ROOT=\"/r\"\n");
+    KQC::KQCHandle folder(::open(path("").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_TRUE(folder.isValid());
+    std::string out;
+    struct stat seen;
+    ASSERT_EQ(KQC::file2strAt(folder.get(), "101.conf", path("101.conf"), out, &seen), 0) << KQC::getErrorMessage();
+    EXPECT_EQ(out, "VE_ROOT=\"/r\"\n");
+    struct stat now;
+    ASSERT_EQ(::stat(path("101.conf").c_str(), &now), 0);
+    EXPECT_EQ(seen.st_ino, now.st_ino);
+    EXPECT_EQ(seen.st_size, now.st_size);
+
+    ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0644), 0);
+    out = "untouched";
+    EXPECT_EQ(KQC::file2strAt(folder.get(), "fifo", path("fifo"), out), -1);
+    EXPECT_EQ(out, "untouched");
+    EXPECT_NE(std::string(KQC::getErrorMessage()).find(path("fifo")), std::string::npos);
 }
 
 TEST_F(FilesTest, ModesOfReplacedFiles)
