@@ -142,7 +142,8 @@ int KQCEnvConfig::readFrom(KQCMessageIterator& it)
 {
     KQCOptionalProperty<std::string> type;
     if (readString(it, TAG_NAME, m_name) != 0 || readString(it, TAG_HOSTNAME, m_hostname) != 0 ||
-        readSparse(m_domain, readString, it, TAG_DOMAIN) != 0 || readString(it, TAG_DESCRIPTION, m_description) != 0 ||
+        readSparse(m_domain, readString, it, TAG_DOMAIN) != 0 ||
+        readSparse(m_description, readString, it, TAG_DESCRIPTION) != 0 ||
         readAddresses(it, TAG_ADDRESSES, m_addresses) != 0 ||
         readStrings(it, TAG_NAMESERVERS, m_nameservers) != 0 ||
         readSparse(m_searchDomains, readStringSet, it, TAG_SEARCH_DOMAINS) != 0 ||

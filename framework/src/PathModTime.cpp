@@ -7,7 +7,7 @@ namespace KQS {
 
 bool KQSPathModTime::Stamp::operator==(const Stamp& o) const
 {
-    return seen == o.seen && mtime == o.mtime && ctime == o.ctime && size == o.size && inode == o.inode;
+    return seen == o.seen && ctime == o.ctime && size == o.size && inode == o.inode;
 }
 
 namespace {
@@ -27,7 +27,6 @@ Stamp stampFrom(int rc, const struct stat& st)
     if (rc != 0)
         return stamp;
     stamp.seen = Seen::PRESENT;
-    stamp.mtime = nanoseconds(st.st_mtim);
     stamp.ctime = nanoseconds(st.st_ctim);
     stamp.size = st.st_size;
     stamp.inode = st.st_ino;

@@ -51,6 +51,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace KQS {
 
@@ -100,7 +101,7 @@ struct Listing {
 
     std::mutex veidsLock;
     FolderStamp veidsStamp;
-    std::set<int> veids;
+    std::vector<int> veids;  // sorted: a set would cost a node per container
 };
 
 // An environment's agent-side record as last read: what the registry looks

@@ -20,6 +20,7 @@
 #include "kqnet/kqnet.h"
 
 #include <boost/make_shared.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
@@ -647,15 +648,18 @@ int KQSVEActionSystemLinux::getVeidList(std::set<int>& veids)
                 KQC::setErrorMessage("can't open configuration folder '%s': %s", folder.c_str(), std::strerror(errno));
                 return -1;
             }
-            std::set<int> found;
+            std::vector<int> found;
             while (dir.read()) {
                 int veid = 0;
                 if (parseVeidName(dir.name(), "", ".conf", veid) && veid != kHostVeid)
-                    found.insert(found.end(), veid);
+                    found.push_back(veid);
             }
+            std::sort(found.begin(), found.end());
+            found.erase(std::unique(found.begin(), found.end()), found.end());
+            found.shrink_to_fit();
             cache.veids.swap(found);
         }
-        veids = cache.veids;
+        veids = std::set<int>(cache.veids.begin(), cache.veids.end());
         return 0;
     });
 }

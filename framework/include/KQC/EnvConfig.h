@@ -116,7 +116,7 @@ class KQCEnvConfig {
     KQC_CONFIG_PROPERTY(std::string, Name, m_name)
     KQC_CONFIG_PROPERTY(std::string, Hostname, m_hostname)
     KQC_SPARSE_CONFIG_PROPERTY(std::string, Domain, m_domain)
-    KQC_CONFIG_PROPERTY(std::string, Description, m_description)
+    KQC_SPARSE_CONFIG_PROPERTY(std::string, Description, m_description)
     KQC_CONFIG_PROPERTY(KQCIPAddressList, Addresses, m_addresses)
     KQC_CONFIG_PROPERTY(KQCStringList, Nameservers, m_nameservers)
     KQC_SPARSE_CONFIG_PROPERTY(KQCStringSet, SearchDomains, m_searchDomains)

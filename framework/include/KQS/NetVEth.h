@@ -19,8 +19,14 @@ public:
     enum Status { STATUS_UNKNOWN = 0, STATUS_DOWN = 1, STATUS_UP = 2 };
 
     // Empty: attached to no virtual network.
-    const std::string& getNetworkId() const { return m_networkId; }
-    void setNetworkId(const std::string& id) { m_networkId = id; }
+    const std::string& getNetworkId() const { return m_networkId.get(); }
+    void setNetworkId(const std::string& id)
+    {
+        if (id.empty())
+            m_networkId.unset();
+        else
+            m_networkId.set(id);
+    }
     bool isHostRouted() const { return m_hostRouted; }
     void setHostRouted(bool on) { m_hostRouted = on; }
     // The host-routed flag with the name "venet0".
@@ -35,7 +41,8 @@ public:
     int writeTo(KQC::KQCMessageIterator& it) const;
 
 private:
-    std::string m_networkId;
+    // Sparse: most adapters are on no virtual network.
+    KQC::KQCSparseProperty<std::string> m_networkId;
     bool m_hostRouted = false;
     int m_status = STATUS_UNKNOWN;
 };

@@ -2,9 +2,11 @@
 // The remembered modification stamp of one path, so that a cache can tell
 // whether the file or folder changed since it was last read.
 //
-// The stamp is the modification and change times (with nanoseconds), the
-// size and the inode: a file replaced by a rename, or a folder that gained
-// an entry, always differs, even when the clock tick did not move. A path
+// The stamp is the change time (with nanoseconds), the size and the inode:
+// a file replaced by a rename, or a folder that gained an entry, always
+// differs, even when the clock tick did not move. The change time moves
+// with every write and every change of the modification time, and unlike
+// that time no tool can set it back, so it alone stands for both. A path
 // that cannot be stat'ed has the empty stamp. Not thread safe: the owner
 // locks.
 #include <cstdint>
@@ -39,10 +41,12 @@ public:
 private:
     // Nothing remembered yet; a path that could not be stat'ed; one that was.
     enum class Seen : unsigned char { NOTHING, MISSING, PRESENT };
-    // Times in nanoseconds since the epoch. Kept small: a host's caches
-    // hold a few of these for every container.
+    // The change time in nanoseconds since the epoch: it moves with every
+    // write and with every change of the modification time, so the latter
+    // adds nothing. Kept small: a host's caches hold a few of these for
+    // every container.
     struct Stamp {
-        int64_t mtime = 0, ctime = 0;
+        int64_t ctime = 0;
         off_t size = 0;
         ino_t inode = 0;
         Seen seen = Seen::NOTHING;
