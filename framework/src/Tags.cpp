@@ -4,8 +4,9 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <map>
+#include <algorithm>
 #include <string>
+#include <vector>
 
 namespace KQC {
 namespace {
@@ -98,14 +99,18 @@ const TagName kTagNames[] = {
 };
 
 // Every record read or written asks for the keys of its tags, dozens of
-// times: looked up by tag once made, the first name of a tag winning as in
-// the table's order.
-const std::map<int, std::string>& namesByTag()
+// times: looked up by tag in a table indexed by it once made (tags are
+// small numbers), the first name of a tag winning as in the table's order.
+const std::vector<std::string>& namesByTag()
 {
-    static const std::map<int, std::string> names = [] {
-        std::map<int, std::string> made;
+    static const std::vector<std::string> names = [] {
+        int largest = 0;
         for (const TagName& entry : kTagNames)
-            made.emplace(entry.tag, entry.name);
+            largest = std::max(largest, entry.tag);
+        std::vector<std::string> made(static_cast<size_t>(largest) + 1);
+        for (const TagName& entry : kTagNames)
+            if (entry.tag >= 0 && made[static_cast<size_t>(entry.tag)].empty())
+                made[static_cast<size_t>(entry.tag)] = entry.name;
         return made;
     }();
     return names;
@@ -115,10 +120,9 @@ const std::map<int, std::string>& namesByTag()
 
 std::string tagKey(int tag)
 {
-    const std::map<int, std::string>& names = namesByTag();
-    auto found = names.find(tag);
-    if (found != names.end())
-        return found->second;
+    const std::vector<std::string>& names = namesByTag();
+    if (tag >= 0 && static_cast<size_t>(tag) < names.size() && !names[static_cast<size_t>(tag)].empty())
+        return names[static_cast<size_t>(tag)];
     return std::to_string(tag);
 }
 
