@@ -32,14 +32,25 @@ private:
 };
 
 
-// Opens a host file for reading without blocking: a FIFO with no writer
-// would otherwise hang the caller in open() itself.
-int openHostFile(int dirfd, const char* name, const std::string& path, KQCHandle& fd)
+int openForReading(int dirfd, const char* name, int flags)
 {
     int raw;
     do {
-        raw = ::openat(dirfd, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        raw = ::openat(dirfd, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags);
     } while (raw < 0 && errno == EINTR);
+    return raw;
+}
+
+// Opens a host file for reading without blocking: a FIFO with no writer
+// would otherwise hang the caller in open() itself. Reading leaves the
+// access time alone where we may ask so (our own files, or as root): the
+// first read of each of a host's thousands of files after a change would
+// otherwise write its inode back.
+int openHostFile(int dirfd, const char* name, const std::string& path, KQCHandle& fd)
+{
+    int raw = openForReading(dirfd, name, O_NOATIME);
+    if (raw < 0 && errno == EPERM)
+        raw = openForReading(dirfd, name, 0);
     fd.reset(raw);
     if (!fd.isValid()) {
         setErrorMessage("can't open '%s': %m", path.c_str());
