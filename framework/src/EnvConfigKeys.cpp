@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cctype>
 #include <sstream>
 
 namespace KQS {
@@ -23,14 +24,23 @@ std::vector<std::string> splitOn(const std::string& text, char separator)
     return parts;
 }
 
+// The blank-separated words of a value, as a stream's >> would read them;
+// split by hand, since a stream costs more to make than most values to read.
 std::vector<std::string> words(const std::string& text)
 {
     std::vector<std::string> result;
-    std::istringstream input(text);
-    std::string word;
-    while (input >> word)
-        result.push_back(word);
-    return result;
+    size_t at = 0;
+    for (;;) {
+        while (at < text.size() && std::isspace(static_cast<unsigned char>(text[at])))
+            ++at;
+        if (at == text.size())
+            return result;
+        size_t end = at;
+        while (end < text.size() && !std::isspace(static_cast<unsigned char>(text[end])))
+            ++end;
+        result.emplace_back(text, at, end - at);
+        at = end;
+    }
 }
 
 template <class Container>

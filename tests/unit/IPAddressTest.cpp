@@ -19,6 +19,11 @@ TEST(IPAddressTest, ParsesBothFamiliesWithAndWithoutPrefix)
     KQCIPAddress bare;
     ASSERT_EQ(bare.fromString("192.168.1.1"), 0);
     EXPECT_EQ(bare.toString(), "192.168.1.1") << "written back as given";
+    for (const char* text : {"0.9.10.99", "100.199.200.255", "1.20.101.0"}) {
+        KQCIPAddress widths;
+        ASSERT_EQ(widths.fromString(text), 0);
+        EXPECT_EQ(widths.address(), text) << "every width of every byte";
+    }
     EXPECT_EQ(bare.toStringWithNetwork(), "192.168.1.1/32");
 
     KQCIPAddress v6;
