@@ -248,36 +248,41 @@ public:
     // Whether the file of `veid` differs from `stamp` (remembering it now).
     bool changed(int veid, KQSPathModTime& stamp) const
     {
-        char name[32];
-        std::snprintf(name, sizeof name, "%d.conf", veid);
-        if (m_fd.isValid())
-            return stamp.update(m_fd.get(), name);
-        return stamp.update(m_path + name);
+        return lookUp(veid, [&](int dirfd, const char* name) { return stamp.update(dirfd, name); }) != 0;
     }
     // The container's file parsed into `config`, with the status of what
     // was read in `st`: 0, or -1 with the message set.
     int parse(int veid, KQSEnvConfigBashParser& parser, KQSEnvConfig& config, struct stat& st) const
     {
-        char name[32];
-        std::snprintf(name, sizeof name, "%d.conf", veid);
-        const std::string path = m_path + name;
-        if (m_fd.isValid())
-            return getBashConfigAt(m_fd.get(), name, path, parser, config, &st);
-        return getBashConfigAt(AT_FDCWD, path.c_str(), path, parser, config, &st);
+        const std::string path = m_path + std::to_string(veid) + ".conf";
+        return lookUp(veid, [&](int dirfd, const char* name) {
+            return getBashConfigAt(dirfd, name, path, parser, config, &st);
+        });
     }
     // Whether the folder has an entry for `veid`, whatever it is; a link is
     // not followed, so a dangling one is there too.
     bool has(int veid) const
     {
-        char name[32];
-        std::snprintf(name, sizeof name, "%d.conf", veid);
-        struct stat st;
-        if (m_fd.isValid())
-            return ::fstatat(m_fd.get(), name, &st, AT_SYMLINK_NOFOLLOW) == 0;
-        return ::lstat((m_path + name).c_str(), &st) == 0;
+        return lookUp(veid, [](int dirfd, const char* name) {
+                   struct stat st;
+                   return ::fstatat(dirfd, name, &st, AT_SYMLINK_NOFOLLOW) == 0;
+               }) != 0;
     }
 
 private:
+    // What look(dirfd, name) answers for the file of `veid`: asked by its
+    // name within the open folder, or by its whole path when the folder
+    // could not be opened.
+    template <class Look>
+    int lookUp(int veid, Look look) const
+    {
+        char name[32];
+        std::snprintf(name, sizeof name, "%d.conf", veid);
+        if (m_fd.isValid())
+            return look(m_fd.get(), name);
+        return look(AT_FDCWD, (m_path + name).c_str());
+    }
+
     std::string m_path;
     KQC::KQCHandle m_fd;
 };
